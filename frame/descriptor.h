@@ -1,0 +1,146 @@
+// What the schema compiler says of a type to the algorithms that are written once. All of it is constant data.
+#pragma once
+
+#include <cstdint>
+
+#include "frame/trace_points.h"
+#include "kvt/kvt.h"
+
+namespace kvt {
+
+enum class FieldKind : std::uint8_t { kInteger, kBoolean, kString, kEnum, kFlag, kStruct, kReference, kTimer };
+
+struct StructDesc;
+
+// What a walk over the fields of an object asks of a field's type. A null entry: the type has nothing to do there.
+struct FieldType {
+  const char* name;
+  FieldKind kind;
+  const kvt_type_record* record;
+  void (*initialize)(kvt_handle*, std::uint32_t, void*, const kvt_type_record*, int, int, int, void*, int*);
+  void (*set_embedded)(kvt_handle*, std::uint32_t, void*);
+  void (*destroy)(kvt_handle*, std::uint32_t, void*, int);            // strings and structs
+  void (*set)(kvt_handle*, std::uint32_t, void*, const void*, int*);  // strings and structs
+  std::uint32_t (*to_xml)(kvt_handle*, std::uint32_t, const char*, char*, const void*, std::int32_t, std::uint32_t,
+                          int*);
+  void (*from_xml)(kvt_handle*, std::uint32_t, const char*, kvt_xml_document*, void*, int*, char*, std::size_t);
+  void (*offset_update)(kvt_handle*, std::uint32_t, void*, void*);  // structs
+  void (*offset_remove)(kvt_handle*, std::uint32_t, void*, int*);   // structs
+  const StructDesc* nested;  // of a struct of this module; a sibling's struct that is nested here owns no strings
+};
+
+struct FieldDesc {
+  const char* name;
+  const FieldType* type;
+  const kvt_type_record* target;  // of a reference
+  std::uint16_t offset;
+  std::uint16_t state;
+  std::int8_t variant;
+  std::uint16_t message;  // of a reference: its first message, counted from its type's
+};
+
+// One schema module as its types see it.
+struct ModuleDesc {
+  const char* name;
+  const char* trace_name;
+  std::uint16_t* trace_id;
+  std::uint32_t* trace_state;
+  kvt_typeinfo_init registrar;
+  const kvt_static_type* types;
+  std::uint32_t type_count;
+  std::uint32_t number;
+  void** failure_zone;  // failure objects and records, made by the module's constructor
+  std::uint32_t failure_zone_size;
+};
+
+struct StructDesc {
+  const char* name;
+  const kvt_type_record* record;
+  const ModuleDesc* module;
+  TracePlace trace;
+  std::int8_t top;
+  std::uint8_t oid_count;
+  bool has_nested;
+  std::uint16_t field_count;
+  const std::uint16_t* plain;   // by variant
+  const std::uint16_t* block;   // by variant
+  const std::uint16_t* bounds;  // by variant
+  const FieldDesc* fields;
+  std::uint32_t failure_offset;
+
+  std::uint32_t top_plain() const { return plain[static_cast<int>(top)]; }
+  std::uint32_t top_block() const { return block[static_cast<int>(top)]; }
+  void* failure_object() const { return static_cast<char*>(*module->failure_zone) + failure_offset; }
+  // A damaged object's built variant never indexes beyond the table.
+  int built_index(const void* object) const {
+    const int built = static_cast<const std::int8_t*>(object)[5];
+    return built < 0 || built > top ? top : built;
+  }
+};
+
+// Enumerated and flag types; for a flag type the names are those of the bits.
+struct EnumDesc {
+  const char* name;
+  const kvt_type_record* record;
+  const ModuleDesc* module;
+  TracePlace trace;
+  std::int8_t cap;
+  std::uint32_t count;         // names
+  const char* const* names;    // by value, or by bit
+  const std::uint32_t* legal;  // by variant: how many values are legal
+  std::uint32_t failure_offset;
+
+  void* failure_object() const { return static_cast<char*>(*module->failure_zone) + failure_offset; }
+};
+
+constexpr std::uint32_t kScalarObjectSize = 12;
+constexpr std::uint32_t kEnumValueOffset = 8;
+constexpr std::uint32_t kFlagBitsOffset = 7;
+
+struct KeyDesc {
+  const char* name;
+  std::uint16_t offset;  // of the key's value in the payload
+  std::uint8_t size;     // bytes of that value; a string's are its two words
+  e_avl_compare compare;
+  bool (*same)(const void* payload_a, const void* payload_b);  // equal keys
+  std::uint32_t message;                                       // first message of the key, counted from the table's
+};
+
+// How a table reaches its payload's type.
+struct PayloadType {
+  const char* name;
+  std::uint32_t plain;
+  void* (*create)(kvt_handle*, std::uint32_t);
+  void* (*create_internal)(kvt_handle*, std::uint32_t);
+  void (*destroy)(kvt_handle*, std::uint32_t, void*);
+  void (*set_embedded)(kvt_handle*, std::uint32_t, void*);
+  std::uint32_t (*len)(kvt_handle*, std::uint32_t, const void*);
+  std::uint32_t (*marshal)(kvt_handle*, std::uint32_t, std::uint8_t*, const void*, std::int32_t, int*);
+  std::uint32_t (*unmarshal)(kvt_handle*, std::uint32_t, const std::uint8_t*, void*, std::int32_t, std::uint32_t, int*);
+  std::uint32_t (*to_xml)(kvt_handle*, std::uint32_t, const char*, char*, const void*, std::int32_t, std::uint32_t,
+                          int*);
+  void (*from_xml)(kvt_handle*, std::uint32_t, const char*, kvt_xml_document*, void*, int*, char*, std::size_t);
+};
+
+struct TableDesc {
+  const char* name;
+  const char* payload_path;  // "//st_wlan"
+  const std::uint8_t* luid;
+  const char* luid_text;
+  const kvt_type_record* table_record;
+  const kvt_type_record* record_record;
+  const ModuleDesc* module;
+  TracePlace trace;
+  PayloadType payload;
+  const KeyDesc* keys;
+  std::uint8_t key_count;
+  std::uint16_t object_size;
+  std::uint16_t record_size;
+  std::uint16_t payload_slot;
+  std::uint32_t failure_offset;
+  void** tbi_cache;  // the table-by-id root last seen by this process
+
+  void* failure_record() const { return static_cast<char*>(*module->failure_zone) + failure_offset; }
+};
+
+}  // namespace kvt

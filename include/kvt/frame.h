@@ -1,0 +1,96 @@
+/// @file frame.h
+/// The operations on objects that a schema module needs of the runtime. Objects begin with a 7-byte header: type link
+/// (4 bytes), instance variant, built variant, flags.
+#ifndef KVT_FRAME_H
+#define KVT_FRAME_H
+
+#include <string.h>
+
+#include "kvt/handle.h"
+#include "kvt/type_record.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+static inline void kvt_clear_last_error(kvt_handle* handle) { handle->last_error = 0; }
+static inline void kvt_store_err(kvt_handle* handle, int code) { handle->last_error = code; }
+static inline void kvt_store_epoch_err(kvt_handle* handle, int code, int* err) {
+  handle->last_error = code;
+  *err = code;
+}
+/// The variant that the object holds; negative for NULL. The second and third argument make no difference.
+static inline int kvt_get_instance_variant(const void* object, int a, int b) {
+  (void)a;
+  (void)b;
+  return object ? ((const int8_t*)object)[4] : -1;
+}
+/// The object's flag byte. @param err sticky
+static inline uint8_t kvt_get_instance_obj_flag(const void* object, int a, int b, int* err) {
+  (void)a;
+  (void)b;
+  return *err || !object ? 0 : ((const uint8_t*)object)[6];
+}
+static inline void* memset_cr(void* dest, int byte, size_t length) { return memset(dest, byte, length); }
+
+/// The object's type record; NULL for an object without one.
+KVT_EXPORT const kvt_type_record* kvt_get_manifested_type_info(const void* object, int* err);
+/// The 4-byte cell that holds the object's type link.
+KVT_EXPORT void* kvt_get_manifested_type_info_ptr_mem(void* object, int* err);
+/// The 16 bytes of the object's type identity; also for tables and records. NULL without a type record.
+KVT_EXPORT const uint8_t* kvt_get_luid(kvt_handle* handle, uint32_t txn, const void* object, int* err);
+/// The object's type name.
+KVT_EXPORT const char* kvt_get_name(kvt_handle* handle, uint32_t txn, const void* object, int* err);
+/// The variant that the domain allows for a type: 127 unless limited, negative when the type isn't allowed.
+KVT_EXPORT int kvt_domain_lookup_variant(kvt_handle* handle, const kvt_domain* domain, const kvt_type_record* record,
+                                         int* err);
+/// Not 0 if the domain allows the table (told by its table type record).
+KVT_EXPORT int kvt_domain_lookup_table_ok(kvt_handle* handle, const kvt_domain* domain, const kvt_type_record* record,
+                                          int* err);
+/// Raises the object's variant to what domain, `top` and its built variant allow; never lowers it, and leaves a
+/// negative variant alone. Announces the byte.
+KVT_EXPORT void kvtlib_adjust_variant(kvt_handle* handle, uint32_t txn, void* object, const kvt_type_record* record,
+                                      int top, int* err);
+/// The registered copy of a static record; runs `init` when there is none. NULL when that fails.
+KVT_EXPORT const kvt_type_record* kvt_type_info_ptr_get(kvt_handle* handle, uint32_t txn, const kvt_type_record* record,
+                                                        kvt_typeinfo_init init);
+/// Gives the registered `copy` variant data of its own in the registry (`is_new`), or merges that of a newer schema in.
+/// @param err the handle's last error tells of a failure: ENOMEM
+KVT_EXPORT void kvt_update_variant_info(kvt_handle* handle, uint32_t txn, kvt_type_record* copy,
+                                        const kvt_type_record* record, int is_new);
+/// Counts an object in or out. `counter` is the address of the variant entry's `created` counter for both.
+KVT_EXPORT void kvtlib_type_stats_create_object(kvt_handle* handle, uint32_t txn, const kvt_type_record* record,
+                                                uint64_t* counter, int* err);
+KVT_EXPORT void kvtlib_type_stats_destroy_object(kvt_handle* handle, uint32_t txn, const kvt_type_record* record,
+                                                 uint64_t* counter, int* err);
+/// Where an object's state block begins, counted from the object; 0 when nothing was stored.
+KVT_EXPORT int32_t kvtlib_get_sttr_offset(kvt_handle* handle, uint32_t txn, const void* object);
+/// Stores that offset and sets flag 0x40 of the object.
+KVT_EXPORT void kvtlib_update_sttr_offset(kvt_handle* handle, uint32_t txn, void* object, int32_t offset);
+/// Drops the side data of an object; one without any is no error.
+KVT_EXPORT void kvt_hd_mapping_destroy(kvt_handle* handle, uint32_t txn, void* object, int* err);
+/// 0 if the object may be set into a record (`a` 1: neither nested nor embedded) or be the target of a reference (`a`
+/// 0: not nested); else EINVAL.
+KVT_EXPORT int kvtlib_validate_object_flags(const void* object, int a, int b);
+/// Asks for the removal of an object's mapping. Not 0: removed, or there was none.
+KVT_EXPORT int kvt_request_oid_mapping_destroy(kvt_handle* handle, uint32_t txn, void* object, int* err);
+/// Gives an object an identity. Not 0 on success.
+KVT_EXPORT int kvt_oid_mapping_create(kvt_handle* handle, uint32_t txn, void* object, int kind, uint32_t dynamic,
+                                      uint32_t ior, int* err);
+KVT_EXPORT void kvtdb_plat_set_dirty(kvt_handle* handle, uint32_t txn, void* object);
+KVT_EXPORT void kvtdb_plat_set_destroy(kvt_handle* handle, uint32_t txn, void* object);
+KVT_EXPORT void kvtdb_plat_set_detach(kvt_handle* handle, uint32_t txn, void* object, int word);
+KVT_EXPORT void kvtdb_record_containment2(kvt_handle* handle, uint32_t txn, void* child, void* parent, int one);
+KVT_EXPORT void kvtdb_record_containment(kvt_handle* handle, uint32_t txn, int kind, void* child, void* parent,
+                                         int one);
+/// Memory for the failure objects and records of a module: zeroed, in the cage, for the life of the process.
+KVT_EXPORT void* kvt_cage_static(size_t size);
+/// A zeroed area in the cage for the length of one call, taken and given back in the manner of a stack, for each
+/// thread. NULL when the cage is exhausted.
+KVT_EXPORT void* kvt_probe_push(uint32_t size);
+KVT_EXPORT void kvt_probe_pop(void* area, uint32_t size);
+
+#ifdef __cplusplus
+}
+#endif
+#endif

@@ -1,0 +1,93 @@
+/// @file type_record.h
+/// What a type is: its identity, its name, what each of its variants takes in memory. A stored format: databases hold
+/// registered copies of the records.
+#ifndef KVT_TYPE_RECORD_H
+#define KVT_TYPE_RECORD_H
+
+#include "kvt/handle.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define KVT_TYPE_MAGIC 0xBEEFF00Du
+
+/// A type record: 264 bytes. `varinfo` is a reference; in a static record it is the record's number, whose four highest
+/// bits are set: 0xF, then 8 bits of module number, then 20 bits of index in the module's type table.
+typedef struct kvt_type_record {
+  uint32_t magic;
+  uint8_t luid[16];
+  char luid_text[33];
+  char name[64];
+  char module[64];
+  char kind[64];  ///< "type", "enum", "flag", "table" or "table_record"
+  uint8_t pad[3];
+  int32_t slot;      ///< -1
+  uint32_t varinfo;  ///< reference or number of the kvt_variant_data
+  uint32_t db_mode;  ///< 0 in a static record; the registering handle's mode in a registered copy
+  uint32_t reserved;
+} kvt_type_record;
+
+/// A registered copy: the record and 16 bytes of the runtime.
+enum { KVT_REGISTERED_SIZE = 280 };
+
+typedef struct kvt_variant_data {
+  int8_t n_variants;
+  uint8_t pad[3];
+  uint32_t variants;  ///< reference or number of the array of entries
+} kvt_variant_data;
+
+typedef struct kvt_variant_entry {
+  uint32_t variant;
+  uint32_t used_length;
+  uint32_t alloc_slop;
+  uint32_t reserved0;
+  uint64_t created;
+  uint64_t destroyed;
+  uint64_t reserved1;
+} kvt_variant_entry;
+
+/// One static type of a module: what a number stands for.
+typedef struct kvt_static_type {
+  const kvt_type_record* record;
+  const kvt_variant_data* varinfo;
+  kvt_variant_entry* entries;
+} kvt_static_type;
+
+/// A schema module in the process's module list.
+typedef struct kvt_module_record {
+  const char* name;
+  const kvt_type_record* const* types;  ///< NULL-terminated
+  struct kvt_module_record* next;
+  struct kvt_module_record** prev;
+} kvt_module_record;
+
+/// The module list: a count and a tail queue. Statically initialised, so that any constructor may link in.
+typedef struct kvt_module_root {
+  uint64_t count;
+  kvt_module_record* first;
+  kvt_module_record** last;
+} kvt_module_root;
+
+KVT_EXPORT extern kvt_module_root kvt_module_tot_root;
+
+/// Tells the runtime which static types a module number (1..255) stands for. Called by the module's constructor; the
+/// array must live as long as the module. `count` 0 takes the module away.
+KVT_EXPORT void kvt_static_types_set(uint32_t module, const kvt_static_type* types, uint32_t count);
+
+/// The variant data of a record, static or registered; NULL if it has none.
+KVT_EXPORT const kvt_variant_data* kvt_varinfo_of(const kvt_type_record* record);
+/// The entries of variant data, static or registered.
+KVT_EXPORT kvt_variant_entry* kvt_variant_entries(const kvt_variant_data* varinfo);
+/// What stands in a stored 4-byte type link for a record: its number if static, its reference otherwise.
+KVT_EXPORT uint32_t kvt_type_link_of(const kvt_type_record* record);
+/// The record that a stored type link stands for; NULL for 0 and for a number that no loaded module has.
+KVT_EXPORT const kvt_type_record* kvt_type_link_at(uint32_t link);
+
+/// Registers a module's types in the handle's registry; the form of the callback of kvt_type_info_ptr_get.
+typedef void (*kvt_typeinfo_init)(kvt_handle* handle, uint32_t txn, int* err);
+
+#ifdef __cplusplus
+}
+#endif
+#endif

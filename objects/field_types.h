@@ -1,0 +1,193 @@
+// The types of fields as templates see them: how to get, set and compare one, and its bytes. A type of another module
+// is reached through its operations by name.
+#pragma once
+
+#include "objects/enumerated.h"
+#include "objects/flag_set.h"
+#include "objects/struct_copy.h"
+
+namespace kvt {
+
+// The serial operations of a type whose operations are spelled X_marshal and so on.
+#define KVT_NAMED_SERIAL(X)                                                                                           \
+  static std::uint32_t len(kvt_handle* h, std::uint32_t txn, const void* p) { return X##_len(h, txn, p); }            \
+  static std::uint32_t marshal(kvt_handle* h, std::uint32_t txn, std::uint8_t* b, const void* p, std::int32_t room,   \
+                               int* err) {                                                                            \
+    return X##_marshal(h, txn, b, p, room, err);                                                                      \
+  }                                                                                                                   \
+  static std::uint32_t unmarshal(kvt_handle* h, std::uint32_t txn, const std::uint8_t* b, void* p, std::int32_t room, \
+                                 std::uint32_t update, int* err) {                                                    \
+    return X##_unmarshal(h, txn, b, p, room, update, err);                                                            \
+  }
+
+// kScalar: booleans, enumerated and flag types tell the runtime so when a field's variant is read.
+#define KVT_INTEGER_TYPE(Name, X, V)                                                                          \
+  struct Name {                                                                                               \
+    using Value = V;                                                                                          \
+    static constexpr FieldKind kKind = FieldKind::kInteger;                                                   \
+    static constexpr bool kScalar = false;                                                                    \
+    static void* get(kvt_handle* h, std::uint32_t txn, void* p, int* err) { return X##_get(h, txn, p, err); } \
+    static Value get_value(kvt_handle* h, std::uint32_t txn, const void* p, int* err) {                       \
+      return X##_get_value(h, txn, p, err);                                                                   \
+    }                                                                                                         \
+    static void set(kvt_handle* h, std::uint32_t txn, void* p, const void* s, int* err) {                     \
+      X##_set(h, txn, p, s, err);                                                                             \
+    }                                                                                                         \
+    static void set_value(kvt_handle* h, std::uint32_t txn, void* p, Value v, int* err) {                     \
+      X##_set_value(h, txn, p, v, err);                                                                       \
+    }                                                                                                         \
+    static std::int32_t compare(const void* a, const void* b) {                                               \
+      const Value x = load<Value>(a), y = load<Value>(b);                                                     \
+      return x < y ? -1 : x > y;                                                                              \
+    }                                                                                                         \
+    KVT_NAMED_SERIAL(X)                                                                                       \
+  }
+KVT_INTEGER_TYPE(U8, u_int8, std::uint8_t);
+KVT_INTEGER_TYPE(U16, u_int16, std::uint16_t);
+KVT_INTEGER_TYPE(U32, u_int32, std::uint32_t);
+KVT_INTEGER_TYPE(U64, u_int64, std::uint64_t);
+
+struct Boolean {
+  using Value = std::uint32_t;
+  static constexpr FieldKind kKind = FieldKind::kBoolean;
+  static constexpr bool kScalar = true;
+  static void* get(kvt_handle* h, std::uint32_t txn, void* p, int* err) { return kvt_boolean_get(h, txn, p, err); }
+  static Value get_value(kvt_handle* h, std::uint32_t txn, const void* p, int* err) {
+    return kvt_boolean_get_value(h, txn, p, err);
+  }
+  static void set(kvt_handle* h, std::uint32_t txn, void* p, const void* s, int* err) {
+    kvt_boolean_set(h, txn, p, s, err);
+  }
+  static void set_value(kvt_handle* h, std::uint32_t txn, void* p, Value v, int* err) {
+    kvt_boolean_set_value(h, txn, p, v, err);
+  }
+  static std::int32_t compare(const void* a, const void* b) { return kvt_boolean_compare(a, b); }
+  KVT_NAMED_SERIAL(kvt_boolean)
+};
+
+#define KVT_STRING_TYPE(Name, X)                                                                              \
+  struct Name {                                                                                               \
+    static constexpr FieldKind kKind = FieldKind::kString;                                                    \
+    static constexpr bool kScalar = false;                                                                    \
+    static void* get(kvt_handle* h, std::uint32_t txn, void* p, int* err) { return X##_get(h, txn, p, err); } \
+    static void set(kvt_handle* h, std::uint32_t txn, void* p, const void* s, int* err) {                     \
+      X##_set(h, txn, p, s, err);                                                                             \
+    }                                                                                                         \
+    static std::int32_t compare(const void* a, const void* b) { return X##_compare(a, b); }                   \
+    KVT_NAMED_SERIAL(X)                                                                                       \
+  }
+KVT_STRING_TYPE(Vstring, kvt_vstring);
+KVT_STRING_TYPE(AesVstring, kvt_aes_vstring);
+KVT_STRING_TYPE(Bytestr, qep_bytestr);
+
+// A reference field: its value lies behind the target's link, and only the value travels.
+struct Oid {
+  static constexpr FieldKind kKind = FieldKind::kReference;
+  static constexpr bool kScalar = false;
+  static constexpr std::uint32_t kValueOffset = 8;
+  static std::int32_t compare(const void* a, const void* b) {
+    return kvtlib_oid_compare(at_offset(a, kValueOffset), at_offset(b, kValueOffset));
+  }
+  static std::uint32_t len(kvt_handle* h, std::uint32_t txn, const void* p) {
+    return kvtlib_oid_len(h, txn, at_offset(p, kValueOffset));
+  }
+  static std::uint32_t marshal(kvt_handle* h, std::uint32_t txn, std::uint8_t* b, const void* p, std::int32_t room,
+                               int* err) {
+    return kvtlib_oid_marshal(h, txn, b, at_offset(p, kValueOffset), room, err);
+  }
+  static std::uint32_t unmarshal(kvt_handle* h, std::uint32_t txn, const std::uint8_t* b, void* p, std::int32_t room,
+                                 std::uint32_t update, int* err) {
+    return kvtlib_oid_unmarshal(h, txn, b, at_offset(p, kValueOffset), room, update, err);
+  }
+};
+
+// A timer block has no bytes on the wire; it only compares.
+struct Timer {
+  static constexpr FieldKind kKind = FieldKind::kTimer;
+  static constexpr bool kScalar = false;
+  static std::int32_t compare(const void* a, const void* b) { return kvtlib_timer_compare(a, b); }
+};
+
+// Types of the module itself; D is the type's constant record, with kDesc. Their bytes: serial/binary.h.
+template <class D>
+struct Nested {
+  using Struct = D;
+  static constexpr FieldKind kKind = FieldKind::kStruct;
+  static constexpr bool kScalar = false;
+  static void* get(kvt_handle* h, std::uint32_t txn, void* p, int*) { return struct_get(h, txn, p); }
+  static void set(kvt_handle* h, std::uint32_t txn, void* p, const void* s, int* err) {
+    struct_set(D::kDesc, h, txn, p, s, err);
+  }
+};
+template <class D>
+struct Enumerated {
+  using Enum = D;
+  using Value = std::uint32_t;
+  static constexpr FieldKind kKind = FieldKind::kEnum;
+  static constexpr bool kScalar = true;
+  static void* get(kvt_handle* h, std::uint32_t txn, void* p, int*) { return enum_get(h, txn, p); }
+  static Value get_value(kvt_handle* h, std::uint32_t, const void* p, int* err) { return enum_get_value(h, p, err); }
+  static void set(kvt_handle* h, std::uint32_t txn, void* p, const void* s, int* err) {
+    enum_set(D::kDesc, h, txn, p, s, err);
+  }
+  static void set_value(kvt_handle* h, std::uint32_t txn, void* p, Value v, int* err) {
+    enum_set_value(D::kDesc, h, txn, p, v, err);
+  }
+  static std::int32_t compare(const void* a, const void* b) { return enum_compare(a, b); }
+};
+template <class D>
+struct FlagSet {
+  using Enum = D;
+  static constexpr FieldKind kKind = FieldKind::kFlag;
+  static constexpr bool kScalar = true;
+  static void* get(kvt_handle*, std::uint32_t, void* p, int*) { return p; }
+  static void set(kvt_handle* h, std::uint32_t txn, void* p, const void* s, int* err) { flag_set(h, txn, p, s, err); }
+  static std::int32_t compare(const void* a, const void* b) { return flag_compare(a, b); }
+};
+
+template <class... Fields>
+struct FieldList {};
+
+// Types of sibling modules. X is the type's name; F the kind it has.
+#define KVT_SIBLING_ENUM(X)                                                                          \
+  struct X##_sibling {                                                                               \
+    using Value = std::uint32_t;                                                                     \
+    static constexpr FieldKind kKind = FieldKind::kEnum;                                             \
+    static constexpr bool kScalar = true;                                                            \
+    static void* get(kvt_handle* h, std::uint32_t txn, void* p, int*) { return X##_get(h, txn, p); } \
+    static Value get_value(kvt_handle* h, std::uint32_t txn, void* p, int* err) {                    \
+      return X##_get_value(h, txn, p, err);                                                          \
+    }                                                                                                \
+    static void set(kvt_handle* h, std::uint32_t txn, void* p, const void* s, int* err) {            \
+      X##_set(h, txn, p, s, err);                                                                    \
+    }                                                                                                \
+    static void set_value(kvt_handle* h, std::uint32_t txn, void* p, Value v, int* err) {            \
+      X##_set_value(h, txn, p, v, err);                                                              \
+    }                                                                                                \
+    static std::int32_t compare(const void* a, const void* b) { return X##_compare(a, b); }          \
+    KVT_NAMED_SERIAL(X)                                                                              \
+  }
+#define KVT_SIBLING_FLAG(X)                                                                          \
+  struct X##_sibling {                                                                               \
+    static constexpr FieldKind kKind = FieldKind::kFlag;                                             \
+    static constexpr bool kScalar = true;                                                            \
+    static void* get(kvt_handle* h, std::uint32_t txn, void* p, int*) { return X##_get(h, txn, p); } \
+    static void set(kvt_handle* h, std::uint32_t txn, void* p, const void* s, int* err) {            \
+      X##_set(h, txn, p, s, err);                                                                    \
+    }                                                                                                \
+    static std::int32_t compare(const void* a, const void* b) { return X##_compare(a, b); }          \
+    KVT_NAMED_SERIAL(X)                                                                              \
+  }
+#define KVT_SIBLING_STRUCT(X)                                                                                 \
+  struct X##_sibling {                                                                                        \
+    static constexpr FieldKind kKind = FieldKind::kStruct;                                                    \
+    static constexpr bool kScalar = false;                                                                    \
+    static void* get(kvt_handle* h, std::uint32_t txn, void* p, int* err) { return X##_get(h, txn, p, err); } \
+    static void set(kvt_handle* h, std::uint32_t txn, void* p, const void* s, int* err) {                     \
+      X##_set(h, txn, p, s, err);                                                                             \
+    }                                                                                                         \
+    static std::int32_t compare(const void* a, const void* b) { return X##_compare(a, b); }                   \
+    KVT_NAMED_SERIAL(X)                                                                                       \
+  }
+
+}  // namespace kvt

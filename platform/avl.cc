@@ -1,0 +1,288 @@
+// Height-balanced trees over nodes inside the caller's blocks. A node is two links and a word that stays free. Nodes
+// are 4-aligned, so the lowest bit of each link tells that the subtree on its side is the higher one.
+//
+// There are no links to parents: a change keeps its path on a stack, and moves by compare from the root.
+#include <cerrno>
+#include <cstdint>
+
+#include "kvt/table.h"
+#include "platform/store.h"
+
+namespace kvt {
+namespace {
+
+struct Node {  // stored format
+  std::uint32_t link[2];
+  std::uint32_t word;
+};
+STORED_SIZE(Node, 12);
+
+constexpr std::uint32_t kHigher = 1;
+constexpr std::uint32_t kLinkBits = 3;
+constexpr int kMaxHeight = 48;               // 1.44 times the binary logarithm of all nodes that fit in the cage
+constexpr std::uint32_t kMostLogged = 8192;  // undo log that the longest path of changes takes
+
+Node* at(std::uint32_t link) { return static_cast<Node*>(cage_at(link & ~kLinkBits)); }
+Node* child(const Node* node, int side) { return at(node->link[side]); }
+// -1 left is higher, 0, 1 right is higher
+int lean(const Node* node) {
+  return static_cast<int>(node->link[1] & kHigher) - static_cast<int>(node->link[0] & kHigher);
+}
+
+struct Change {
+  void* store;
+  std::uint32_t txn;
+
+  // The one place where a word of a tree is written.
+  void write(std::uint32_t* where, std::uint32_t value) const {
+    if (*where == value) return;
+    nadra_set_range(store, where, sizeof *where, txn);
+    *where = value;
+  }
+  void set_child(Node* node, int side, const Node* to) const {
+    write(&node->link[side], cage_ref(to) | (node->link[side] & kHigher));
+  }
+  void set_lean(Node* node, int lean) const {
+    write(&node->link[0], (node->link[0] & ~kLinkBits) | (lean < 0 ? kHigher : 0));
+    write(&node->link[1], (node->link[1] & ~kLinkBits) | (lean > 0 ? kHigher : 0));
+  }
+  // False before the first write, never in the middle: the store is asked for all that a change may need.
+  bool may_begin(std::uint32_t* root) const {
+    Store* own = Store::of(store);
+    if (own && own->in_range(root) && !own->reserve(kMostLogged)) return false;
+    return nadra_set_range(store, root, sizeof *root, txn) == 1;
+  }
+};
+
+// The way from the root to a node.
+struct Path {
+  Node* nodes[kMaxHeight];
+  int sides[kMaxHeight];
+  int depth = 0;
+  bool push(Node* node, int side) {
+    if (depth == kMaxHeight) return false;
+    nodes[depth] = node;
+    sides[depth++] = side;
+    return true;
+  }
+};
+
+void attach(const Change& change, std::uint32_t* root, const Path& path, int depth, Node* node) {
+  if (depth == 0) {
+    change.write(root, cage_ref(node));
+  } else {
+    change.set_child(path.nodes[depth - 1], path.sides[depth - 1], node);
+  }
+}
+
+// `node` is too high by one on `side`. Gives the new top of the subtree; `lower` says whether the subtree lost a level.
+Node* rotate(const Change& change, Node* node, int side, bool* lower) {
+  int sign = side ? 1 : -1;
+  Node* high = child(node, side);
+  if (lean(high) != -sign) {
+    int left_over = lean(high) == 0 ? sign : 0;
+    change.set_child(node, side, child(high, !side));
+    change.set_child(high, !side, node);
+    change.set_lean(node, left_over);
+    change.set_lean(high, -left_over);
+    *lower = left_over == 0;
+    return high;
+  }
+  Node* middle = child(high, !side);
+  int was = lean(middle);
+  change.set_child(high, !side, child(middle, side));
+  change.set_child(node, side, child(middle, !side));
+  change.set_child(middle, side, high);
+  change.set_child(middle, !side, node);
+  change.set_lean(node, was == sign ? -sign : 0);
+  change.set_lean(high, was == -sign ? sign : 0);
+  change.set_lean(middle, 0);
+  *lower = true;
+  return middle;
+}
+
+Node* outermost(std::uint32_t root, int side) {
+  Node* node = at(root);
+  while (node && child(node, side)) node = child(node, side);
+  return node;
+}
+
+// The nearest node on `side` of the given one.
+Node* neighbour(std::uint32_t root, const void* from, e_avl_compare compare, int side) {
+  Node* best = nullptr;
+  for (Node* node = at(root); node;) {
+    int order = compare(node, from);
+    if (order == (side ? 2 : 0)) {
+      best = node;
+      node = child(node, !side);
+    } else {
+      node = child(node, side);
+    }
+  }
+  return best;
+}
+
+}  // namespace
+}  // namespace kvt
+
+using kvt::Node;
+
+int e_avl_insert(void* store, uint32_t txn, uint32_t* root, void* node, uint32_t* state, e_avl_compare compare) {
+  kvt::Change change{store, txn};
+  kvt::Path path;
+  for (Node* here = kvt::at(*root); here;) {
+    int order = compare(node, here);
+    int side = order == 2;
+    if (order == 1 || !path.push(here, side)) return 0;
+    here = kvt::child(here, side);
+  }
+  if (!change.may_begin(root)) return 0;
+  auto* leaf = static_cast<Node*>(node);
+  nadra_set_range(store, leaf, sizeof *leaf, txn);
+  *leaf = {{0, 0}, 0};
+  kvt::attach(change, root, path, path.depth, leaf);
+  if (state) change.write(state, *state + 1);
+  for (int depth = path.depth - 1; depth >= 0; depth--) {
+    Node* above = path.nodes[depth];
+    int sign = path.sides[depth] ? 1 : -1;
+    int lean = kvt::lean(above);
+    if (lean == sign) {
+      bool lower;
+      kvt::attach(change, root, path, depth, kvt::rotate(change, above, path.sides[depth], &lower));
+      break;
+    }
+    change.set_lean(above, lean + sign);
+    if (lean == -sign) break;
+  }
+  return 1;
+}
+
+int e_avl_delete(void* store, uint32_t txn, uint32_t* root, void* node, uint32_t* state, e_avl_compare compare) {
+  kvt::Change change{store, txn};
+  kvt::Path path;
+  auto* gone = static_cast<Node*>(node);
+  Node* here = kvt::at(*root);
+  while (here && here != gone) {
+    int order = compare(node, here);
+    if (order == 1 || !path.push(here, order == 2)) return 0;
+    here = kvt::child(here, order == 2);
+  }
+  if (!here || !change.may_begin(root)) return 0;
+  int place = path.depth;
+  if (kvt::child(gone, 0) && kvt::child(gone, 1)) {
+    // The successor takes the place of the node: nodes lie in records, so links move and content does not.
+    path.push(gone, 1);
+    Node* next = kvt::child(gone, 1);
+    while (kvt::child(next, 0)) {
+      path.push(next, 0);
+      next = kvt::child(next, 0);
+    }
+    Node* orphan = kvt::child(next, 1);
+    int lean = kvt::lean(gone);
+    if (path.depth - 1 == place) {
+      change.set_child(next, 1, orphan);
+    } else {
+      change.set_child(path.nodes[path.depth - 1], 0, orphan);
+      change.set_child(next, 1, kvt::child(gone, 1));
+    }
+    change.set_child(next, 0, kvt::child(gone, 0));
+    change.set_lean(next, lean);
+    kvt::attach(change, root, path, place, next);
+    path.nodes[place] = next;
+  } else {
+    Node* orphan = kvt::child(gone, 0) ? kvt::child(gone, 0) : kvt::child(gone, 1);
+    kvt::attach(change, root, path, place, orphan);
+  }
+  nadra_set_range(store, gone, sizeof *gone, txn);
+  *gone = {{0, 0}, 0};
+  if (state) change.write(state, *state - 1);
+  for (int depth = path.depth - 1; depth >= 0; depth--) {
+    Node* above = path.nodes[depth];
+    int sign = path.sides[depth] ? 1 : -1;  // this side lost a level
+    int lean = kvt::lean(above);
+    if (lean == 0) {
+      change.set_lean(above, -sign);
+      break;
+    }
+    if (lean == sign) {
+      change.set_lean(above, 0);
+      continue;
+    }
+    bool lower;
+    kvt::attach(change, root, path, depth, kvt::rotate(change, above, !path.sides[depth], &lower));
+    if (!lower) break;
+  }
+  return 1;
+}
+
+void* e_avl_search(uint32_t root, const void* node, e_avl_compare compare) {
+  Node* here = kvt::at(root);
+  while (here) {
+    int order = compare(node, here);
+    if (order == 1) return here;
+    here = kvt::child(here, order == 2);
+  }
+  return nullptr;
+}
+
+void* e_avl_get_first(uint32_t root) { return kvt::outermost(root, 0); }
+void* e_avl_get_last(uint32_t root) { return kvt::outermost(root, 1); }
+
+void* e_avl_get_next(uint32_t root, const void* node, e_avl_compare compare) {
+  return kvt::neighbour(root, node, compare, 1);
+}
+
+void* e_avl_get_prev(uint32_t root, const void* node, e_avl_compare compare) {
+  return kvt::neighbour(root, node, compare, 0);
+}
+
+void e_avl_walk(uint32_t root, e_avl_function function, void* argument) {
+  Node* stack[kvt::kMaxHeight];
+  int depth = 0;
+  auto descend = [&](Node* node) {
+    for (; node && depth < kvt::kMaxHeight; node = kvt::child(node, 0)) stack[depth++] = node;
+  };
+  descend(kvt::at(root));
+  while (depth) {
+    Node* node = stack[--depth];
+    descend(kvt::child(node, 1));  // before the call, which may free the node
+    function(node, argument);
+  }
+}
+
+int e_avl_check(uint32_t root, const uint32_t* state, e_avl_compare compare) {
+  struct Frame {
+    Node* node;
+    int step;  // 0 new, 1 left done, 2 both done
+    int left_height;
+  } stack[kvt::kMaxHeight];
+  int depth = 0;
+  int height = 0;  // of the subtree that was finished last
+  uint32_t count = 0;
+  Node* before = nullptr;
+  if (root & kvt::kLinkBits) return EINVAL;
+  if (root) stack[depth++] = {kvt::at(root), 0, 0};
+  while (depth) {
+    Frame& top = stack[depth - 1];
+    if (top.step == 2) {
+      int lean = height - top.left_height;
+      if (lean < -1 || lean > 1 || lean != kvt::lean(top.node)) return EINVAL;
+      height = 1 + (lean > 0 ? height : top.left_height);
+      depth--;
+      continue;
+    }
+    if (top.step == 1) {
+      top.left_height = height;
+      if (before && compare(before, top.node) != 0) return EINVAL;
+      before = top.node;
+      count++;
+    }
+    int side = top.step++;
+    height = 0;
+    Node* below = kvt::child(top.node, side);
+    if (!below) continue;
+    if (depth == kvt::kMaxHeight) return EINVAL;
+    stack[depth++] = {below, 0, 0};
+  }
+  return state && *state != count ? EINVAL : 0;
+}

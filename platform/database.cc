@@ -1,0 +1,319 @@
+// Transactions over a mapped database: lock, undo log, segments, permanent memory. Files are opened in
+// database_open.cc.
+//
+// The undo log holds {place, length, entry before, bytes} for each range that was announced, the newest one named by
+// the header. An entry is complete before the header names it, and a range changes only after that, so that the death
+// of the writer at any instruction leaves a log that leads back to the last commit.
+#include "platform/database.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/messages.h"
+
+namespace kvt {
+namespace {
+
+constexpr std::uint32_t kEntryHeader = 16;
+constexpr std::uint32_t kKeptLogSegments = 4;
+// What one change of the allocator may log, and what growing keeps back so that the log isn't what runs out first.
+constexpr std::uint32_t kHeapStep = 4096;
+constexpr std::uint32_t kGrowReserve = 128 * 1024;
+
+struct LogEntry {  // stored format
+  std::uint32_t at;
+  std::uint32_t length;
+  std::uint32_t previous;
+  std::uint32_t reserved;
+};
+STORED_SIZE(LogEntry, 16);
+
+struct PermanentBlock {  // stored format, before each permanent block
+  std::uint32_t size;    // of the block, without this header
+  std::uint32_t next;    // in the list of freed blocks
+};
+STORED_SIZE(PermanentBlock, 8);
+
+std::uint32_t rounded(std::uint32_t size) { return (size + 7u) & ~7u; }
+
+// The order of these stores is what a dead writer's successor relies on; the processor keeps it, the compiler must too.
+void publish(std::uint32_t* at, std::uint32_t value) { std::atomic_ref(*at).store(value, std::memory_order_release); }
+
+int lock_file(int fd, short type) {
+  struct flock region {};
+  region.l_type = type;
+  region.l_whence = SEEK_SET;
+  region.l_len = 1;
+  int result;
+  do {
+    result = fcntl(fd, F_OFD_SETLKW, &region);
+  } while (result && errno == EINTR);
+  return result ? errno : 0;
+}
+
+}  // namespace
+
+int Database::begin(Store* store, std::uint32_t* txn) {
+  {
+    std::unique_lock lock(turn_mutex_);
+    if (turn_of_ == std::this_thread::get_id() || writer() == store) return EDEADLK;
+    turn_.wait(lock, [this] { return turn_of_ == std::thread::id(); });
+    turn_of_ = std::this_thread::get_id();
+  }
+  if (int error = lock_file(store->fd(), F_WRLCK)) {
+    release_lock();
+    return error;
+  }
+  writer_.store(store, std::memory_order_relaxed);
+  if (header_->log_last) {
+    if (!roll_back()) {
+      lock_file(store->fd(), F_UNLCK);
+      release_lock();
+      return EIO;
+    }
+  } else {
+    settle_segments(Segment::kHeap);
+  }
+  txn_ = header_->txn_last + 1;
+  if (txn_ == KVT_NO_TXN || txn_ == 0) txn_ = 1;
+  header_->txn_last = txn_;
+  use_log_areas();
+  logged_.fill(0);
+  // What is wilderness now holds nothing that an abort must bring back, but for the header before it.
+  fresh_begin_ = heap_.top() ? heap_.top() + 8 : 0;
+  fresh_end_ = heap_.top() + heap_.top_size();
+  *txn = txn_;
+  return 0;
+}
+
+void Database::commit() {
+  // Blocks freed in the transaction were kept, since an abort needs their bytes; now they go, still under the log.
+  for (std::uint32_t at : pending_) {
+    if (!reserve_log(kHeapStep)) break;
+    heap_.clear_pending(cage_at(at));
+    heap_.free(cage_at(at));
+  }
+  pending_.clear();
+  publish(&header_->log_last, 0);
+  settle_segments(Segment::kHeap);
+  std::uint32_t kept = 0;
+  for (std::uint32_t i = 1; i < header_->segments; i++) {
+    if (header_->kinds[i] == Segment::kLog && ++kept > kKeptLogSegments) header_->kinds[i] = Segment::kFree;
+  }
+  lock_file(writer()->fd(), F_UNLCK);
+  release_lock();
+}
+
+void Database::abort() {
+  pending_.clear();
+  if (!roll_back()) stop(Message::kBadLog);
+  lock_file(writer()->fd(), F_UNLCK);
+  release_lock();
+}
+
+void Database::release_lock() {
+  std::lock_guard lock(turn_mutex_);
+  writer_.store(nullptr, std::memory_order_relaxed);
+  txn_ = KVT_NO_TXN;
+  turn_of_ = std::thread::id();
+  turn_.notify_one();
+}
+
+// Can be interrupted and begun again: until the last store the log stays as it is.
+bool Database::roll_back() {
+  for (std::uint32_t at = header_->log_last; at;) {
+    if (at % 8 || at < base_ + kLogAt || at > base_ + kSlotSize - kEntryHeader) return false;
+    const auto* entry = static_cast<const LogEntry*>(cage_at(at));
+    if (entry->at < base_ || entry->length > kSlotSize || entry->at - base_ > kSlotSize - entry->length) return false;
+    std::memcpy(cage_at(entry->at), entry + 1, entry->length);
+    at = entry->previous;
+  }
+  settle_segments(Segment::kFree);
+  publish(&header_->log_last, 0);
+  return true;
+}
+
+void Database::settle_segments(Segment new_heap_becomes) {
+  for (std::uint32_t i = 1; i < header_->segments; i++) {
+    if (header_->kinds[i] == Segment::kNewHeap) header_->kinds[i] = new_heap_becomes;
+  }
+}
+
+void Database::use_log_areas() {
+  areas_.assign(1, {base_ + kLogAt, base_ + kFirstPermanentAt});
+  for (std::uint32_t i = 1; i < header_->segments; i++) {
+    std::uint32_t begin = base_ + i * kSegmentSize;
+    if (header_->kinds[i] == Segment::kLog) areas_.push_back({begin, begin + kSegmentSize});
+  }
+  area_ = 0;
+  log_at_ = areas_[0].begin;
+}
+
+bool Database::add_log_area() {
+  std::uint32_t begin = take_segments(1, Segment::kLog, 0);
+  if (begin) areas_.push_back({begin, begin + kSegmentSize});
+  return begin != 0;
+}
+
+bool Database::reserve_log(std::uint32_t bytes) {
+  std::uint64_t left = areas_[area_].end - log_at_;
+  for (std::size_t i = area_ + 1; i < areas_.size(); i++) left += areas_[i].end - areas_[i].begin;
+  while (left < bytes) {
+    if (!add_log_area()) return false;
+    left += kSegmentSize;
+  }
+  return true;
+}
+
+void Database::log(std::uint32_t at, std::uint32_t length) {
+  while (length) {
+    std::uint32_t room = areas_[area_].end - log_at_;
+    if (room < kEntryHeader + 8) {
+      if (area_ + 1 == areas_.size() && !add_log_area()) stop(Message::kLogFull);
+      log_at_ = areas_[++area_].begin;
+      continue;
+    }
+    std::uint32_t part = std::min(length, room - kEntryHeader);
+    auto* entry = static_cast<LogEntry*>(cage_at(log_at_));
+    *entry = {at, part, header_->log_last, 0};
+    std::memcpy(entry + 1, cage_at(at), part);
+    publish(&header_->log_last, log_at_);
+    std::atomic_signal_fence(std::memory_order_seq_cst);  // the caller's store comes after
+    log_at_ += kEntryHeader + rounded(part);
+    at += part;
+    length -= part;
+  }
+}
+
+bool Database::is_fresh(std::uint32_t at, std::uint32_t length) const {
+  if (at >= fresh_begin_ && at < fresh_end_ && length <= fresh_end_ - at) return true;
+  return kind_of(at) == Segment::kNewHeap && kind_of(at + length - 1) == Segment::kNewHeap;
+}
+
+void Database::announce(std::uint32_t at, std::uint32_t length) {
+  if (!length || is_fresh(at, length)) return;
+  // The first bytes logged are the ones that count, so an equal range need not be logged again.
+  std::uint64_t range = (std::uint64_t{at} << 32) | length;
+  std::uint64_t& before = logged_[(at >> 2 ^ at >> 11) % logged_.size()];
+  if (before == range) return;
+  log(at, length);
+  before = range;
+}
+
+bool Database::announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn) {
+  if (!in_slot(at)) return true;  // memory of the process, which no transaction covers
+  if (!may_write(store, txn)) return false;
+  if (length > kSlotSize - (cage_ref(at) - base_)) return false;
+  if (txn == KVT_NO_TXN && is_permanent(cage_ref(at))) return true;
+  announce(cage_ref(at), length);
+  return true;
+}
+
+bool Database::is_permanent(std::uint32_t at) const {
+  if (at < base_ || at - base_ >= kSlotSize) return false;
+  if (at - base_ < kSegmentSize) return at - base_ >= kFirstPermanentAt;
+  return kind_of(at) == Segment::kPermanent;
+}
+
+bool Database::holds(std::uint32_t at) const {
+  if (at - base_ < kSegmentSize || at - base_ >= header_->segments * kSegmentSize) return false;
+  return kind_of(at) == Segment::kHeap || kind_of(at) == Segment::kNewHeap;
+}
+
+void* Database::alloc(std::uint32_t size) {
+  if (size > kSlotSize || !reserve_log(kHeapStep)) return nullptr;
+  return heap_.alloc(size);
+}
+
+void Database::free(void* block) {
+  std::uint32_t at = cage_ref(block);
+  if (in_slot(block) && is_permanent(at)) return free_permanent(at);
+  if (!heap_.is_block(block)) stop(Message::kBadFree);
+  if (is_fresh(at, 1)) {
+    if (reserve_log(kHeapStep)) heap_.free(block);
+    return;
+  }
+  if (!reserve_log(kHeapStep)) return;
+  heap_.mark_pending(block);
+  pending_.push_back(at);
+}
+
+// Nothing of the permanent memory is ever rolled back: each step alone must leave it whole.
+void* Database::alloc_permanent(std::uint32_t size) {
+  if (size > kSlotSize) return nullptr;
+  size = std::max(rounded(size), 8u);
+  for (std::uint32_t* link = &header_->permanent_free; *link;) {
+    auto* block = static_cast<PermanentBlock*>(cage_at(*link));
+    if (block->size == size) {
+      publish(link, block->next);
+      return block + 1;
+    }
+    link = &block->next;
+  }
+  std::uint32_t need = size + static_cast<std::uint32_t>(sizeof(PermanentBlock));
+  std::uint32_t room =
+      header_->permanent_end > header_->permanent_at ? header_->permanent_end - header_->permanent_at : 0;
+  if (room < need) {
+    std::uint32_t segments = (need + kSegmentSize - 1) / kSegmentSize;
+    std::uint32_t begin = take_segments(segments, Segment::kPermanent, 0);
+    if (!begin) return nullptr;
+    // Empty in between, so that a death there loses room and nothing else.
+    publish(&header_->permanent_end, 0);
+    publish(&header_->permanent_at, begin);
+    publish(&header_->permanent_end, begin + segments * kSegmentSize);
+  }
+  auto* block = static_cast<PermanentBlock*>(cage_at(header_->permanent_at));
+  publish(&header_->permanent_at, header_->permanent_at + need);
+  *block = {size, 0};
+  return block + 1;
+}
+
+void Database::free_permanent(std::uint32_t at) {
+  auto* block = static_cast<PermanentBlock*>(cage_at(at)) - 1;
+  block->next = header_->permanent_free;
+  publish(&header_->permanent_free, cage_ref(block));
+}
+
+std::uint32_t Database::grow(std::uint32_t segments, std::uint32_t wanted) {
+  if (!reserve_log(kGrowReserve)) return 0;
+  return take_segments(segments, Segment::kNewHeap, wanted);
+}
+
+std::uint32_t Database::take_segments(std::uint32_t count, Segment kind, std::uint32_t wanted) {
+  auto run_at = [&](std::uint32_t first) {
+    std::uint32_t n = 0;
+    while (n < count && first + n < std::size(header_->kinds) && header_->kinds[first + n] == Segment::kFree) n++;
+    return n;
+  };
+  std::uint32_t first = wanted > base_ ? (wanted - base_) / kSegmentSize : 0;
+  if (!first || run_at(first) < count) {
+    for (first = 1; first + count <= std::size(header_->kinds); first++) {
+      std::uint32_t run = run_at(first);
+      if (run == count) break;
+      first += run;
+    }
+    if (first + count > std::size(header_->kinds)) return 0;
+  }
+  if (first + count > header_->segments && !extend_file(first + count)) return 0;
+  for (std::uint32_t i = first; i < first + count; i++) header_->kinds[i] = kind;
+  return base_ + first * kSegmentSize;
+}
+
+// Room on the disk first: a store into a hole of the file on a full disk would be a signal, not an error.
+bool Database::extend_file(std::uint32_t segments) {
+  off_t from = off_t{header_->segments} * kSegmentSize;
+  off_t length = off_t{segments} * kSegmentSize - from;
+  int error;
+  do {
+    error = posix_fallocate(writer()->fd(), from, length);
+  } while (error == EINTR);
+  if (error) return false;
+  publish(&header_->segments, segments);
+  return true;
+}
+
+}  // namespace kvt

@@ -1,0 +1,145 @@
+// A database: one file, mapped once in a process at the slot of the cage that the file names. Holds the write lock and
+// the undo log of the open transaction. See the layout at DatabaseHeader.
+#pragma once
+
+#include <sys/types.h>
+
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/store.h"
+
+namespace kvt {
+
+// What a segment of the file serves.
+enum class Segment : std::uint8_t {
+  kFree = 0,
+  kHeap = 1,
+  kLog = 2,
+  kPermanent = 3,
+  kNewHeap = 4,  // became heap in the open transaction: kHeap by commit, kFree by abort
+};
+
+struct DatabaseHeader {          // stored format, at the start of the file
+  char magic[8];                 // offset 0
+  std::uint32_t version;         // offset 8
+  std::uint32_t slot;            // offset 12
+  std::uint32_t segment_size;    // offset 16
+  std::uint32_t checksum;        // offset 20, over the bytes before it
+  std::uint32_t segments;        // offset 24, size of the file
+  std::uint32_t log_last;        // offset 28, newest entry of the undo log; the store of 0 is the commit
+  std::uint32_t txn_last;        // offset 32
+  std::uint32_t permanent_at;    // offset 36, [permanent_at, permanent_end) is not handed out yet
+  std::uint32_t permanent_end;   // offset 40
+  std::uint32_t permanent_free;  // offset 44, list of freed permanent blocks
+  std::uint8_t reserved[16];     // offset 48
+  Segment kinds[256];            // offset 64; the first segment is none of these
+};
+STORED_SIZE(DatabaseHeader, 320);
+STORED_FIELD(DatabaseHeader, log_last, 28, std::uint32_t);
+
+// Layout of the first segment.
+inline constexpr std::uint32_t kRootsAt = 0x1000;
+inline constexpr std::uint32_t kLogAt = 0x4000;
+inline constexpr std::uint32_t kFirstPermanentAt = 0x90000;
+inline constexpr std::uint32_t kFormatVersion = 1;
+static_assert(kRootsAt + sizeof(StoreRoots) <= kLogAt);
+
+struct OpenRequest {
+  const char* path;
+  bool create;
+  int slot;
+  char* message;
+  std::size_t message_size;
+};
+
+class Database final : public HeapBacking {
+ public:
+  // A store over the file; null, with `err` and the request's message, if it cannot be had.
+  static Store* open(const OpenRequest& request, int* err);
+  static void release(Database* database);
+  static bool any_open();
+
+  // Takes the lock; rolls back what a dead writer left. 0, EDEADLK, or what the system gives.
+  int begin(Store* store, std::uint32_t* txn);
+  void commit();
+  void abort();
+
+  Store* writer() const { return writer_.load(std::memory_order_relaxed); }
+  std::uint32_t txn() const { return txn_; }
+  bool may_write(const Store* store, std::uint32_t txn) const {
+    return writer() == store && (txn == txn_ || txn == KVT_NO_TXN);
+  }
+  bool in_slot(const void* address) const { return cage_base() <= address && address < cage_base() + kSlotSize; }
+  bool is_permanent(std::uint32_t at) const;
+  StoreRoots* roots() const { return roots_; }
+  DatabaseHeader* header() const { return header_; }
+
+  void* alloc(std::uint32_t size);
+  void* alloc_permanent(std::uint32_t size);
+  void free(void* block);
+  bool announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn);
+  bool reserve_log(std::uint32_t bytes);
+
+  void announce(std::uint32_t at, std::uint32_t length) override;
+  std::uint32_t grow(std::uint32_t segments, std::uint32_t wanted) override;
+  bool holds(std::uint32_t at) const override;
+
+ private:
+  struct Area {  // a stretch of undo log
+    std::uint32_t begin, end;
+  };
+
+  Database() = default;
+  ~Database() = default;
+  char* cage_base() const { return kvt_cage_base + base_; }
+  std::uint32_t base() const { return base_; }
+  Segment kind_of(std::uint32_t at) const { return header_->kinds[(at - base_) / kSegmentSize]; }
+  bool is_fresh(std::uint32_t at, std::uint32_t length) const;
+  std::uint32_t take_segments(std::uint32_t count, Segment kind, std::uint32_t wanted);
+  bool extend_file(std::uint32_t segments);
+  void use_log_areas();
+  bool add_log_area();
+  void log(std::uint32_t at, std::uint32_t length);
+  bool roll_back();
+  void settle_segments(Segment new_heap_becomes);
+  void free_permanent(std::uint32_t at);
+  void release_lock();
+
+  // Set once, when the file is mapped.
+  int references_ = 0;  // guarded by the table of databases
+  dev_t device_ = 0;
+  ino_t inode_ = 0;
+  std::string path_;
+  std::uint32_t slot_ = 0;
+  std::uint32_t base_ = 0;
+  DatabaseHeader* header_ = nullptr;
+  StoreRoots* roots_ = nullptr;
+  Heap heap_;
+
+  // One writer of this process at a time; the lock of the file keeps out other processes.
+  std::mutex turn_mutex_;
+  std::condition_variable turn_;
+  std::thread::id turn_of_;
+
+  // The open transaction.
+  std::atomic<Store*> writer_{nullptr};
+  std::uint32_t txn_ = KVT_NO_TXN;
+  std::vector<Area> areas_;
+  std::size_t area_ = 0;
+  std::uint32_t log_at_ = 0;
+  std::uint32_t fresh_begin_ = 0;
+  std::uint32_t fresh_end_ = 0;
+  std::vector<std::uint32_t> pending_;
+  std::array<std::uint64_t, 512> logged_;  // ranges logged before, by a hash of the range
+
+  friend struct DatabaseTable;
+};
+
+}  // namespace kvt

@@ -1,0 +1,258 @@
+// Makes, checks and maps database files. A process maps a file once, however many handles it has over it.
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <random>
+
+#include "platform/database.h"
+#include "platform/messages.h"
+
+namespace kvt {
+
+constexpr char kMagic[8] = {'Z', 'A', 'R', 'N', 'K', 'V', 'D', 'B'};
+
+// What the process has mapped, by slot.
+struct DatabaseTable {
+  std::mutex mutex;
+  Database* slots[KVT_DATABASE_SLOTS] = {};
+  std::atomic<int> open_count{0};
+
+  Database* find(const struct stat& file) const {
+    for (Database* d : slots) {
+      if (d && d->device_ == file.st_dev && d->inode_ == file.st_ino) return d;
+    }
+    return nullptr;
+  }
+  // -1 when none is free.
+  int random_free_slot() const {
+    int free[KVT_DATABASE_SLOTS];
+    unsigned count = 0;
+    for (int i = 0; i < KVT_DATABASE_SLOTS; i++) {
+      if (!slots[i]) free[count++] = i;
+    }
+    // At random, so that two files made apart from each other seldom clash in the process that opens both.
+    return count ? free[std::random_device{}() % count] : -1;
+  }
+  Database* map(const OpenRequest& request, const struct stat& file, std::uint32_t slot, int fd, int* err);
+  void unmap(Database* database);
+};
+
+namespace {
+
+DatabaseTable table;
+
+template <class... Arguments>
+void say(const OpenRequest& request, const char* format, Arguments... arguments) {
+  if (request.message && request.message_size)
+    std::snprintf(request.message, request.message_size, format, arguments...);
+}
+
+void say_error(const OpenRequest& request, const char* what, int error) {
+  say(request, "cannot %s \"%s\": %s", what, request.path, std::strerror(error));
+}
+
+std::uint32_t checksum_of(const DatabaseHeader& header) {
+  std::uint32_t sum = 2166136261u;
+  const auto* bytes = reinterpret_cast<const unsigned char*>(&header);
+  for (std::size_t i = 0; i < offsetof(DatabaseHeader, checksum); i++) sum = (sum ^ bytes[i]) * 16777619u;
+  return sum;
+}
+
+int write_all(int fd, const void* bytes, std::size_t length, off_t at) {
+  const char* p = static_cast<const char*>(bytes);
+  while (length) {
+    ssize_t n = pwrite(fd, p, length, at);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return errno;
+    p += n;
+    at += n;
+    length -= static_cast<std::size_t>(n);
+  }
+  return 0;
+}
+
+int fill_new_file(int fd, std::uint32_t slot) {
+  DatabaseHeader header{};
+  std::uint32_t base = kDatabaseBegin + slot * kSlotSize;
+  std::memcpy(header.magic, kMagic, sizeof kMagic);
+  header.version = kFormatVersion;
+  header.slot = slot;
+  header.segment_size = kSegmentSize;
+  header.checksum = checksum_of(header);
+  header.segments = 1;
+  header.permanent_at = base + kFirstPermanentAt;
+  header.permanent_end = base + kSegmentSize;
+  std::uint32_t tables_at = kRootsAt + static_cast<std::uint32_t>(offsetof(StoreRoots, tables));
+  kvt_table_list tables = {0, base + tables_at};
+  if (int error = posix_fallocate(fd, 0, kSegmentSize)) return error;
+  if (int error = write_all(fd, &tables, sizeof tables, tables_at)) return error;
+  return write_all(fd, &header, sizeof header, 0);
+}
+
+// Written under another name first: nobody ever sees half a database under `path`.
+int make_file(const OpenRequest& request, std::uint32_t slot) {
+  std::string temporary = std::string(request.path) + ".XXXXXX";
+  int fd = mkostemp(temporary.data(), O_CLOEXEC);
+  if (fd < 0) return errno;
+  int error = fill_new_file(fd, slot);
+  if (!error && link(temporary.c_str(), request.path)) {
+    error = errno;
+    // A file system without hard links; EEXIST in both cases says that another process was first, and its file serves.
+    if (error == EPERM || error == EOPNOTSUPP) {
+      error = renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, request.path, RENAME_NOREPLACE) ? errno : 0;
+    }
+  }
+  unlink(temporary.c_str());
+  close(fd);
+  return error == EEXIST ? 0 : error;
+}
+
+// Whether the file is a database that this library can read.
+bool check_file(const OpenRequest& request, int fd, struct stat* file, DatabaseHeader* header, int* err) {
+  *err = EINVAL;
+  if (fstat(fd, file) || !S_ISREG(file->st_mode)) {
+    say(request, "\"%s\" is not a regular file", request.path);
+    return false;
+  }
+  ssize_t got = pread(fd, header, sizeof *header, 0);
+  if (got < static_cast<ssize_t>(sizeof kMagic) || std::memcmp(header->magic, kMagic, sizeof kMagic) != 0) {
+    say(request, "\"%s\" is not a database", request.path);
+    return false;
+  }
+  if (got == static_cast<ssize_t>(sizeof *header) && header->version != kFormatVersion) {
+    say(request, "database \"%s\" has format version %u, this library reads %u", request.path, header->version,
+        kFormatVersion);
+    return false;
+  }
+  if (got < static_cast<ssize_t>(sizeof *header) || file->st_size < kSegmentSize ||
+      file->st_size / kSegmentSize < header->segments) {
+    say(request, "database \"%s\" is cut short", request.path);
+    return false;
+  }
+  if (header->checksum != checksum_of(*header) || header->slot >= KVT_DATABASE_SLOTS ||
+      header->segment_size != kSegmentSize || header->segments < 1 || header->segments > kSlotSize / kSegmentSize) {
+    say(request, "database \"%s\" has a damaged header", request.path);
+    return false;
+  }
+  *err = 0;
+  return true;
+}
+
+}  // namespace
+
+Database* DatabaseTable::map(const OpenRequest& request, const struct stat& file, std::uint32_t slot, int fd,
+                             int* err) {
+  if (Database* other = slots[slot]) {
+    say(request, "database \"%s\" needs slot %u, which database \"%s\" holds in this process", request.path, slot,
+        other->path_.c_str());
+    *err = EBUSY;
+    return nullptr;
+  }
+  auto* d = new (std::nothrow) Database;
+  if (!d) {
+    *err = ENOMEM;
+    return nullptr;
+  }
+  d->base_ = kDatabaseBegin + slot * kSlotSize;
+  // The whole slot: what lies behind the end of the file becomes reachable as the file grows, in every process.
+  if (mmap(d->cage_base(), kSlotSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, fd, 0) == MAP_FAILED) {
+    *err = errno;
+    say_error(request, "map", *err);
+    delete d;
+    return nullptr;
+  }
+  d->device_ = file.st_dev;
+  d->inode_ = file.st_ino;
+  d->path_ = request.path;
+  d->slot_ = slot;
+  d->header_ = reinterpret_cast<DatabaseHeader*>(d->cage_base());
+  d->roots_ = reinterpret_cast<StoreRoots*>(d->cage_base() + kRootsAt);
+  // Memory is not hidden: what one process frees another may take into use.
+  d->heap_.attach(&d->roots_->heap, d, /*logged=*/true, /*hide_free=*/false);
+  slots[slot] = d;
+  open_count++;
+  return d;
+}
+
+void DatabaseTable::unmap(Database* database) {
+  void* got =
+      mmap(database->cage_base(), kSlotSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0);
+  if (got == MAP_FAILED) stop(Message::kNoCage);
+  slots[database->slot_] = nullptr;
+  open_count--;
+  delete database;
+}
+
+Store* Database::open(const OpenRequest& request, int* err) {
+  std::lock_guard lock(table.mutex);
+  constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NONBLOCK;  // no waiting at a pipe that bears the name
+  int fd = ::open(request.path, kFlags);
+  if (fd < 0 && errno == ENOENT && request.create) {
+    if (request.slot >= KVT_DATABASE_SLOTS) {
+      say(request, "there is no slot %d", request.slot);
+      *err = EINVAL;
+      return nullptr;
+    }
+    int slot = request.slot >= 0 ? request.slot : table.random_free_slot();
+    if (slot < 0) {
+      say(request, "this process has no slot left for database \"%s\"", request.path);
+      *err = EBUSY;
+      return nullptr;
+    }
+    if (table.slots[slot]) {
+      say(request, "database \"%s\" needs slot %d, which database \"%s\" holds in this process", request.path, slot,
+          table.slots[slot]->path_.c_str());
+      *err = EBUSY;
+      return nullptr;
+    }
+    *err = make_file(request, static_cast<std::uint32_t>(slot));
+    if (*err) {
+      say_error(request, "make", *err);
+      return nullptr;
+    }
+    fd = ::open(request.path, kFlags);
+  }
+  if (fd < 0) {
+    *err = errno == EISDIR ? EINVAL : errno;
+    if (errno == EISDIR) {
+      say(request, "\"%s\" is not a regular file", request.path);
+    } else {
+      say_error(request, "open", *err);
+    }
+    return nullptr;
+  }
+  struct stat file;
+  DatabaseHeader header{};
+  Database* database = nullptr;
+  if (check_file(request, fd, &file, &header, err)) {
+    database = table.find(file);
+    if (!database) database = table.map(request, file, header.slot, fd, err);
+  }
+  Store* store = database ? Store::make_shared(database, fd) : nullptr;
+  if (!store) {
+    if (database && !database->references_) table.unmap(database);
+    if (!*err) *err = ENOMEM;
+    close(fd);
+    return nullptr;
+  }
+  database->references_++;
+  return store;
+}
+
+void Database::release(Database* database) {
+  std::lock_guard lock(table.mutex);
+  if (--database->references_ == 0) table.unmap(database);
+}
+
+bool Database::any_open() { return table.open_count.load(std::memory_order_relaxed) != 0; }
+
+}  // namespace kvt
+
+int kvtlib_db_is_shared(void) { return kvt::Database::any_open(); }

@@ -1,0 +1,162 @@
+// Handles: opened over a private store or a database, closed, and the transactions between.
+#include "platform/handle.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <new>
+
+#include "platform/database.h"
+#include "platform/key_store.h"
+#include "platform/secrets.h"
+
+namespace kvt {
+namespace {
+
+thread_local std::uint16_t tenant;
+
+kvt_handle* make_handle(Store* store, const char* name, const kvt_handle_options& options) {
+  auto* runtime = new (std::nothrow) kvt_runtime{};
+  if (!runtime) return nullptr;
+  runtime->store = store;
+  runtime->name = name;
+  runtime->tracking.tag = static_cast<std::uint32_t>(options.tracking);
+  kvt_handle* h = &runtime->handle;
+  h->mode = options.mode >= 0 ? static_cast<std::uint32_t>(options.mode) : store->is_private() ? 0 : 1;
+  h->default_txn = store->is_private() ? 0 : KVT_NO_TXN;
+  h->registry_alloc = registry_alloc;
+  h->store_alloc = store_alloc;
+  h->store_free = store_free;
+  h->set_range = set_range;
+  h->set_counter = set_counter;
+  h->key_put = key_put;
+  h->key_get = key_get;
+  h->store = h->registry = h->registry_pool = store;
+  if (options.domain_name) std::snprintf(h->domain_name, sizeof h->domain_name, "%s", options.domain_name);
+  h->db_name = runtime->name.c_str();
+  h->sttr = options.tracking ? &runtime->tracking : nullptr;
+  h->hd_mapping = &store->roots()->sides;
+  h->db_stats = &store->roots()->stats;
+  h->containment = options.containment;
+  h->runtime = runtime;
+  if (options.tenant) tenant = options.tenant;
+  return h;
+}
+
+kvt_handle_options options_or_default(const kvt_handle_options* given) {
+  kvt_handle_options options;
+  kvt_handle_options_init(&options);
+  return given ? *given : options;
+}
+
+Database* database_of(kvt_handle* handle) { return handle->runtime->store->database(); }
+
+bool has_open(kvt_handle* handle, std::uint32_t txn) {
+  const kvt_runtime* runtime = handle->runtime;
+  if (const Database* database = runtime->store->database()) {
+    return database->writer() == runtime->store && database->txn() == txn;
+  }
+  return runtime->txn_open && runtime->txn_last == txn;
+}
+
+void end_private(kvt_handle* handle) {
+  handle->runtime->txn_open = false;
+  handle->default_txn = 0;
+}
+
+}  // namespace
+}  // namespace kvt
+
+using kvt::Database;
+using kvt::Store;
+
+void kvt_handle_options_init(kvt_handle_options* options) {
+  *options = {};
+  options->mode = -1;
+  options->slot = -1;
+}
+
+kvt_handle* kvt_handle_open_private(const kvt_handle_options* options, int* err) {
+  Store* store = Store::make_private();
+  kvt_handle* handle = store ? kvt::make_handle(store, "private", kvt::options_or_default(options)) : nullptr;
+  *err = handle ? 0 : ENOMEM;
+  if (store && !handle) store->destroy();
+  return handle;
+}
+
+kvt_handle* kvt_handle_open_database(const char* path, const kvt_handle_options* given, int* err) {
+  kvt_handle_options options = kvt::options_or_default(given);
+  if (options.message && options.message_size) options.message[0] = '\0';
+  *err = 0;
+  Store* store = Database::open({path, options.create != 0, options.slot, options.message, options.message_size}, err);
+  if (!store) return nullptr;
+  std::string key_file = options.key_file ? options.key_file : std::string(path) + ".key";
+  *err = kvt_keyring_open(key_file.c_str(), options.create, options.message, options.message_size);
+  kvt_handle* handle = *err ? nullptr : kvt::make_handle(store, path, options);
+  if (!handle) {
+    if (!*err) *err = ENOMEM;
+    store->destroy();
+  }
+  return handle;
+}
+
+void kvt_handle_close(kvt_handle* handle) {
+  if (!handle) return;
+  kvt_runtime* runtime = handle->runtime;
+  Database* database = runtime->store->database();
+  if (database && database->writer() == runtime->store) database->abort();
+  runtime->store->destroy();
+  delete runtime;
+}
+
+uint32_t kvtdb_txn_begin(kvt_handle* handle, int* err) {
+  if (*err) return KVT_NO_TXN;
+  kvt_runtime* runtime = handle->runtime;
+  uint32_t txn = KVT_NO_TXN;
+  int error = 0;
+  if (Database* database = kvt::database_of(handle)) {
+    error = database->begin(runtime->store, &txn);
+  } else if (runtime->txn_open) {
+    error = EDEADLK;
+  } else {
+    if (++runtime->txn_last == KVT_NO_TXN) runtime->txn_last = 1;
+    txn = runtime->txn_last;
+    runtime->txn_open = true;
+  }
+  if (error) {
+    kvt_store_epoch_err(handle, error, err);
+    return KVT_NO_TXN;
+  }
+  handle->default_txn = txn;
+  return txn;
+}
+
+void kvtdb_txn_commit(kvt_handle* handle, uint32_t txn, int* err) {
+  if (*err) return;
+  if (!kvt::has_open(handle, txn)) return kvt_store_epoch_err(handle, EINVAL, err);
+  Database* database = kvt::database_of(handle);
+  if (!database) return kvt::end_private(handle);
+  handle->default_txn = KVT_NO_TXN;
+  database->commit();
+}
+
+void kvtdb_txn_abort(kvt_handle* handle, uint32_t txn, int* err) {
+  if (!kvt::has_open(handle, txn)) {
+    if (!*err) kvt_store_epoch_err(handle, EINVAL, err);
+    return;
+  }
+  Database* database = kvt::database_of(handle);
+  if (!database) return kvt::end_private(handle);
+  handle->default_txn = KVT_NO_TXN;
+  database->abort();
+}
+
+int kvtlib_database_is_write_locked(kvt_handle* handle) { return handle->runtime->store->can_write(); }
+
+int kvtlib_database_in_range(kvt_handle* handle, const void* address) {
+  return handle->runtime->store->in_range(address);
+}
+
+void mt_set_tenant_id(uint16_t given) { kvt::tenant = given; }
+
+uint16_t mt_get_tenant_id(void) { return kvt::tenant; }

@@ -1,0 +1,68 @@
+// The one allocator: private stores, loose memory in the cage and databases. Boundary tags, exact bins for small sizes,
+// a wilderness that grows by whole segments. It knows no transactions: every change of its own words is announced to
+// its backing first, and the backing decides what that means.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/cage.h"
+
+namespace kvt {
+
+inline constexpr std::uint32_t kHeapBins = 592;
+
+struct HeapMeta {                               // stored format: lies in the first segment of a store
+  std::uint64_t filled[(kHeapBins + 63) / 64];  // a bit for each bin that is not empty
+  std::uint32_t bins[kHeapBins];                // first free chunk of each bin
+  std::uint32_t top;                            // the wilderness, a free chunk that is in no bin; 0 if used up
+  std::uint32_t end;                            // where the newest region ends
+};
+STORED_SIZE(HeapMeta, 80 + kHeapBins * 4 + 8);
+
+class HeapBacking {
+ public:
+  virtual void announce(std::uint32_t at, std::uint32_t length) = 0;
+  // Whole segments in one run, if possible at `wanted`, which is 0 for no wish. 0 when there are none.
+  virtual std::uint32_t grow(std::uint32_t segments, std::uint32_t wanted) = 0;
+  // Whether the segment around `at` was given by grow.
+  virtual bool holds(std::uint32_t at) const = 0;
+
+ protected:
+  ~HeapBacking() = default;
+};
+
+class Heap {
+ public:
+  void attach(HeapMeta* meta, HeapBacking* backing, bool logged, bool hide_free);
+  // Adds a region to allocate from: [begin, begin + length), both multiples of 8.
+  void add_region(std::uint32_t begin, std::uint32_t length);
+  void* alloc(std::uint32_t size);  // 8-aligned, not zeroed; null when the backing has no more
+  void free(void* block);           // an address for which is_block holds
+  // False for what is no allocated block of this heap, as far as can be told from its neighbours.
+  bool is_block(const void* block) const;
+  // Keeps a block out of use without giving it away: it counts as freed, but its bytes stay.
+  void mark_pending(void* block);
+  void clear_pending(void* block);
+  std::uint32_t top() const { return meta_->top; }
+  std::uint32_t top_size() const;
+
+ private:
+  std::uint32_t take_from_bins(std::uint32_t need);
+  std::uint32_t take_from_top(std::uint32_t need);
+  void set(std::uint32_t at, std::uint32_t value);
+  void set_meta(std::uint32_t* at, std::uint32_t value);
+  void set_header(std::uint32_t chunk, std::uint32_t size_and_flags, std::uint32_t previous);
+  void flip_filled(std::uint32_t bin);
+  void push(std::uint32_t chunk, std::uint32_t size);
+  void unlink(std::uint32_t chunk, std::uint32_t size);
+  void announce(const void* at, std::uint32_t length) {
+    if (logged_) backing_->announce(cage_ref(at), length);
+  }
+
+  HeapMeta* meta_ = nullptr;
+  HeapBacking* backing_ = nullptr;
+  bool logged_ = false;
+  bool hide_free_ = false;
+};
+
+}  // namespace kvt

@@ -1,0 +1,90 @@
+// One hash with chained nodes. In a database it exists twice: names of permanent memory stand in chains that no abort
+// touches, for registered types and roots must keep their names when the transaction that needed them first is aborted.
+#include "platform/key_store.h"
+
+#include <atomic>
+#include <cstring>
+
+#include "platform/store.h"
+
+namespace kvt {
+namespace {
+
+struct KeyNode {  // stored format; the key's text with its NUL follows
+  std::uint32_t next;
+  std::uint32_t hash;
+  std::uint32_t value;
+};
+STORED_SIZE(KeyNode, 12);
+
+const char* text_of(const KeyNode* node) { return reinterpret_cast<const char*>(node + 1); }
+
+std::uint32_t hash_of(const char* key) {
+  std::uint32_t hash = 2166136261u;
+  for (; *key; key++) hash = (hash ^ static_cast<unsigned char>(*key)) * 16777619u;
+  return hash ^ hash >> 15;
+}
+
+KeyNode* find(std::uint32_t chain, std::uint32_t hash, const char* key) {
+  for (auto* node = static_cast<KeyNode*>(cage_at(chain)); node; node = static_cast<KeyNode*>(cage_at(node->next))) {
+    if (node->hash == hash && !std::strcmp(text_of(node), key)) return node;
+  }
+  return nullptr;
+}
+
+// Readers take no lock: a node is whole before its chain leads to it.
+void publish(std::uint32_t* at, std::uint32_t value) { std::atomic_ref(*at).store(value, std::memory_order_release); }
+
+KeyNode* fill(void* room, std::uint32_t next, std::uint32_t hash, std::uint32_t value, const char* key,
+              std::size_t length) {
+  auto* node = static_cast<KeyNode*>(room);
+  *node = {next, hash, value};
+  std::memcpy(node + 1, key, length + 1);
+  return node;
+}
+
+}  // namespace
+
+int key_put(void* keystore, std::uint32_t txn, const char* key, void* value) {
+  Store* store = Store::of(keystore);
+  if (!store || !key || (value && !in_cage(value)) || !store->can_write()) return 0;
+  std::uint32_t hash = hash_of(key);
+  std::size_t length = std::strlen(key);
+  std::uint32_t size = static_cast<std::uint32_t>(sizeof(KeyNode) + length + 1);
+  std::uint32_t word = cage_ref(value);
+  std::uint32_t* plain = &store->roots()->keys[hash % kKeyBuckets];
+  std::uint32_t* permanent = &store->roots()->permanent_keys[hash % kKeyBuckets];
+  KeyNode* named = find(*permanent, hash, key);
+  if (value && store->is_permanent(value)) {
+    if (named) {
+      publish(&named->value, word);
+      return 1;
+    }
+    void* room = store->alloc_permanent(size);
+    if (!room) return 0;
+    publish(permanent, cage_ref(fill(room, *permanent, hash, word, key, length)));
+    return 1;
+  }
+  // The permanent name would hide this one.
+  if (named && named->value && !store->write(&named->value, 0u, txn)) return 0;
+  if (KeyNode* node = find(*plain, hash, key)) return store->write(&node->value, word, txn) ? 1 : 0;
+  if (!value) return 1;
+  // With no write context the node is still the transaction's, so that abort takes the name back with the value.
+  void* room = store->alloc(store->open_txn(), size);
+  if (!room) return 0;
+  fill(room, *plain, hash, word, key, length);
+  if (!store->announce_range(plain, sizeof *plain, txn)) return 0;
+  publish(plain, cage_ref(room));
+  return 1;
+}
+
+void* key_get(void* keystore, std::uint32_t, const char* key) {
+  Store* store = Store::of(keystore);
+  if (!store || !key) return nullptr;
+  std::uint32_t hash = hash_of(key);
+  const KeyNode* node = find(store->roots()->permanent_keys[hash % kKeyBuckets], hash, key);
+  if (!node || !node->value) node = find(store->roots()->keys[hash % kKeyBuckets], hash, key);
+  return node ? cage_at(node->value) : nullptr;
+}
+
+}  // namespace kvt

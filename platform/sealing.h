@@ -1,0 +1,16 @@
+// The sealed form of a secret: key id, nonce, tag, then as many bytes as the text has. See docs/formats/wire.md.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace kvt {
+
+constexpr std::size_t kSealOverhead = 36;
+
+// Seals `length` bytes into `sealed`, which has room for kSealOverhead more. False: no key, or no randomness.
+bool seal(const void* plain, std::size_t length, std::uint8_t* sealed);
+// Opens a sealed form into `plain`. False, and nothing readable left in `plain`, when no key of this process opens it.
+bool unseal(const std::uint8_t* sealed, std::size_t sealed_length, std::uint8_t* plain);
+
+}  // namespace kvt

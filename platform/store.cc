@@ -1,0 +1,149 @@
+// Stores, and the allocation and announcement members of a handle.
+#include "platform/store.h"
+
+#include <unistd.h>
+
+#include <mutex>
+#include <new>
+
+#include "platform/database.h"
+#include "platform/messages.h"
+
+namespace kvt {
+namespace {
+
+// Stores lie in a range of the cage of their own, so that a word can be told from a caller's store without reading it.
+constexpr std::uint32_t kStoreRoom = 256;
+static_assert(sizeof(Store) <= kStoreRoom);
+std::mutex stores_mutex;
+std::uint32_t stores_made;
+Store* stores_free;
+
+}  // namespace
+
+Store* Store::make() {
+  std::lock_guard lock(stores_mutex);
+  void* room = stores_free;
+  if (stores_free) {
+    stores_free = stores_free->next_free_;
+  } else if (stores_made < (kPrivateBegin - kStoreBegin) / kStoreRoom) {
+    room = cage_at(kStoreBegin + stores_made++ * kStoreRoom);
+  }
+  if (!room) return nullptr;
+  Store* store = new (room) Store;
+  store->alive_ = true;
+  return store;
+}
+
+Store* Store::of(void* word) {
+  std::uintptr_t at = reinterpret_cast<std::uintptr_t>(word) - reinterpret_cast<std::uintptr_t>(kvt_cage_base);
+  if (at < kStoreBegin || at >= kPrivateBegin || at % kStoreRoom) return nullptr;
+  Store* store = static_cast<Store*>(word);
+  return store->alive_ ? store : nullptr;
+}
+
+Store* Store::make_private() {
+  Store* store = make();
+  if (!store) return nullptr;
+  std::uint32_t first = segments_take(1, store);
+  if (!first) {
+    store->destroy();
+    return nullptr;
+  }
+  store->roots_ = static_cast<StoreRoots*>(cage_at(first));
+  store->heap_.attach(&store->roots_->heap, store, /*logged=*/false, /*hide_free=*/true);
+  store->heap_.add_region(first + sizeof(StoreRoots), kSegmentSize - sizeof(StoreRoots));
+  store->roots_->tables.last_link = cage_ref(&store->roots_->tables.first);
+  return store;
+}
+
+Store* Store::make_shared(Database* database, int fd) {
+  Store* store = make();
+  if (!store) return nullptr;
+  store->database_ = database;
+  store->fd_ = fd;
+  store->roots_ = database->roots();
+  return store;
+}
+
+void Store::destroy() {
+  if (database_) {
+    Database::release(database_);
+    close(fd_);
+  } else {
+    segments_release(static_cast<const Store*>(this));
+  }
+  std::lock_guard lock(stores_mutex);
+  alive_ = false;
+  next_free_ = stores_free;
+  stores_free = this;
+}
+
+bool Store::in_range(const void* address) const {
+  if (database_) return database_->in_slot(address);
+  return address && segment_owner(address) == this;
+}
+
+bool Store::can_write() const { return !database_ || database_->writer() == this; }
+
+std::uint32_t Store::open_txn() const { return database_ ? database_->txn() : 0; }
+
+void* Store::alloc(std::uint32_t txn, std::uint32_t size) {
+  if (!database_) return heap_.alloc(size);
+  if (!database_->may_write(this, txn)) return nullptr;
+  return txn == KVT_NO_TXN ? database_->alloc_permanent(size) : database_->alloc(size);
+}
+
+void* Store::alloc_permanent(std::uint32_t size) {
+  if (!database_) return heap_.alloc(size);
+  return database_->writer() == this ? database_->alloc_permanent(size) : nullptr;
+}
+
+bool Store::is_permanent(const void* address) const { return database_ && database_->is_permanent(cage_ref(address)); }
+
+void Store::free(std::uint32_t txn, void* block) {
+  if (!block) return;
+  if (!database_) {
+    if (!heap_.is_block(block)) stop(Message::kBadFree);
+    heap_.free(block);
+    return;
+  }
+  if (!database_->may_write(this, txn)) {
+    trace(Message::kFreeRefused, KVT_LEVEL_ERROR);
+    return;
+  }
+  database_->free(block);
+}
+
+bool Store::announce_range(void* at, std::uint32_t length, std::uint32_t txn) {
+  return !database_ || database_->announce_range(this, at, length, txn);
+}
+
+bool Store::reserve(std::uint32_t bytes) {
+  return !database_ || (database_->writer() == this && database_->reserve_log(bytes));
+}
+
+void* store_alloc(void* store, std::uint32_t txn, std::uint32_t size) {
+  return static_cast<Store*>(store)->alloc(txn, size);
+}
+
+void store_free(void* store, std::uint32_t txn, void* address) { static_cast<Store*>(store)->free(txn, address); }
+
+void* registry_alloc(void* pool, std::uint32_t, std::uint32_t size) {
+  return static_cast<Store*>(pool)->alloc_permanent(size);
+}
+
+int set_range(kvt_handle* handle, void* address, std::uint32_t length, std::uint32_t txn, void*) {
+  return nadra_set_range(handle->store, address, length, txn);
+}
+
+int set_counter(kvt_handle* handle, void* address, std::uint64_t, std::uint32_t txn) {
+  return nadra_set_range(handle->store, address, 8, txn);
+}
+
+}  // namespace kvt
+
+int nadra_set_range(void* store, void* address, uint32_t length, uint32_t txn) {
+  kvt::Store* own = kvt::Store::of(store);
+  return !own || own->announce_range(address, length, txn) ? 1 : 0;
+}

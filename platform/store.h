@@ -1,0 +1,95 @@
+// A store: what handle->store points at. Private ones own segments of the process; one over a database shares the
+// mapping with the process's other handles and holds the lock while it writes.
+#pragma once
+
+#include <cstdint>
+
+#include "kvt/table.h"
+#include "platform/heap.h"
+
+namespace kvt {
+
+class Database;
+
+inline constexpr std::uint32_t kKeyBuckets = 256;
+
+struct RefMapHead {       // stored format, see ref_map.h
+  std::uint32_t entries;  // the array of {key, value}
+  std::uint32_t capacity;
+  std::uint32_t count;
+  std::uint32_t reserved;
+};
+STORED_SIZE(RefMapHead, 16);
+
+// Where everything begins that a store holds. In a database it lies at a fixed place.
+struct StoreRoots {  // stored format
+  HeapMeta heap;
+  std::uint32_t keys[kKeyBuckets];            // named values, under the transaction
+  std::uint32_t permanent_keys[kKeyBuckets];  // those that no abort takes back
+  kvt_table_list tables;
+  std::uint32_t contents;          // the table-of-contents object
+  std::uint32_t contents_entries;  // list of TocEntry
+  RefMapHead sides;                // object -> offset of its state block
+  RefMapHead oids;                 // object -> OidEntry
+  std::uint64_t oid_last;
+  kvt_db_stats stats;
+};
+STORED_SIZE(StoreRoots, sizeof(HeapMeta) + 2 * kKeyBuckets * 4 + 16 + 32 + 8 + 64);
+
+class Store : public HeapBacking {
+ public:
+  // Null when the process has too many of them, or no memory.
+  static Store* make_private();
+  static Store* make_shared(Database* database, int fd);
+  void destroy();
+  // The store behind a handle's word; null for a store of the caller's own.
+  static Store* of(void* word);
+
+  bool is_private() const { return !database_; }
+  Database* database() const { return database_; }
+  int fd() const { return fd_; }
+  StoreRoots* roots() const { return roots_; }
+  bool in_range(const void* address) const;
+  bool can_write() const;  // the lock is held, or there is none
+  std::uint32_t open_txn() const;
+
+  void* alloc(std::uint32_t txn, std::uint32_t size);
+  // Memory that outlives an abort: for what the process remembers by address.
+  void* alloc_permanent(std::uint32_t size);
+  bool is_permanent(const void* address) const;
+  void free(std::uint32_t txn, void* block);
+  // True when the range may be written now; its bytes are then safe.
+  bool announce_range(void* at, std::uint32_t length, std::uint32_t txn);
+  // Whether `bytes` of undo log are at hand, for changes that must not be cut off half way.
+  bool reserve(std::uint32_t bytes);
+  template <class T>
+  bool write(T* at, T value, std::uint32_t txn) {
+    if (!announce_range(at, sizeof value, txn)) return false;
+    *at = value;
+    return true;
+  }
+
+  void announce(std::uint32_t, std::uint32_t) override {}
+  std::uint32_t grow(std::uint32_t segments, std::uint32_t) override { return segments_take(segments, this); }
+  bool holds(std::uint32_t at) const override { return segment_owner(cage_at(at)) == this; }
+
+ private:
+  Store() = default;
+  static Store* make();
+
+  bool alive_ = false;
+  Database* database_ = nullptr;
+  int fd_ = -1;
+  StoreRoots* roots_ = nullptr;
+  Heap heap_;  // of a private store
+  Store* next_free_ = nullptr;
+};
+
+// The handle's members over our own stores.
+void* store_alloc(void* store, std::uint32_t txn, std::uint32_t size);
+void store_free(void* store, std::uint32_t txn, void* address);
+void* registry_alloc(void* pool, std::uint32_t txn, std::uint32_t size);
+int set_range(kvt_handle* handle, void* address, std::uint32_t length, std::uint32_t txn, void* owner);
+int set_counter(kvt_handle* handle, void* address, std::uint64_t amount, std::uint32_t txn);
+
+}  // namespace kvt

@@ -1,0 +1,175 @@
+// The table of contents of a database, its list of tables, and the counts of records by tenant.
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include "platform/handle.h"
+
+namespace kvt {
+namespace {
+
+// Where the words of a table object lie that are read or kept here.
+constexpr std::size_t kPathAt = 7;
+constexpr std::size_t kPathSize = 208;
+constexpr std::size_t kCountersAt = 216;  // list of TenantCounter
+constexpr std::size_t kCursorsAt = 220;   // not 0 while cursors follow the table
+constexpr std::size_t kTableIdAt = 264;
+constexpr std::size_t kIdModeAt = 272;
+constexpr std::uint32_t kContentsSize = 376;
+
+struct TocEntry {  // stored format
+  std::uint32_t next;
+  std::uint32_t table;
+};
+STORED_SIZE(TocEntry, 8);
+
+struct TenantCounter {  // stored format
+  std::uint32_t next;
+  std::uint16_t tenant;
+  std::uint8_t source;
+  std::uint8_t reserved;
+  std::uint32_t count;
+};
+STORED_SIZE(TenantCounter, 12);
+
+// What a table is found by. An empty path stands for a numbered table.
+struct TableKey {
+  const std::uint8_t* luid;
+  std::uint32_t luid_length;
+  const char* path;
+  std::size_t path_length;
+  std::uint64_t id;
+};
+
+TableKey key_of(const void* table) {
+  int err = 0;
+  const kvt_type_record* record = kvt_get_manifested_type_info(table, &err);
+  const char* path = static_cast<const char*>(at_offset(table, kPathAt));
+  bool by_name = load<std::uint32_t>(at_offset(table, kIdModeAt)) == 0;
+  return {record ? record->luid : nullptr, sizeof record->luid, by_name ? path : nullptr,
+          by_name ? strnlen(path, kPathSize) : 0, load<std::uint64_t>(at_offset(table, kTableIdAt))};
+}
+
+bool operator==(const TableKey& a, const TableKey& b) {
+  if ((a.path == nullptr) != (b.path == nullptr) || !a.luid || !b.luid || a.luid_length != b.luid_length) return false;
+  if (std::memcmp(a.luid, b.luid, a.luid_length) != 0) return false;
+  if (!a.path) return a.id == b.id;
+  return a.path_length == b.path_length && std::memcmp(a.path, b.path, a.path_length) == 0;
+}
+
+void* find(const StoreRoots* roots, const TableKey& key) {
+  for (const auto* e = static_cast<TocEntry*>(cage_at(roots->contents_entries)); e;
+       e = static_cast<TocEntry*>(cage_at(e->next))) {
+    if (key_of(cage_at(e->table)) == key) return cage_at(e->table);
+  }
+  return nullptr;
+}
+
+Store& store_of(kvt_handle* handle) { return *handle->runtime->store; }
+
+void free_counters(Store& store, std::uint32_t txn, void* table) {
+  auto* head = static_cast<std::uint32_t*>(at_offset(table, kCountersAt));
+  std::uint32_t at = *head;
+  if (!at || !store.write(head, 0u, txn)) return;
+  while (at) {
+    std::uint32_t next = static_cast<TenantCounter*>(cage_at(at))->next;
+    store.free(store.open_txn(), cage_at(at));
+    at = next;
+  }
+}
+
+}  // namespace
+}  // namespace kvt
+
+using namespace kvt;
+
+kvt_table_list* kvtlib_database_table_toc_get(kvt_handle* handle, uint32_t, int* err) {
+  return *err ? nullptr : &store_of(handle).roots()->tables;
+}
+
+void* kvtdb_database_toc_get(kvt_handle* handle, uint32_t txn, int* err) {
+  if (*err) return nullptr;
+  Store& store = store_of(handle);
+  StoreRoots* roots = store.roots();
+  if (roots->contents || !store.announce_range(&roots->contents, sizeof roots->contents, txn)) {
+    return cage_at(roots->contents);
+  }
+  void* contents = store.alloc(store.open_txn(), kContentsSize);
+  if (!contents) {
+    kvt_store_epoch_err(handle, ENOMEM, err);
+    return nullptr;
+  }
+  std::memset(contents, 0, kContentsSize);
+  roots->contents = cage_ref(contents);
+  return contents;
+}
+
+void* kvtdb_database_toc_get_table_root(kvt_handle* handle, uint32_t, const char* path, size_t path_length, uint64_t id,
+                                        const uint8_t* luid, uint32_t luid_length, uint32_t by_name, int* err) {
+  if (*err) return nullptr;
+  TableKey key{luid, luid_length, by_name ? path : nullptr, by_name && path ? strnlen(path, path_length) : 0, id};
+  return by_name && !path ? nullptr : find(store_of(handle).roots(), key);
+}
+
+void kvtdb_database_toc_insert(kvt_handle* handle, uint32_t txn, void* table, uint32_t, int* err) {
+  if (*err) return;
+  Store& store = store_of(handle);
+  StoreRoots* roots = store.roots();
+  if (find(roots, key_of(table))) return kvt_store_epoch_err(handle, EEXIST, err);
+  if (!store.announce_range(&roots->contents_entries, sizeof roots->contents_entries, txn)) {
+    return kvt_store_epoch_err(handle, EPERM, err);
+  }
+  void* room = store.alloc(store.open_txn(), sizeof(TocEntry));
+  if (!room) return kvt_store_epoch_err(handle, ENOMEM, err);
+  roots->contents_entries = cage_ref(new (room) TocEntry{roots->contents_entries, cage_ref(table)});
+}
+
+void kvtdb_database_toc_delete(kvt_handle* handle, uint32_t txn, void* table, int* err) {
+  if (*err) return;
+  Store& store = store_of(handle);
+  uint32_t* link = &store.roots()->contents_entries;
+  while (*link && static_cast<TocEntry*>(cage_at(*link))->table != cage_ref(table)) {
+    link = &static_cast<TocEntry*>(cage_at(*link))->next;
+  }
+  if (!*link) return kvt_store_epoch_err(handle, ENOENT, err);
+  auto* entry = static_cast<TocEntry*>(cage_at(*link));
+  if (!store.write(link, entry->next, txn)) return kvt_store_epoch_err(handle, EPERM, err);
+  store.free(store.open_txn(), entry);
+  free_counters(store, txn, table);
+}
+
+void kvtdb_get_tenant_counter(kvt_handle*, uint32_t, void* table, uint32_t* result, uint16_t tenant,
+                              const uint8_t* source) {
+  *result = 0;
+  for (const auto* c = static_cast<TenantCounter*>(cage_at(load<uint32_t>(at_offset(table, kCountersAt)))); c;
+       c = static_cast<TenantCounter*>(cage_at(c->next))) {
+    if (c->tenant == tenant && (!source || c->source == *source)) *result += c->count;
+  }
+}
+
+void kvtdb_update_tenant_counter(kvt_handle* handle, uint32_t txn, void* table, uint32_t add, uint16_t tenant,
+                                 uint8_t source, int* err) {
+  if (*err) return;
+  Store& store = store_of(handle);
+  auto* head = static_cast<uint32_t*>(at_offset(table, kCountersAt));
+  auto* counter = static_cast<TenantCounter*>(cage_at(*head));
+  while (counter && (counter->tenant != tenant || counter->source != source)) {
+    counter = static_cast<TenantCounter*>(cage_at(counter->next));
+  }
+  if (counter) {
+    if (!add && !counter->count) return;
+    if (!store.write(&counter->count, add ? counter->count + 1 : counter->count - 1, txn)) {
+      kvt_store_epoch_err(handle, EPERM, err);
+    }
+    return;
+  }
+  if (!add) return;
+  if (!store.announce_range(head, sizeof *head, txn)) return kvt_store_epoch_err(handle, EPERM, err);
+  void* room = store.alloc(store.open_txn(), sizeof(TenantCounter));
+  if (!room) return kvt_store_epoch_err(handle, ENOMEM, err);
+  *head = cage_ref(new (room) TenantCounter{*head, tenant, source, 0, 1});
+}
+
+int kvtdb_table_are_cursors_enabled(kvt_handle*, uint32_t, void* table, int* err) {
+  return !*err && table && load<uint32_t>(at_offset(table, kCursorsAt)) != 0;
+}

@@ -1,0 +1,40 @@
+// The trace ring behind kvt/trace.h, for whoever decodes it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "kvt/trace.h"
+
+namespace kvt {
+
+constexpr std::uint32_t kTraceArguments = 8;
+constexpr std::size_t kTraceTextSize = 64;  // with the NUL
+constexpr std::uint64_t kTraceEntries = 4096;
+
+struct TraceArgument {
+  std::uint64_t kind;  // fenlog_kind
+  union {
+    std::uint64_t word;
+    char text[kTraceTextSize];
+  };
+};
+
+struct TraceEntry {
+  const fenlog_table* table;
+  std::uint32_t index;
+  std::uint32_t level;
+  std::uint32_t module;
+  std::uint32_t argument_count;
+  TraceArgument arguments[kTraceArguments];
+};
+static_assert(sizeof(TraceEntry) % sizeof(std::uint64_t) == 0);
+
+// The number of trace calls kept so far; the ring holds the last kTraceEntries of them.
+std::uint64_t trace_count();
+// Copies call number `ticket` (from 0). False when it is overwritten, dropped or still being written.
+bool trace_read(std::uint64_t ticket, TraceEntry* entry);
+// Formats an entry as a line; always NUL-terminated, cut to `size`.
+void trace_format(const TraceEntry& entry, char* line, std::size_t size);
+
+}  // namespace kvt

@@ -1,0 +1,140 @@
+// One pass over the text of a document, in which only the borders of tags, comments and the like are told apart.
+#include "platform/xml_screen.h"
+
+#include <cstdint>
+#include <string_view>
+
+#include "kvt/xml.h"
+#include "platform/xml_text.h"
+
+namespace kvt {
+namespace {
+
+class Screen {
+ public:
+  Screen(const char* text, std::size_t length, XmlFault* fault) : text_(text, length), fault_(fault) {}
+
+  bool run() {
+    while (at_ < text_.size()) {
+      const bool good = text_[at_] == '<' ? markup() : depth_ ? character() : outside();
+      if (!good) return false;
+    }
+    if (!roots_) return fail(0, "there is no root element");
+    return depth_ ? fail(text_.size(), "the document ends inside an element") : true;
+  }
+
+ private:
+  bool fail(std::size_t offset, const char* reason) {
+    *fault_ = {offset, reason};
+    return false;
+  }
+
+  bool starts(std::string_view with) const { return text_.substr(at_, with.size()) == with; }
+
+  bool outside() {
+    if (!xml_blank(text_[at_])) return fail(at_, "text outside the root element");
+    return character();
+  }
+
+  bool character() {
+    const char c = text_[at_];
+    if (c == '&') return reference();
+    if (c >= ' ' && c <= '~') {
+      ++at_;
+      return true;
+    }
+    const std::size_t used = xml_character(text_.data() + at_, text_.data() + text_.size());
+    if (!used) return fail(at_, "a byte that is no character of XML in UTF-8");
+    if (c == '\n' && ++lines_ > kXmlMaxLines) return fail(at_, "too many lines");
+    at_ += used;
+    return true;
+  }
+
+  bool reference() {
+    const std::size_t start = at_;
+    const std::size_t end = text_.substr(at_, kLongestReference).find(';');
+    if (end == std::string_view::npos) return fail(start, "'&' that begins no reference");
+    const std::string_view name = text_.substr(at_ + 1, end - 1);
+    at_ += end + 1;
+    if (!name.empty() && name[0] == '#')
+      return character_reference(name.substr(1)) || fail(start, "reference to a character that XML does not allow");
+    for (const std::string_view known : {"amp", "lt", "gt", "quot", "apos"})
+      if (name == known) return true;
+    return fail(start, "unknown entity");
+  }
+
+  static bool character_reference(std::string_view digits) {
+    const bool hex = !digits.empty() && digits[0] == 'x';
+    if (hex) digits.remove_prefix(1);
+    std::uint32_t code_point = 0;
+    for (const char c : digits) {
+      const int value = hex_value(c);
+      if (value < 0 || (!hex && value > 9)) return false;
+      code_point = code_point * (hex ? 16 : 10) + static_cast<std::uint32_t>(value);
+      if (code_point > 0x10FFFF) return false;
+    }
+    return !digits.empty() && xml_code_point_ok(code_point);
+  }
+
+  // Moves behind `close`; what lies between may hold any characters but no references.
+  bool skip(std::size_t open_size, std::string_view close, const char* unclosed) {
+    const std::size_t end = text_.find(close, at_ + open_size);
+    if (end == std::string_view::npos) return fail(at_, unclosed);
+    while (at_ < end)
+      if (text_[at_] == '&') {
+        ++at_;
+      } else if (!character()) {
+        return false;
+      }
+    at_ = end + close.size();
+    return true;
+  }
+
+  bool markup() {
+    if (starts("<!--")) return skip(4, "-->", "comment without end");
+    if (starts("<?")) return skip(2, "?>", "processing instruction without end");
+    if (starts("<![CDATA["))
+      return depth_ ? skip(9, "]]>", "CDATA without end") : fail(at_, "text outside the root element");
+    if (starts("<!")) return fail(at_, "document types and declarations are not accepted");
+    if (starts("</")) {
+      if (!depth_) return fail(at_, "end tag without its start tag");
+      --depth_;
+      return skip(2, ">", "tag without end");
+    }
+    return start_tag();
+  }
+
+  bool start_tag() {
+    const std::size_t start = at_++;
+    if (!depth_ && roots_++) return fail(start, "a second root element");
+    if (++elements_ > kXmlMaxElements) return fail(start, "too many elements");
+    if (++depth_ > KVT_XML_MAX_DEPTH) return fail(start, "elements nested too deeply");
+    for (char quote = 0; at_ < text_.size();) {
+      const char c = text_[at_];
+      if (!quote && c == '>') {
+        if (text_[at_ - 1] == '/') --depth_;
+        ++at_;
+        return true;
+      }
+      if (quote ? c == quote : c == '"' || c == '\'') quote = quote ? 0 : c;
+      if (!character()) return false;
+    }
+    return fail(start, "tag without end");
+  }
+
+  static constexpr std::size_t kLongestReference = 16;
+
+  std::string_view text_;
+  XmlFault* fault_;
+  std::size_t at_ = 0;
+  std::size_t depth_ = 0;
+  std::size_t roots_ = 0;
+  std::size_t elements_ = 0;
+  std::size_t lines_ = 0;
+};
+
+}  // namespace
+
+bool xml_screen(const char* text, std::size_t length, XmlFault* fault) { return Screen(text, length, fault).run(); }
+
+}  // namespace kvt

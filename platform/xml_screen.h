@@ -1,0 +1,20 @@
+// What is refused before the parser sees a document: a document type, unknown entities, characters that XML does not
+// allow, and sizes that would make the parser's tree large out of proportion.
+#pragma once
+
+#include <cstddef>
+
+namespace kvt {
+
+constexpr std::size_t kXmlMaxElements = 8u << 20;
+constexpr std::size_t kXmlMaxLines = 16u << 20;
+
+struct XmlFault {
+  std::size_t offset;
+  const char* reason;
+};
+
+// False with the first fault. Nesting and names are left to the parser.
+bool xml_screen(const char* text, std::size_t length, XmlFault* fault);
+
+}  // namespace kvt

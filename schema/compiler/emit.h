@@ -1,0 +1,76 @@
+// What all emitters share: text with named holes, the files of a run, the numbering of messages.
+#pragma once
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "schema/compiler/model.h"
+
+namespace zarnc {
+
+using Holes = std::vector<std::pair<const char*, std::string>>;
+// The text with each $(name) filled in. A name without a value is a fault of the emitter and stops the compiler.
+std::string fill(const char* text, const Holes& holes);
+
+// Everything of one run: the files by their path below the output directory.
+struct Output {
+  const Schema& schema;
+  const Module& module;
+  std::map<std::string, std::string> files;
+  std::string& header(const std::string& name) { return files["include/" + module.name + "/" + name]; }
+  std::string& source(const std::string& name) { return files["src/" + module.name + "_" + name]; }
+};
+
+// How symbols are spelled; names.cc alone knows.
+std::string record_symbol(const std::string& type);
+std::string table_record_symbol(const Table& table);
+std::string table_row_symbol(const Table& table);
+std::string field_tag(const Field& field);  // the C++ type of a field in a constant record
+std::string field_type_symbol(const Field& field);
+bool is_own(const Module& module, const Field& field);  // of an enumerated, flag or struct type: this module's
+std::string text_literal(const std::string& text);
+std::string luid_bytes(const std::string& luid);
+const char* value_type(const Field& field);  // C type of the field's value
+std::string top_comment(const Output& out, const char* what);
+
+// The first message of each member in its table: types and tables by name.
+struct MessageIndex {
+  std::map<std::string, std::uint32_t> type_first, table_first;
+  std::vector<std::string> type_texts, table_texts;
+};
+MessageIndex number_messages(const Module& module);
+std::uint32_t reference_message(const Struct& type, const Field& field);  // counted from the type's first
+std::uint32_t key_message(std::size_t key);                               // counted from the table's first
+
+// Where the failure object of each type and the failure record of each table lie in the module's zone.
+struct FailureZone {
+  std::map<std::string, std::uint32_t> offset;
+  std::uint32_t size = 0;
+};
+FailureZone place_failure_objects(const Module& module);
+
+// Sources of one family are spread over a fixed number of files, whatever the schema holds, so that the build knows
+// their names beforehand and compiles them side by side.
+constexpr std::size_t kAccessorShards = 4, kSerialShards = 2, kTableShards = 2;
+template <class List, class Define>
+void shard(Output& out, const std::string& name, std::size_t shards, const std::string& top, const List& list,
+           Define define) {
+  for (std::size_t n = 0; n < shards; ++n) {
+    std::string& source = out.source(name + "_" + std::to_string(n) + ".cc");
+    source = top;
+    for (std::size_t i = n; i < list.size(); i += shards) source += define(list[i]);
+  }
+}
+
+void emit_headers(Output& out);
+void emit_descriptors(Output& out, const MessageIndex& messages, const FailureZone& zone);
+void emit_module(Output& out, const MessageIndex& messages, const FailureZone& zone);
+void emit_lifecycle(Output& out);
+void emit_accessors(Output& out);
+void emit_serial(Output& out);
+void emit_scalars(Output& out);
+void emit_tables(Output& out);
+
+}  // namespace zarnc

@@ -1,0 +1,179 @@
+// A module's type records, its variant data, its message tables, and how it comes and goes with the process.
+#include "schema/compiler/emit_families.h"
+
+namespace zarnc {
+namespace {
+
+// Types in the order of the type table, as records.
+struct Entry {
+  std::string symbol, name, kind, luid;
+  struct Variant {
+    std::uint32_t number, used, slop;
+  };
+  std::vector<Variant> variants;
+};
+
+std::vector<Entry> entries_of(const Module& module) {
+  std::vector<Entry> list;
+  for (const Struct* type : module.structs) {
+    Entry e{record_symbol(type->name), type->name, "type", type->luid, {}};
+    for (int v = 0; v <= type->top; ++v) {
+      const std::uint32_t used = type->used[static_cast<std::size_t>(v)];
+      e.variants.push_back({static_cast<std::uint32_t>(v), used, type->plain.back() - used});
+    }
+    list.push_back(e);
+  }
+  for (const Enum* type : module.enums) {
+    Entry e{record_symbol(type->name), type->name, "enum", type->luid, {}};
+    for (int v = 0; v <= type->top; ++v) e.variants.push_back({static_cast<std::uint32_t>(v), 12, 0});
+    list.push_back(e);
+  }
+  for (const Flag* type : module.flags)
+    list.push_back({record_symbol(type->name), type->name, "flag", type->luid, {{0, 8, 4}}});
+  for (const Table* table : module.tables) {
+    list.push_back({table_record_symbol(*table), table->name, "table", table->luid, {{1, 4, 0}}});
+    list.push_back(
+        {table_row_symbol(*table), table->name + "_record", "table_record", table->record_luid, {{1, 4, 0}}});
+  }
+  return list;
+}
+
+std::string hex(std::uint32_t n) {
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%08X", n);
+  return text;
+}
+
+std::string type_number(const Module& module, std::size_t index) {
+  return hex(0xF0000000u | module.number << 20 | static_cast<std::uint32_t>(index));
+}
+
+const char* kRecord = R"--(extern const kvt_type_record $(symbol) = {
+    KVT_TYPE_MAGIC, {$(bytes)}, "$(luid)", "$(name)", "$(module)", "$(kind)", {0, 0, 0}, -1, $(number), 0, 0};
+)--";
+
+std::string texts(const char* name, const char* table, unsigned number, const std::vector<std::string>& list) {
+  std::string out = std::string("constexpr const char* ") + name + "[] = {\n";
+  for (const std::string& t : list) out += "    " + text_literal(t) + ",\n";
+  if (list.empty()) out += "    nullptr,\n";
+  return out + fill("};\nconst fenlog_table $(table) = {$(number), $(count), $(name)};\n",
+                    {{"table", table},
+                     {"number", std::to_string(number)},
+                     {"count", std::to_string(list.size())},
+                     {"name", name}});
+}
+
+}  // namespace
+
+void emit_module(Output& out, const MessageIndex& messages, const FailureZone& zone) {
+  const Module& module = out.module;
+  const std::string& m = module.name;
+  out.source("module.h") = top_comment(out, "The module's own records.") + fill(R"--(#pragma once
+
+#include "frame/descriptor.h"
+
+namespace kvt {
+namespace @schema@ {
+extern const ModuleDesc k_module;
+extern const fenlog_table k_table_messages, k_type_messages;
+}  // namespace @schema@
+}  // namespace kvt
+)--",
+                                                                                {});
+  std::string records, variants, statics, types;
+  const std::vector<Entry> entries = entries_of(module);
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    const Entry& e = entries[i];
+    const std::string number = type_number(module, i);
+    const std::string index = std::to_string(i);
+    records += fill(kRecord, {{"symbol", e.symbol},
+                              {"bytes", luid_bytes(e.luid)},
+                              {"luid", e.luid},
+                              {"name", e.name},
+                              {"module", m},
+                              {"kind", e.kind},
+                              {"number", number}});
+    variants += "kvt_variant_entry entries_" + index + "[] = {";
+    for (const Entry::Variant& v : e.variants) {
+      variants += fill(
+          "{$(number), $(used), $(slop), 0, 0, 0, 0}, ",
+          {{"number", std::to_string(v.number)}, {"used", std::to_string(v.used)}, {"slop", std::to_string(v.slop)}});
+    }
+    variants += fill("};\nconst kvt_variant_data varinfo_$(i) = {$(count), {0, 0, 0}, $(number)};\n",
+                     {{"i", index}, {"count", std::to_string(e.variants.size())}, {"number", number}});
+    statics += fill("    {&$(symbol), &varinfo_$(i), entries_$(i)},\n", {{"symbol", e.symbol}, {"i", index}});
+    types += "    &" + e.symbol + ",\n";
+  }
+  std::string identities;
+  for (const Table* table : module.tables) {
+    identities += fill(R"--(extern const uint8_t table_$(table)_luid[16] = {$(bytes)};
+extern const char table_$(table)_luid_text[33] = "$(luid)";
+extern const char table_$(table)_name[] = "table $(table)";
+)--",
+                       {{"table", table->name}, {"bytes", luid_bytes(table->luid)}, {"luid", table->luid}});
+  }
+  out.source("module.cc") = top_comment(out, "Type records, message tables, load and unload.") +
+                            fill(R"--(#include "$(m)_module.h"
+
+#include "$(m)/$(m).h"
+#include "frame/registration.h"
+
+uint16_t g_kvt_$(m)_trace_module_id = 0;
+namespace {
+uint32_t g_trace_state = 0;
+}
+
+$(records)
+$(identities)
+namespace kvt {
+namespace @schema@ {
+namespace {
+
+$(variants)
+constexpr kvt_static_type kStaticTypes[] = {
+$(statics)    {nullptr, nullptr, nullptr},
+};
+constexpr const kvt_type_record* kTypes[] = {
+$(types)    nullptr,
+};
+void* g_failure_zone = nullptr;
+kvt_module_record g_module = {"$(m)", kTypes, nullptr, nullptr};
+std::uint8_t g_loaded = 0;
+
+$(table_texts)
+$(type_texts)
+}  // namespace
+
+const fenlog_table k_table_messages = table_messages;
+const fenlog_table k_type_messages = type_messages;
+const ModuleDesc k_module = {
+    "$(m)", "kvt_$(m)", &g_kvt_$(m)_trace_module_id, &g_trace_state, $(m)_typeinfo_initialize, kStaticTypes, $(count),
+    $(number), &g_failure_zone, $(zone)};
+
+namespace {
+__attribute__((constructor)) void load() { load_module(k_module, &g_module, &g_loaded); }
+__attribute__((destructor)) void unload() { unload_module(k_module, &g_module); }
+}  // namespace
+
+}  // namespace @schema@
+}  // namespace kvt
+
+void $(m)_typeinfo_initialize(kvt_handle *handle, uint32_t txn, int *err) {
+  kvt::register_types(handle, txn, kvt::@schema@::k_module, err);
+}
+void kvt_$(m)_trace_init(void) { fenlog_module_init_fn("kvt_$(m)", &g_kvt_$(m)_trace_module_id, &g_trace_state); }
+)--",
+                                 {{"m", m},
+                                  {"records", records},
+                                  {"identities", identities},
+                                  {"variants", variants},
+                                  {"statics", statics},
+                                  {"types", types},
+                                  {"table_texts", texts("kTableTexts", "table_messages", 1, messages.table_texts)},
+                                  {"type_texts", texts("kTypeTexts", "type_messages", 2, messages.type_texts)},
+                                  {"count", std::to_string(entries.size())},
+                                  {"number", std::to_string(module.number)},
+                                  {"zone", std::to_string(zone.size)}});
+}
+
+}  // namespace zarnc

@@ -1,0 +1,443 @@
+// Tests of databases: the file, its lock, transactions and what a dead writer leaves. Processes are real ones.
+#include "platform/database.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <random>
+#include <string>
+#include <thread>
+
+#include "kvt/table.h"
+
+namespace {
+
+class DatabaseFile : public testing::Test {
+ protected:
+  void SetUp() override {
+    char name[] = "/tmp/kvt_database_XXXXXX";
+    ASSERT_TRUE(mkdtemp(name));
+    directory = name;
+    path = directory + "/db";
+    kvt_handle_options_init(&options);
+    options.create = 1;
+    options.message = message;
+    options.message_size = sizeof message;
+  }
+  void TearDown() override { std::system(("rm -rf " + directory).c_str()); }
+
+  kvt_handle* open(const std::string& file) {
+    err = 0;
+    return kvt_handle_open_database(file.c_str(), &options, &err);
+  }
+  kvt_handle* open() { return open(path); }
+  std::uint32_t begin(kvt_handle* h) {
+    err = 0;
+    return kvtdb_txn_begin(h, &err);
+  }
+  void commit(kvt_handle* h) { kvtdb_txn_commit(h, h->default_txn, &err); }
+  void abort(kvt_handle* h) { kvtdb_txn_abort(h, h->default_txn, &err); }
+  static char* alloc(kvt_handle* h, std::uint32_t size) {
+    return static_cast<char*>(h->store_alloc(h->store, h->default_txn, size));
+  }
+  static void put(kvt_handle* h, void* at, std::uint32_t value) {
+    ASSERT_EQ(h->set_range(h, at, 4, h->default_txn, nullptr), 1);
+    std::memcpy(at, &value, 4);
+  }
+  // Runs in a process of its own and gives its exit code, or 1000 and the signal that ended it.
+  static int in_child(const std::function<int()>& body) {
+    pid_t child = fork();
+    if (child == 0) _exit(body());
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+  }
+  // The bytes of the file but for the undo log and the header's words about it.
+  std::string bytes() const {
+    std::ifstream in(path, std::ios::binary);
+    std::string all((std::istreambuf_iterator<char>(in)), {});
+    all.replace(kvt::kLogAt, kvt::kFirstPermanentAt - kvt::kLogAt, "");
+    all.replace(28, 8, "");
+    return all;
+  }
+
+  std::string directory, path;
+  kvt_handle_options options;
+  char message[200] = "";
+  int err = 0;
+};
+
+TEST_F(DatabaseFile, WhatIsCommittedIsThereForTheNextProcess) {
+  kvt_handle* h = open();
+  ASSERT_NE(h, nullptr) << message;
+  struct stat file;
+  ASSERT_EQ(stat(path.c_str(), &file), 0);
+  EXPECT_EQ(file.st_mode & 0777, 0600u);
+  begin(h);
+  char* p = alloc(h, 100);
+  std::strcpy(p, "kept");
+  EXPECT_TRUE(h->key_put(h->store, h->default_txn, "name", p));
+  commit(h);
+  ASSERT_EQ(err, 0);
+  kvt_handle_close(h);
+  EXPECT_FALSE(kvtlib_db_is_shared());
+  EXPECT_EQ(in_child([&] {
+              kvt_handle* other = open();
+              if (!other || !kvtlib_db_is_shared()) return 1;
+              auto* text = static_cast<char*>(other->key_get(other->store, KVT_NO_TXN, "name"));
+              return text && !std::strcmp(text, "kept") && !other->key_get(other->store, KVT_NO_TXN, "nam") ? 0 : 2;
+            }),
+            0);
+}
+
+TEST_F(DatabaseFile, OutsideOfATransactionNothingMayBeWritten) {
+  kvt_handle* h = open();
+  begin(h);
+  char* p = alloc(h, 16);
+  commit(h);
+  EXPECT_EQ(h->default_txn, KVT_NO_TXN);
+  EXPECT_FALSE(kvtlib_database_is_write_locked(h));
+  for (std::uint32_t txn : {0u, 1u, KVT_NO_TXN}) {
+    EXPECT_EQ(h->set_range(h, p, 4, txn, nullptr), 0) << txn;
+    EXPECT_EQ(nadra_set_range(h->store, p, 4, txn), 0) << txn;
+    EXPECT_EQ(h->store_alloc(h->store, txn, 16), nullptr) << txn;
+    EXPECT_EQ(h->key_put(h->store, txn, "x", p), 0) << txn;
+  }
+  EXPECT_EQ(h->registry_alloc(h->registry_pool, KVT_NO_TXN, 16), nullptr);
+  int foreign = 0;
+  EXPECT_EQ(nadra_set_range(&foreign, p, 4, 1), 1) << "a caller's own store decides for itself";
+  std::uint32_t txn = begin(h);
+  EXPECT_TRUE(kvtlib_database_is_write_locked(h));
+  EXPECT_EQ(h->set_range(h, p, 4, txn, nullptr), 1);
+  EXPECT_EQ(h->set_range(h, p, 4, KVT_NO_TXN, nullptr), 1);
+  EXPECT_EQ(h->set_range(h, p, 4, txn + 1, nullptr), 0);
+  kvtdb_txn_commit(h, txn + 1, &err);
+  EXPECT_EQ(err, EINVAL);
+  err = 0;
+  begin(h);
+  EXPECT_EQ(err, EDEADLK);
+  kvt_handle_close(h);
+}
+
+TEST_F(DatabaseFile, AbortBringsBackEveryByte) {
+  options.slot = 2;
+  kvt_handle* h = open();
+  begin(h);
+  char* blocks[200];
+  for (int i = 0; i < 200; i++) std::memset(blocks[i] = alloc(h, 64 + i * 32), i, 64 + i * 32);
+  // Small steps on what is freed here make the allocator take, split and join in the aborted transaction.
+  for (int i = 0; i < 200; i += 3) h->store_free(h->store, h->default_txn, blocks[i]);
+  h->key_put(h->store, h->default_txn, "a", blocks[1]);
+  commit(h);
+  std::string before = bytes();
+  begin(h);
+  for (int i = 1; i < 200; i += 3) h->store_free(h->store, h->default_txn, blocks[i]);
+  for (int i = 0; i < 100; i++) alloc(h, 40 + i * 24);
+  for (int i = 2; i < 200; i += 3) put(h, blocks[i] + 4, 0xABCDABCD);
+  h->key_put(h->store, h->default_txn, "a", blocks[2]);
+  h->key_put(h->store, h->default_txn, "b", blocks[2]);
+  for (int i = 2; i < 200; i++) kvtlib_update_sttr_offset(h, h->default_txn, blocks[2] + 8, i);
+  ASSERT_NE(bytes(), before);
+  abort(h);
+  ASSERT_EQ(err, 0);
+  std::string after = bytes();
+  ASSERT_EQ(after.size(), before.size());
+  // Of the wilderness only the header counts; all allocated and all listed memory lies before it.
+  constexpr std::uint32_t kBase = kvt::kDatabaseBegin + 2 * kvt::kSlotSize;
+  const auto* roots = static_cast<const kvt::StoreRoots*>(kvt_ref_at(kBase + kvt::kRootsAt));
+  std::size_t end = roots->heap.top - kBase - (kvt::kFirstPermanentAt - kvt::kLogAt);
+  std::size_t differing = 0;
+  for (std::size_t i = 0; i < end; i++) differing += before[i] != after[i] && i > 4096;
+  EXPECT_EQ(before.substr(0, 4096), after.substr(0, 4096));
+  EXPECT_LE(differing, 100u * 16) << "new headers inside of free blocks are all that may remain";
+  for (int i = 1; i < 200; i++) {
+    if (i % 3 == 0) continue;
+    for (int j = 0; j < 64 + i * 32; j++) ASSERT_EQ(static_cast<unsigned char>(blocks[i][j]), i);
+  }
+  EXPECT_EQ(h->key_get(h->store, 0, "a"), blocks[1]);
+  EXPECT_EQ(h->key_get(h->store, 0, "b"), nullptr);
+  EXPECT_EQ(kvtlib_get_sttr_offset(h, 0, blocks[2] + 8), 0);
+  kvt_handle_close(h);
+}
+
+// Random transactions, each committed, aborted or cut off by the death of its process. What the model holds must be
+// there.
+TEST_F(DatabaseFile, RandomTransactionsLeaveTheLastCommittedState) {
+  struct Block {
+    std::uint32_t size;
+    unsigned char fill;
+  };
+  using Model = std::map<std::uint32_t, Block>;
+  Model model;
+  std::mt19937 random(99);
+  auto play = [&](kvt_handle* h, Model& state, std::uint32_t seed) {
+    std::mt19937 dice(seed);
+    std::uint32_t steps = dice() % 300;
+    for (std::uint32_t i = 0; i < steps; i++) {
+      std::uint32_t roll = dice() % 10;
+      if (roll < 4 || state.empty()) {
+        std::uint32_t size = 1 + (dice() % 50 == 0 ? dice() % 400000 : dice() % 3000);
+        char* p = alloc(h, size);
+        if (!p) continue;
+        auto fill = static_cast<unsigned char>(dice());
+        std::memset(p, fill, size);  // a new block is filled without a word, as creators of objects do
+        state[kvt_ref_of(p)] = {size, fill};
+        continue;
+      }
+      auto it = state.begin();
+      std::advance(it, dice() % state.size());
+      void* p = kvt_ref_at(it->first);
+      if (roll < 8) {
+        h->store_free(h->store, h->default_txn, p);
+        state.erase(it);
+      } else {
+        h->set_range(h, p, it->second.size, h->default_txn, nullptr);
+        it->second.fill = static_cast<unsigned char>(dice());
+        std::memset(p, it->second.fill, it->second.size);
+      }
+    }
+  };
+  options.slot = 3;
+  kvt_handle* h = open();
+  ASSERT_NE(h, nullptr) << message;
+  for (int round = 0; round < 150; round++) {
+    std::uint32_t seed = random();
+    int how = static_cast<int>(random() % 3);
+    if (how == 2) {
+      EXPECT_EQ(in_child([&] {
+                  kvt_handle* other = open();
+                  begin(other);
+                  play(other, model, seed);
+                  raise(SIGKILL);
+                  return 0;
+                }),
+                1000 + SIGKILL);
+    } else {
+      begin(h);
+      ASSERT_EQ(err, 0);
+      Model state = model;
+      play(h, state, seed);
+      how ? commit(h) : abort(h);
+      if (how) model = state;
+    }
+    // The state is that of the last commit once a writer has looked at the file.
+    begin(h);
+    for (auto& [at, block] : model) {
+      const auto* p = static_cast<const unsigned char*>(kvt_ref_at(at));
+      for (std::uint32_t i = 0; i < block.size; i++)
+        ASSERT_EQ(p[i], block.fill) << "round " << round << " kind " << how;
+    }
+    commit(h);
+  }
+  kvt_handle_close(h);
+}
+
+TEST_F(DatabaseFile, ATransactionLargerThanTheLogGrowsItAndStillAborts) {
+  kvt_handle* h = open();
+  begin(h);
+  constexpr std::uint32_t kSize = 12 << 20;
+  char* p = alloc(h, kSize);
+  ASSERT_NE(p, nullptr);
+  std::memset(p, 1, kSize);
+  commit(h);
+  begin(h);
+  for (std::uint32_t i = 0; i < kSize; i += 4096) {
+    ASSERT_EQ(h->set_range(h, p + i, 4096, h->default_txn, nullptr), 1);
+    std::memset(p + i, 2, 4096);
+  }
+  abort(h);
+  for (std::uint32_t i = 0; i < kSize; i++) ASSERT_EQ(p[i], 1);
+  kvt_handle_close(h);
+}
+
+TEST_F(DatabaseFile, AFullSlotIsAnErrorAndNothingElse) {
+  kvt_handle* h = open();
+  begin(h);
+  int blocks = 0;
+  while (char* p = alloc(h, 4 << 20)) {
+    p[0] = 1;
+    blocks++;
+  }
+  EXPECT_GT(blocks, 40);
+  EXPECT_EQ(alloc(h, 4 << 20), nullptr);
+  abort(h);
+  begin(h);
+  EXPECT_NE(alloc(h, 4 << 20), nullptr) << "abort gave the segments back";
+  commit(h);
+  kvt_handle_close(h);
+}
+
+TEST_F(DatabaseFile, AnotherProcessSeesGrowth) {
+  kvt_handle* h = open();
+  begin(h);
+  commit(h);
+  EXPECT_EQ(in_child([&] {
+              kvt_handle* other = open();
+              begin(other);
+              char* p = alloc(other, 5 << 20);
+              if (!p) return 1;
+              std::memset(p, 7, 5 << 20);
+              other->key_put(other->store, other->default_txn, "big", p);
+              commit(other);
+              kvt_handle_close(other);
+              return 0;
+            }),
+            0);
+  auto* p = static_cast<char*>(h->key_get(h->store, KVT_NO_TXN, "big"));
+  ASSERT_NE(p, nullptr);
+  EXPECT_EQ(p[(5 << 20) - 1], 7);
+  kvt_handle_close(h);
+}
+
+TEST_F(DatabaseFile, WritersTakeTurnsAcrossThreadsAndProcesses) {
+  kvt_handle* h = open();
+  begin(h);
+  auto* counter = reinterpret_cast<std::uint32_t*>(alloc(h, 8));
+  *counter = 0;
+  h->key_put(h->store, h->default_txn, "counter", counter);
+  commit(h);
+  kvt_handle_close(h);
+  constexpr int kRounds = 300;
+  auto count = [this] {
+    kvt_handle* mine;
+    kvt_handle_options plain;
+    kvt_handle_options_init(&plain);
+    int error = 0;
+    mine = kvt_handle_open_database(path.c_str(), &plain, &error);
+    auto* at = static_cast<std::uint32_t*>(mine->key_get(mine->store, KVT_NO_TXN, "counter"));
+    for (int i = 0; i < kRounds; i++) {
+      std::uint32_t txn = kvtdb_txn_begin(mine, &error);
+      mine->set_range(mine, at, 4, txn, nullptr);
+      std::uint32_t value = *at;
+      if (i % 16 == 0) std::this_thread::yield();
+      *at = value + 1;
+      i % 3 == 0 ? kvtdb_txn_abort(mine, txn, &error) : kvtdb_txn_commit(mine, txn, &error);
+    }
+    kvt_handle_close(mine);
+  };
+  pid_t children[2];
+  for (pid_t& child : children) {
+    child = fork();
+    if (child == 0) {
+      count();
+      _exit(0);
+    }
+  }
+  std::thread a(count), b(count);
+  a.join();
+  b.join();
+  for (pid_t child : children) waitpid(child, nullptr, 0);
+  h = open();
+  counter = static_cast<std::uint32_t*>(h->key_get(h->store, KVT_NO_TXN, "counter"));
+  EXPECT_EQ(*counter, 4u * kRounds * 2 / 3);
+  kvt_handle_close(h);
+}
+
+TEST_F(DatabaseFile, ASecondHandleOfTheThreadIsRefusedTheLock) {
+  kvt_handle* a = open();
+  kvt_handle* b = open();
+  begin(a);
+  EXPECT_EQ(begin(b), KVT_NO_TXN);
+  EXPECT_EQ(err, EDEADLK);
+  err = 0;
+  abort(a);
+  begin(b);
+  EXPECT_EQ(err, 0);
+  kvt_handle_close(b);  // aborts
+  begin(a);
+  EXPECT_EQ(err, 0);
+  kvt_handle_close(a);
+}
+
+TEST_F(DatabaseFile, NamesOfPermanentMemoryOutliveAnAbort) {
+  kvt_handle* h = open();
+  begin(h);
+  char* plain = alloc(h, 16);
+  void* permanent = h->store_alloc(h->store, KVT_NO_TXN, 24);
+  h->key_put(h->store, h->default_txn, "plain", plain);
+  h->key_put(h->store, h->default_txn, "permanent", permanent);
+  abort(h);
+  EXPECT_EQ(h->key_get(h->store, KVT_NO_TXN, "plain"), nullptr);
+  EXPECT_EQ(h->key_get(h->store, KVT_NO_TXN, "permanent"), permanent);
+  begin(h);
+  h->store_free(h->store, KVT_NO_TXN, permanent);
+  EXPECT_EQ(h->store_alloc(h->store, KVT_NO_TXN, 24), permanent);
+  plain = alloc(h, 16);
+  h->key_put(h->store, h->default_txn, "permanent", plain);
+  EXPECT_EQ(h->key_get(h->store, KVT_NO_TXN, "permanent"), plain) << "the newer value counts";
+  commit(h);
+  kvt_handle_close(h);
+}
+
+TEST_F(DatabaseFile, RefusesWhatItCannotRead) {
+  kvt_handle_close(open());
+  std::ifstream in(path, std::ios::binary);
+  std::string good((std::istreambuf_iterator<char>(in)), {});
+  std::string version = good, header = good, magic = good;
+  version[8] = 7;
+  header[12] ^= 1;
+  magic[0] = 'z';
+  struct Case {
+    std::string bytes, message;
+  } cases[] = {
+      {"", "is not a database"},
+      {"a line of text", "is not a database"},
+      {magic, "is not a database"},
+      {version, "has format version 7, this library reads 1"},
+      {good.substr(0, 100), "is cut short"},
+      {good.substr(0, good.size() - 1), "is cut short"},
+      {header, "has a damaged header"},
+  };
+  for (const Case& c : cases) {
+    std::string file = directory + "/bad";
+    std::ofstream(file, std::ios::binary) << c.bytes;
+    EXPECT_EQ(open(file), nullptr) << c.message;
+    EXPECT_EQ(err, EINVAL) << c.message;
+    EXPECT_NE(std::string(message).find(c.message), std::string::npos) << message;
+  }
+  EXPECT_EQ(open(directory), nullptr);
+  EXPECT_EQ(err, EINVAL);
+  EXPECT_NE(std::string(message).find("not a regular file"), std::string::npos) << message;
+  options.create = 0;
+  EXPECT_EQ(open(directory + "/none"), nullptr);
+  EXPECT_EQ(err, ENOENT);
+  EXPECT_NE(message[0], '\0');
+}
+
+TEST_F(DatabaseFile, ASlotHoldsOneDatabaseOfAProcess) {
+  options.slot = 4;
+  std::string other = directory + "/other";
+  EXPECT_EQ(in_child([&] { return open(other) ? 0 : 1; }), 0);
+  kvt_handle* h = open();
+  ASSERT_NE(h, nullptr);
+  options.slot = -1;
+  EXPECT_EQ(open(other), nullptr);
+  EXPECT_EQ(err, EBUSY);
+  EXPECT_EQ(message, "database \"" + other + "\" needs slot 4, which database \"" + path + "\" holds in this process");
+  kvt_handle_close(h);
+  h = open(other);
+  EXPECT_NE(h, nullptr) << message;
+  kvt_handle_close(h);
+}
+
+TEST_F(DatabaseFile, TenDatabasesFitAndTheEleventhIsToldSo) {
+  kvt_handle* handles[KVT_DATABASE_SLOTS];
+  for (int i = 0; i < KVT_DATABASE_SLOTS; i++) {
+    handles[i] = open(path + std::to_string(i));
+    ASSERT_NE(handles[i], nullptr) << message;
+  }
+  EXPECT_EQ(open(path + "x"), nullptr);
+  EXPECT_EQ(err, EBUSY);
+  for (kvt_handle* h : handles) kvt_handle_close(h);
+}
+
+}  // namespace

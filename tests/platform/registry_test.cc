@@ -1,0 +1,340 @@
+// Tests of type records, side data, domains and the table of contents, over private and shared handles.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "kvt/table.h"
+#include "platform/ref.h"
+
+namespace {
+
+constexpr std::uint32_t kModule = 200;
+constexpr std::uint32_t kNumber = 0xF0000000u | kModule << 20;
+
+// A module of three types, of which the second comes in an older and a newer form.
+struct ToyModule {
+  kvt_type_record records[3]{};
+  kvt_variant_data data[3]{};
+  kvt_variant_entry entries[3][4]{};
+  std::vector<kvt_static_type> types;
+  explicit ToyModule(int variants) {
+    for (std::uint32_t i = 0; i < 3; i++) {
+      records[i].magic = KVT_TYPE_MAGIC;
+      for (int j = 0; j < 16; j++) records[i].luid[j] = static_cast<std::uint8_t>(i * 16 + j);
+      std::snprintf(records[i].luid_text, 33, "%032u", i);
+      std::snprintf(records[i].name, 64, "toy_%u", i);
+      records[i].slot = -1;
+      records[i].varinfo = kNumber | i;
+      data[i] = {static_cast<std::int8_t>(i == 1 ? variants : 1), {}, kNumber | i};
+      for (std::uint32_t v = 0; v < 4; v++) entries[i][v] = {v, 20 + v, 8, 0, 5, 5, 0};
+      types.push_back({&records[i], &data[i], entries[i]});
+    }
+  }
+};
+ToyModule old_module(2), new_module(4);
+ToyModule* loaded;
+int registrations;
+
+void load(ToyModule& module) {
+  loaded = &module;
+  kvt_static_types_set(kModule, module.types.data(), 3);
+}
+
+void register_toys(kvt_handle* handle, std::uint32_t txn, int* err) {
+  registrations++;
+  for (const kvt_type_record& record : loaded->records) {
+    if (void* there = handle->key_get(handle->registry, txn, record.luid_text)) {
+      kvt_update_variant_info(handle, txn, static_cast<kvt_type_record*>(there), &record, 0);
+      continue;
+    }
+    void* copy = handle->registry_alloc(handle->registry_pool, KVT_NO_TXN, KVT_REGISTERED_SIZE);
+    if (!copy) {
+      *err = ENOMEM;
+      return;
+    }
+    std::memset(copy, 0, KVT_REGISTERED_SIZE);
+    std::memcpy(copy, &record, sizeof record);
+    auto* registered = static_cast<kvt_type_record*>(copy);
+    registered->db_mode = handle->mode;
+    handle->key_put(handle->registry, txn, registered->luid_text, copy);
+    kvt_update_variant_info(handle, txn, registered, &record, 1);
+  }
+}
+
+class Registry : public testing::TestWithParam<bool> {
+ protected:
+  void SetUp() override {
+    load(old_module);
+    registrations = 0;
+    char name[] = "/tmp/kvt_registry_XXXXXX";
+    ASSERT_TRUE(mkdtemp(name));
+    directory = name;
+    handle = open();
+    ASSERT_NE(handle, nullptr);
+    txn = kvtdb_txn_begin(handle, &err);
+  }
+  void TearDown() override {
+    EXPECT_EQ(err, 0);
+    kvt_handle_close(handle);
+    kvt_static_types_set(kModule, nullptr, 0);
+    std::system(("rm -rf " + directory).c_str());
+  }
+  kvt_handle* open() {
+    kvt_handle_options options;
+    kvt_handle_options_init(&options);
+    options.create = 1;
+    options.mode = 1;
+    int error = 0;
+    return GetParam() ? kvt_handle_open_database((directory + "/db").c_str(), &options, &error)
+                      : kvt_handle_open_private(&options, &error);
+  }
+  const kvt_type_record* get(kvt_handle* h, std::uint32_t context, int i) {
+    return kvt_type_info_ptr_get(h, context, &loaded->records[i], register_toys);
+  }
+  char* alloc(std::uint32_t size) {
+    auto* p = static_cast<char*>(handle->store_alloc(handle->store, txn, size));
+    std::memset(p, 0, size);
+    return p;
+  }
+  // A table as a schema module makes it: type link, path or id.
+  char* table(int type, const char* path, std::uint64_t id = 0) {
+    char* t = alloc(376);
+    kvt::store(t, kvt_type_link_of(get(handle, txn, type)));
+    if (path) {
+      std::strcpy(t + 7, path);
+    } else {
+      kvt::store(t + 264, id);
+      kvt::store(t + 272, 1u);
+    }
+    return t;
+  }
+  std::string directory;
+  kvt_handle* handle = nullptr;
+  std::uint32_t txn = 0;
+  int err = 0;
+};
+
+TEST_P(Registry, CopiesHaveVariantDataOfTheirOwn) {
+  const kvt_type_record* copy = get(handle, txn, 1);
+  ASSERT_NE(copy, nullptr);
+  EXPECT_TRUE(kvt::in_cage(copy));
+  EXPECT_EQ(get(handle, txn, 1), copy);
+  EXPECT_NE(get(handle, txn, 2), nullptr);
+  EXPECT_EQ(registrations, 1);
+  EXPECT_FALSE(copy->varinfo >> 28 == 0xF);
+  const kvt_variant_data* data = kvt_varinfo_of(copy);
+  EXPECT_EQ(data->n_variants, 2);
+  EXPECT_EQ(kvt_variant_entries(data)[1].used_length, 21u);
+  EXPECT_EQ(kvt_variant_entries(data)[1].created, 0u) << "the static record's 5 are not the copy's";
+  EXPECT_EQ(kvt_type_link_of(copy), kvt_ref_of(copy));
+  EXPECT_EQ(kvt_type_link_of(&old_module.records[1]), kNumber | 1);
+  EXPECT_EQ(kvt_type_link_at(kNumber | 1), &old_module.records[1]);
+  EXPECT_EQ(kvt_type_link_at(kNumber | 3), nullptr);
+  EXPECT_EQ(kvt_type_link_at(0xF9900000), nullptr);
+}
+
+TEST_P(Registry, ANewerSchemaAddsVariantsAndKeepsCounts) {
+  const kvt_type_record* copy = get(handle, txn, 1);
+  kvt_variant_entry* entries = kvt_variant_entries(kvt_varinfo_of(copy));
+  kvtlib_type_stats_create_object(handle, txn, copy, &entries[1].created, &err);
+  kvtlib_type_stats_create_object(handle, txn, copy, &entries[1].created, &err);
+  kvtlib_type_stats_destroy_object(handle, txn, copy, &entries[1].created, &err);
+  load(new_module);
+  register_toys(handle, txn, &err);
+  const kvt_variant_data* data = kvt_varinfo_of(copy);
+  ASSERT_EQ(data->n_variants, 4);
+  entries = kvt_variant_entries(data);
+  EXPECT_EQ(entries[1].created, 2u);
+  EXPECT_EQ(entries[1].destroyed, 1u);
+  EXPECT_EQ(entries[3].created, 0u);
+  EXPECT_EQ(entries[3].used_length, 23u);
+  load(old_module);
+  register_toys(handle, txn, &err);
+  EXPECT_EQ(kvt_varinfo_of(copy)->n_variants, 4) << "an older schema takes nothing away";
+}
+
+TEST_P(Registry, RegistrationThatFailsIsReportedAndCanBeRepeated) {
+  // The second record gets no memory: the first one stays, and the next try completes the rest.
+  static int left;
+  static void* (*real)(void*, std::uint32_t, std::uint32_t);
+  left = 2;
+  real = handle->registry_alloc;
+  handle->registry_alloc = [](void* pool, std::uint32_t context, std::uint32_t size) -> void* {
+    return left-- > 0 ? real(pool, context, size) : nullptr;
+  };
+  EXPECT_EQ(get(handle, txn, 2), nullptr);
+  EXPECT_EQ(handle->last_error, ENOMEM);
+  const kvt_type_record* first = get(handle, txn, 0);
+  EXPECT_NE(first, nullptr);
+  handle->registry_alloc = real;
+  EXPECT_NE(get(handle, txn, 2), nullptr);
+  EXPECT_EQ(get(handle, txn, 0), first);
+}
+
+TEST_P(Registry, TypeLinksResolveThroughOwnedBlocks) {
+  char* object = alloc(16);
+  EXPECT_EQ(kvt_get_manifested_type_info(object, &err), nullptr);
+  EXPECT_EQ(kvt_get_luid(handle, txn, object, &err), nullptr);
+  kvt::store(object, kNumber | 2);
+  EXPECT_EQ(kvt_get_manifested_type_info(object, &err), &old_module.records[2]);
+  EXPECT_STREQ(kvt_get_name(handle, txn, object, &err), "toy_2");
+  char* block = alloc(8);
+  kvt::store(block, kNumber | 1);
+  kvt::store(object, kvt_ref_of(block));
+  object[6] = static_cast<char>(KVT_OBJ_TYPE_LINK_OWNED);
+  EXPECT_EQ(kvt_get_manifested_type_info(object, &err), &old_module.records[1]);
+  EXPECT_EQ(kvt_get_manifested_type_info_ptr_mem(object, &err), block);
+  // A record has other things at the place of the flag byte.
+  kvt::store(object, kvt_type_link_of(get(handle, txn, 0)));
+  EXPECT_EQ(kvt_get_manifested_type_info(object, &err), get(handle, txn, 0));
+}
+
+TEST_P(Registry, SideDataFollowsPutAndRemove) {
+  std::vector<char*> objects;
+  for (int i = 0; i < 3000; i++) {
+    objects.push_back(alloc(16));
+    kvtlib_update_sttr_offset(handle, txn, objects.back(), i + 1);
+    EXPECT_EQ(objects.back()[6], KVT_OBJ_STTR_OFFSET);
+  }
+  for (int i = 0; i < 3000; i += 2) kvt_hd_mapping_destroy(handle, txn, objects[i], &err);
+  kvt_hd_mapping_destroy(handle, txn, objects[0], &err);
+  kvtlib_update_sttr_offset(handle, txn, objects[1], -7);
+  for (int i = 0; i < 3000; i++) {
+    ASSERT_EQ(kvtlib_get_sttr_offset(handle, txn, objects[i]), i == 1 ? -7 : i % 2 ? i + 1 : 0) << i;
+  }
+}
+
+TEST_P(Registry, ContentsFindTablesByPathOrIdAndType) {
+  ASSERT_NE(kvtdb_database_toc_get(handle, txn, &err), nullptr);
+  EXPECT_EQ(kvtdb_database_toc_get(handle, txn, &err), kvtdb_database_toc_get(handle, txn, &err));
+  char* named = table(0, "a/b");
+  char* other_type = table(1, "a/b");
+  char* numbered = table(0, nullptr, 7);
+  for (char* t : {named, other_type, numbered}) kvtdb_database_toc_insert(handle, txn, t, 0, &err);
+  ASSERT_EQ(err, 0);
+  struct Case {
+    const char* path;
+    std::uint64_t id;
+    int type;
+    void* found;
+  } cases[] = {{"a/b", 0, 0, named},    {"a/b", 0, 1, other_type}, {"a/b", 0, 2, nullptr},   {"a/", 0, 0, nullptr},
+               {"a/bc", 0, 0, nullptr}, {nullptr, 7, 0, numbered}, {nullptr, 7, 1, nullptr}, {nullptr, 0, 0, nullptr}};
+  for (const Case& c : cases) {
+    EXPECT_EQ(kvtdb_database_toc_get_table_root(handle, txn, c.path, c.path ? std::strlen(c.path) : 0, c.id,
+                                                old_module.records[c.type].luid, 16, c.path != nullptr, &err),
+              c.found)
+        << (c.path ? c.path : "id") << " " << c.type;
+  }
+  kvtdb_database_toc_insert(handle, txn, table(0, "a/b"), 0, &err);
+  EXPECT_EQ(err, EEXIST);
+  err = 0;
+  kvtdb_database_toc_delete(handle, txn, named, &err);
+  EXPECT_EQ(err, 0);
+  kvtdb_database_toc_delete(handle, txn, named, &err);
+  EXPECT_EQ(err, ENOENT);
+  err = 0;
+  EXPECT_EQ(kvtdb_database_toc_get_table_root(handle, txn, "a/b", 3, 0, old_module.records[1].luid, 16, 1, &err),
+            other_type);
+}
+
+TEST_P(Registry, TenantCountersCountBySource) {
+  char* t = table(0, "t");
+  kvtdb_database_toc_insert(handle, txn, t, 0, &err);
+  auto count = [&](std::uint16_t tenant, int source) {
+    std::uint32_t result = 99;
+    auto byte = static_cast<std::uint8_t>(source);
+    kvtdb_get_tenant_counter(handle, txn, t, &result, tenant, source < 0 ? nullptr : &byte);
+    return result;
+  };
+  EXPECT_EQ(count(1, -1), 0u);
+  for (int i = 0; i < 3; i++) kvtdb_update_tenant_counter(handle, txn, t, 1, 1, 1, &err);
+  kvtdb_update_tenant_counter(handle, txn, t, 1, 1, 255, &err);
+  kvtdb_update_tenant_counter(handle, txn, t, 1, 2, 1, &err);
+  kvtdb_update_tenant_counter(handle, txn, t, 0, 1, 1, &err);
+  kvtdb_update_tenant_counter(handle, txn, t, 0, 3, 1, &err);
+  EXPECT_EQ(count(1, 1), 2u);
+  EXPECT_EQ(count(1, 255), 1u);
+  EXPECT_EQ(count(1, -1), 3u);
+  EXPECT_EQ(count(3, -1), 0u);
+  kvtdb_update_tenant_counter(handle, txn, t, 0, 2, 1, &err);
+  kvtdb_update_tenant_counter(handle, txn, t, 0, 2, 1, &err);
+  EXPECT_EQ(count(2, -1), 0u) << "a count never falls below zero";
+}
+
+TEST_P(Registry, IdentitiesComeAndGo) {
+  char* t = table(0, "t");
+  EXPECT_TRUE(kvt_request_oid_mapping_destroy(handle, txn, t, &err)) << "none is as good as removed";
+  ASSERT_TRUE(kvt_oid_mapping_create(handle, txn, t, 2, 0, 0, &err));
+  EXPECT_TRUE(t[6] & KVT_OBJ_OID_MAPPED);
+  EXPECT_FALSE(kvt_oid_mapping_create(handle, txn, t, 2, 0, 0, &err));
+  EXPECT_EQ(err, EEXIST);
+  err = 0;
+  EXPECT_TRUE(kvt_request_oid_mapping_destroy(handle, txn, t, &err));
+  EXPECT_FALSE(t[6] & KVT_OBJ_OID_MAPPED);
+  EXPECT_TRUE(kvt_oid_mapping_create(handle, txn, t, 2, 0, 0, &err));
+}
+
+TEST_P(Registry, DomainAndBuiltVariantLimitTheRaise) {
+  const kvt_type_record* record = &old_module.records[1];
+  struct Case {
+    int instance, built, top, domain, after;
+  } cases[] = {{0, 3, 3, 127, 3}, {0, 2, 3, 127, 2},   {0, 3, 1, 127, 1}, {0, 3, 3, 2, 2},
+               {2, 3, 3, 1, 2},   {-1, 3, 3, 127, -1}, {1, 3, 3, -1, 1},  {3, 3, 2, 127, 3}};
+  for (const Case& c : cases) {
+    char* object = alloc(8);
+    object[4] = static_cast<char>(c.instance);
+    object[5] = static_cast<char>(c.built);
+    ASSERT_EQ(kvt_domain_set_variant(handle, record, c.domain), 0);
+    kvtlib_adjust_variant(handle, txn, object, record, c.top, &err);
+    EXPECT_EQ(kvt_get_instance_variant(object, 0, 0), c.after) << c.instance << c.built << c.top << c.domain;
+  }
+  kvtlib_adjust_variant(handle, txn, nullptr, nullptr, 3, &err);
+  EXPECT_EQ(kvt_domain_lookup_variant(handle, &handle->domain, &old_module.records[0], &err), 127);
+  EXPECT_TRUE(kvt_domain_lookup_table_ok(handle, &handle->domain, record, &err));
+  kvt_domain_allow_table(handle, record, 0);
+  EXPECT_FALSE(kvt_domain_lookup_table_ok(handle, &handle->domain, record, &err));
+}
+
+INSTANTIATE_TEST_SUITE_P(Stores, Registry, testing::Bool(),
+                         [](const auto& info) { return info.param ? "Database" : "Private"; });
+
+using SharedRegistry = Registry;
+INSTANTIATE_TEST_SUITE_P(Stores, SharedRegistry, testing::Values(true));
+
+TEST_P(SharedRegistry, HandlesShareItAndAnAbortLeavesItWhole) {
+  kvt_handle* other = open();
+  const kvt_type_record* copy = get(handle, txn, 1);
+  kvtdb_txn_abort(handle, txn, &err);
+  EXPECT_EQ(get(handle, KVT_NO_TXN, 1), copy);
+  EXPECT_EQ(get(other, KVT_NO_TXN, 1), copy);
+  EXPECT_EQ(kvt_varinfo_of(copy)->n_variants, 2);
+  EXPECT_EQ(registrations, 1);
+  txn = kvtdb_txn_begin(other, &err);
+  EXPECT_EQ(get(other, txn, 2), get(handle, KVT_NO_TXN, 2));
+  kvt_handle_close(other);
+}
+
+TEST_P(SharedRegistry, AReaderCannotRegister) {
+  kvtdb_txn_abort(handle, txn, &err);
+  EXPECT_EQ(get(handle, KVT_NO_TXN, 0), nullptr);
+  EXPECT_EQ(handle->last_error, ENOMEM);
+  EXPECT_EQ(kvtdb_database_toc_get(handle, KVT_NO_TXN, &err), nullptr);
+}
+
+TEST_P(SharedRegistry, TablesOfAnAbortedTransactionAreGone) {
+  char* t = table(0, "t");
+  kvtdb_database_toc_get(handle, txn, &err);
+  kvtdb_database_toc_insert(handle, txn, t, 0, &err);
+  kvt_oid_mapping_create(handle, txn, t, 2, 0, 0, &err);
+  kvtdb_txn_abort(handle, txn, &err);
+  EXPECT_EQ(kvtdb_database_toc_get(handle, KVT_NO_TXN, &err), nullptr);
+  EXPECT_EQ(kvtdb_database_toc_get_table_root(handle, KVT_NO_TXN, "t", 1, 0, old_module.records[0].luid, 16, 1, &err),
+            nullptr);
+}
+
+}  // namespace

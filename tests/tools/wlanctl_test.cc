@@ -1,0 +1,331 @@
+// Tests of wlanctl as a user meets it: exit status, one line of reason, and a database that is whole afterwards.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kTool = ZARN_BINARY_DIR "/tools/wlanctl";
+const std::string kCampus = std::string(ZARN_SOURCE_DIR) + "/examples/campus.xml";
+
+struct Result {
+  int status;
+  std::string out, err;
+};
+
+std::string slurp(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void spill(const fs::path& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+
+std::size_t lines(const std::string& text) {
+  return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+class Wlanctl : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (fs::temp_directory_path() / "wlanctl_test.XXXXXX").string();
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    dir_ = pattern;
+    unsetenv("ZARN_WLAN_DB");
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+
+  std::string at(const std::string& name) const { return (dir_ / name).string(); }
+
+  // Runs a command line of the shell, in which `wlanctl` is the tool.
+  Result shell(const std::string& line) const {
+    const std::string script = "wlanctl() { '" + kTool + "' \"$@\"; }; cd '" + dir_.string() +
+                               "'; set -o pipefail; { " + line + "\n} >out 2>err";
+    spill(dir_ / "script", script);
+    const int status = std::system(("bash '" + at("script") + "'").c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(dir_ / "out"), slurp(dir_ / "err")};
+  }
+  Result on_database(const std::string& arguments, const std::string& database = "a.db") const {
+    return shell("wlanctl --db " + database + " " + arguments);
+  }
+  void import_campus() const {
+    const Result result = on_database("import '" + kCampus + "'");
+    ASSERT_EQ(result.status, 0) << result.err;
+  }
+
+  fs::path dir_;
+};
+
+void expect_refused(const Result& result, int status, const std::string& reason) {
+  EXPECT_EQ(result.status, status);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(lines(result.err), 1u) << result.err;
+  EXPECT_EQ(result.err.rfind("wlanctl: ", 0), 0u) << result.err;
+  EXPECT_NE(result.err.find(reason), std::string::npos) << result.err;
+}
+
+TEST_F(Wlanctl, WrongCommandLineIsStatusTwo) {
+  for (const char* arguments : {"", "--db a.db", "--db a.db fly", "--db a.db find", "--db a.db find --id x",
+                                "--db a.db find --id 1 --ssid b", "--db a.db import", "--db a.db set 1 ssid", "list",
+                                "--db a.db list --table tbl_none", "--db a.db receive --wait 0"}) {
+    SCOPED_TRACE(arguments);
+    expect_refused(shell("wlanctl " + std::string(arguments)), 2, "");
+  }
+  EXPECT_FALSE(fs::exists(at("a.db")));
+  EXPECT_EQ(shell("wlanctl --help").status, 0);
+}
+
+struct BadImport {
+  const char* name;
+  const char* xml;
+  const char* reason;
+};
+
+constexpr const char* kGood =
+    "<zarn_wlan>\n<tbl_wlan><st_wlan><wlan_id>901</wlan_id><profile_name>p</profile_name>"
+    "<ssid>s</ssid></st_wlan></tbl_wlan>\n</zarn_wlan>\n";
+
+constexpr BadImport kBadImports[] = {
+    {"Empty", "", "bad.xml: "},
+    {"CutShort", "<zarn_wlan>\n <tbl_wlan>\n", "line "},
+    {"TagsCrossed", "<zarn_wlan>\n<tbl_wlan><st_wlan></tbl_wlan></st_wlan></zarn_wlan>", "bad.xml: line 2"},
+    {"OtherRoot", "<wlans/>", "bad.xml: line 1, column 1: the root element is <wlans>"},
+    {"NoRecords", "<zarn_wlan></zarn_wlan>", "holds no records"},
+    {"UnknownTable", "<zarn_wlan>\n  <tbl_lan/></zarn_wlan>", "line 2, column 3: there is no table <tbl_lan>"},
+    {"UnknownPayload", "<zarn_wlan>\n<tbl_wlan>\n<st_lan/></tbl_wlan></zarn_wlan>",
+     "line 3, column 1: unknown element <st_lan> in <tbl_wlan>"},
+    {"TwoPayloads", "<zarn_wlan>\n<tbl_wlan><st_wlan/><st_wlan/></tbl_wlan></zarn_wlan>", "must hold one <st_wlan>"},
+    {"UnknownField",
+     "<zarn_wlan><tbl_wlan><st_wlan>\n<wlan_id>1</wlan_id>\n <sid>x</sid></st_wlan></tbl_wlan></zarn_wlan>",
+     "line 3, column 2: unknown element <sid> in <st_wlan>"},
+    {"FieldOfAnotherStruct",
+     "<zarn_wlan><tbl_wlan><st_wlan>\n<session_timeout>9</session_timeout></st_wlan></tbl_wlan></zarn_wlan>",
+     "line 2, column 1: unknown element <session_timeout>"},
+    {"UnknownEnumerator",
+     "<zarn_wlan><tbl_wlan><st_wlan>\n<mdns_sd_mode><MDNS_SD_SHOUT/></mdns_sd_mode></st_wlan></tbl_wlan></zarn_wlan>",
+     "line 2, column 15: unknown element <MDNS_SD_SHOUT> in <mdns_sd_mode>"},
+    {"EnumeratorAsText",
+     "<zarn_wlan><tbl_wlan><st_wlan>\n<mdns_sd_mode>MDNS_SD_DROP</mdns_sd_mode></st_wlan></tbl_wlan></zarn_wlan>",
+     "text has no place in <mdns_sd_mode>"},
+    {"FieldTwice", "<zarn_wlan><tbl_wlan><st_wlan>\n<ssid>a</ssid><ssid>b</ssid></st_wlan></tbl_wlan></zarn_wlan>",
+     "line 2, column 15: <ssid> stands twice"},
+    {"NumberIsText", "<zarn_wlan><tbl_wlan><st_wlan>\n<wlan_id>one</wlan_id></st_wlan></tbl_wlan></zarn_wlan>",
+     "line 2, column 1: <wlan_id>"},
+    {"NumberTooLarge",
+     "<zarn_wlan><tbl_wlan><st_wlan><wlan_timeout><dtim>\n<dot11a_dtim>256</dot11a_dtim></dtim></wlan_timeout>"
+     "</st_wlan></tbl_wlan></zarn_wlan>",
+     "line 2, column 1: <dot11a_dtim>"},
+    {"DuplicateInTheFile",
+     "<zarn_wlan>\n<tbl_wlan><st_wlan><wlan_id>1</wlan_id><profile_name>p</profile_name><ssid>s</ssid></st_wlan></"
+     "tbl_wlan>"
+     "\n<tbl_wlan><st_wlan><wlan_id>2</wlan_id><profile_name>p</profile_name><ssid>t</ssid></st_wlan></tbl_wlan></"
+     "zarn_wlan>",
+     "line 3, column 1: tbl_wlan does not take wlan_id 2, profile_name \"p\""},
+};
+
+TEST_F(Wlanctl, BadFileIsRefusedWithItsPlaceAndLeavesNoDatabase) {
+  for (const BadImport& bad : kBadImports) {
+    SCOPED_TRACE(bad.name);
+    spill(at("bad.xml"), bad.xml);
+    expect_refused(on_database("import bad.xml"), 1, bad.reason);
+    EXPECT_FALSE(fs::exists(at("a.db")));
+  }
+  expect_refused(on_database("import missing.xml"), 1, "missing.xml: No such file or directory");
+  expect_refused(on_database("import ."), 1, ".: Is a directory");
+}
+
+TEST_F(Wlanctl, DuplicateOfTheDatabaseLeavesItAsItWas) {
+  spill(at("good.xml"), kGood);
+  import_campus();
+  const std::string before = on_database("export").out;
+  // A new profile in front: it must go again when the second one is refused.
+  std::string text = kGood;
+  text.replace(text.rfind("</zarn_wlan>"), 12,
+               "<tbl_wlan><st_wlan><wlan_id>902</wlan_id><profile_name>q</profile_name><ssid>Library</ssid></st_wlan>"
+               "</tbl_wlan>\n</zarn_wlan>");
+  spill(at("twice.xml"), text);
+  const Result refused = on_database("import twice.xml");
+  expect_refused(refused, 1, "twice.xml: line 3, column 1: tbl_apgroup_wlan does not take wlan_id 902");
+  EXPECT_NE(refused.err.find("ssid"), std::string::npos) << refused.err;
+  EXPECT_EQ(on_database("export").out, before);
+  EXPECT_EQ(on_database("import good.xml").status, 0);
+}
+
+TEST_F(Wlanctl, ImportedProfileIsFoundByEachKey) {
+  import_campus();
+  const Result list = on_database("list");
+  EXPECT_GE(lines(list.out), 25u) << list.out;
+  const std::string by_id = on_database("find --json --id 6").out;
+  EXPECT_NE(by_id.find("\"ssid\": \"Campus Guest\""), std::string::npos) << by_id;
+  EXPECT_EQ(on_database("find --json --name guest-web").out, by_id);
+  EXPECT_EQ(on_database("find --json --ssid 'Campus Guest'").out, by_id);
+  expect_refused(on_database("find --ssid 'Campus Gues'"), 1, "no profile has ssid");
+  expect_refused(on_database("find --id 4294967295"), 1, "no profile has wlan_id");
+  for (const char* arguments : {"--table tbl_internal_wlan_radio_policy DOT11_RADIO_BAND_5_GHZ",
+                                "--table tbl_mpsk_keys_int 3", "--table tbl_wireless_aaa_policy aaa-staff"}) {
+    EXPECT_EQ(on_database(std::string("show ") + arguments).status, 0) << arguments;
+  }
+  expect_refused(on_database("show --table tbl_internal_wlan_radio_policy DOT11_RADIO_BAND_7_GHZ"), 1, "no record");
+  expect_refused(on_database("show --table tbl_mpsk_keys_int 256"), 1, "no record");
+}
+
+TEST_F(Wlanctl, SecretsStandNowhereInPlainText) {
+  import_campus();
+  const std::string secret = "House-Linden-3F-kitchen-radio";
+  ASSERT_NE(slurp(kCampus).find(secret), std::string::npos);
+  EXPECT_EQ(slurp(at("a.db")).find(secret), std::string::npos);
+  EXPECT_EQ(on_database("send").out.find(secret), std::string::npos);
+  EXPECT_EQ(on_database("show --table tbl_mpsk_keys_int 0").out.find(secret), std::string::npos);
+  EXPECT_EQ(on_database("--trace set dorm-mpsk wlan_timeout/session_timeout 5").err.find(secret), std::string::npos);
+}
+
+TEST_F(Wlanctl, ExportIsImportedAgainWithEqualRecords) {
+  import_campus();
+  EXPECT_EQ(on_database("export all.xml").status, 0);
+  const Result again = shell("wlanctl --db b.db --key a.db.key import all.xml");
+  EXPECT_EQ(again.status, 0) << again.err;
+  const Result received = shell(
+      "wlanctl --db b.db --key a.db.key send | wlanctl --db c.db --key a.db.key receive --verify '" + kCampus + "'");
+  EXPECT_EQ(received.status, 0) << received.err;
+}
+
+TEST_F(Wlanctl, ThirdProcessStoresEqualRecordsOverASocket) {
+  import_campus();
+  const Result both = shell("wlanctl --db b.db --key a.db.key receive --socket s --wait 20 --verify '" + kCampus +
+                            "' & wlanctl --db a.db send --socket s --wait 20; sent=$?; wait $! && exit $sent");
+  EXPECT_EQ(both.status, 0) << both.err;
+  EXPECT_NE(both.out.find("all are stored"), std::string::npos) << both.out;
+  EXPECT_NE(both.out.find("all are equal"), std::string::npos) << both.out;
+  EXPECT_FALSE(fs::exists(at("s")));
+}
+
+TEST_F(Wlanctl, VerifyTellsADifference) {
+  import_campus();
+  EXPECT_EQ(on_database("set 6 wlan_timeout/session_timeout 77").status, 0);
+  const Result result =
+      shell("wlanctl --db a.db send | wlanctl --db b.db --key a.db.key receive --verify '" + kCampus + "'");
+  expect_refused(result, 1, "tbl_wlan, wlan_id 6, profile_name \"guest-web\": differs");
+}
+
+struct BadStream {
+  const char* name;
+  void (*spoil)(std::string&);
+  const char* reason;
+};
+
+constexpr BadStream kBadStreams[] = {
+    {"Empty", [](std::string& s) { s.clear(); }, "breaks off before its end mark"},
+    {"NoEndMark", [](std::string& s) { s.resize(s.size() - 4); }, "breaks off before its end mark"},
+    {"CutInAFrame", [](std::string& s) { s.resize(100); }, "frame 1 is cut short"},
+    {"TooShortForARecord", [](std::string& s) { s = std::string("\0\0\0\x08garbage!", 12); }, "too short for a record"},
+    {"LongerThanAnyRecord", [](std::string& s) { s = std::string("\xff\xff\xff\xff", 4); }, "more than any record"},
+    {"UnknownTable", [](std::string& s) { s[4 + 27] ^= 1; }, "frame 1 belongs to no table"},
+    {"WrongHeader", [](std::string& s) { s[4] ^= 0x40; }, "frame 1 is no record of tbl_wlan"},
+    {"PayloadIsNoise", [](std::string& s) { std::fill(s.begin() + 4 + 43, s.begin() + 4 + 300, '\xff'); }, "frame 1"},
+    {"SameRecordTwice",
+     [](std::string& s) {
+       const auto byte = [&](int i) { return static_cast<std::uint8_t>(s[static_cast<std::size_t>(i)]); };
+       const std::size_t size = (std::size_t{byte(0)} << 24 | byte(1) << 16 | byte(2) << 8 | byte(3)) + 4;
+       s.insert(0, s.substr(0, size));
+     },
+     "frame 2: tbl_wlan does not take wlan_id 1"},
+};
+
+TEST_F(Wlanctl, BadStreamIsRefusedAndLeavesNoDatabase) {
+  import_campus();
+  const std::string good = on_database("send").out;
+  ASSERT_GT(good.size(), 1000u);
+  for (const BadStream& bad : kBadStreams) {
+    SCOPED_TRACE(bad.name);
+    std::string stream = good;
+    bad.spoil(stream);
+    spill(at("stream"), stream);
+    expect_refused(shell("wlanctl --db b.db receive <stream"), 1, bad.reason);
+    EXPECT_FALSE(fs::exists(at("b.db")));
+  }
+}
+
+TEST_F(Wlanctl, SetMarksTheStateOfTheFieldInBothTables) {
+  import_campus();
+  const Result result =
+      on_database("set guest-web wlan_security/l2_security/l2_auth/wpa_pmf/pmf_options FEATURE_REQUIRED");
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(lines(result.out), 2u) << result.out;
+  EXPECT_NE(result.out.find("FEATURE_DISABLED -> FEATURE_REQUIRED, state 0 -> 2"), std::string::npos) << result.out;
+  const std::string shown = on_database("show guest-web").out;
+  EXPECT_NE(shown.find("<FEATURE_REQUIRED"), std::string::npos);
+}
+
+TEST_F(Wlanctl, SetRefusesWhatTheSchemaDoesNotHave) {
+  import_campus();
+  const std::string before = on_database("export").out;
+  const struct {
+    const char *arguments, *reason;
+  } cases[] = {
+      {"guest-web profile_name other", "is a key"},
+      {"guest-web ssid other", "is a key"},
+      {"guest-web no_such_field 1", "no field"},
+      {"guest-web wlan_timeout 1", "group of fields"},
+      {"guest-web wlan_timeout/session_timeout soon", "is no value of session_timeout"},
+      {"guest-web wlan_timeout/dtim/dot11a_dtim 256", "is no value of dot11a_dtim"},
+      {"guest-web mdns_sd_mode MDNS_SD_SHOUT", "is no enumerator"},
+      {"guest-web mdns_sd_mode '<a/>'", "is no enumerator"},
+      {"guest-web mdns_sd_mode/MDNS_SD_BRIDGE 1", "no field"},
+      {"guest-web ../wlan_id 1", "no path"},
+      {"nobody status true", "holds no record \"nobody\""},
+  };
+  for (const auto& [arguments, reason] : cases) {
+    SCOPED_TRACE(arguments);
+    expect_refused(on_database("set " + std::string(arguments)), 1, reason);
+  }
+  EXPECT_EQ(on_database("export").out, before);
+}
+
+TEST_F(Wlanctl, DeletedProfileIsGoneFromBothTables) {
+  import_campus();
+  const std::size_t count = lines(on_database("list").out);
+  EXPECT_EQ(on_database("delete guest-web").status, 0);
+  EXPECT_EQ(lines(on_database("list").out), count - 1);
+  EXPECT_EQ(lines(on_database("list --table tbl_apgroup_wlan").out), count - 1);
+  expect_refused(on_database("find --ssid 'Campus Guest'"), 1, "no profile");
+  expect_refused(on_database("delete guest-web"), 1, "holds no record");
+}
+
+TEST_F(Wlanctl, NoDatabaseIsNoCrash) {
+  expect_refused(on_database("list"), 1, "a.db: ");
+  spill(at("a.db"), "this is no database, whatever its name says\n");
+  for (const char* command : {"list", "export", "send", "delete 1"}) expect_refused(on_database(command), 1, "a.db: ");
+  EXPECT_EQ(slurp(at("a.db")), "this is no database, whatever its name says\n");
+}
+
+TEST_F(Wlanctl, ReaderThatGoesAwayEndsItQuietly) {
+  import_campus();
+  const Result result = shell("(wlanctl --db a.db export; echo status $? >&2) | head -c 1 >first");
+  EXPECT_EQ(slurp(at("first")), "<");
+  EXPECT_EQ(result.err, "status 1\n");
+}
+
+TEST_F(Wlanctl, NamesCannotStirTheTerminal) {
+  spill(at("odd.xml"),
+        "<zarn_wlan><tbl_wlan><st_wlan><wlan_id>1</wlan_id><profile_name>a\nb\xc2\x9b"
+        "31m</profile_name><ssid>\xe2\x82\xac</ssid></st_wlan></tbl_wlan></zarn_wlan>");
+  EXPECT_EQ(on_database("import odd.xml").status, 0);
+  const std::string list = on_database("list").out;
+  EXPECT_EQ(lines(list), 2u) << list;
+  EXPECT_EQ(list.find("\xc2\x9b"), std::string::npos);
+  EXPECT_NE(list.find("\xe2\x82\xac"), std::string::npos);
+  EXPECT_NE(on_database("list --json").out.find("a\\u000ab"), std::string::npos);
+}
+
+}  // namespace

@@ -1,0 +1,108 @@
+// The spelling of the command line.
+#include "tools/options.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <iostream>
+
+#include "tools/tables.h"
+
+namespace wlanctl {
+namespace {
+
+constexpr int kUsage = 2;
+
+// CLI11 may break a message into several lines; a console line stays one line.
+std::string flattened(std::string text) {
+  while (!text.empty() && text.back() == '\n') text.pop_back();
+  std::replace(text.begin(), text.end(), '\n', ' ');
+  return text;
+}
+
+CLI::App* add_command(CLI::App& app, Options& options, Command command, const char* name, const char* help) {
+  CLI::App* sub = app.add_subcommand(name, help);
+  sub->fallthrough();
+  sub->callback([&options, command] { options.command = command; });
+  return sub;
+}
+
+void add_table(CLI::App* sub, Options& options) {
+  std::vector<std::string> names;
+  for (const Table& table : tables()) names.emplace_back(table.name);
+  sub->add_option("--table", options.table, "the table; tbl_wlan unless given")->check(CLI::IsMember(names));
+}
+
+void add_key(CLI::App* sub, Options& options) {
+  sub->add_option("KEY", options.key, "a profile's number or name; in another table its key")->required();
+}
+
+void add_stream(CLI::App* sub, Options& options, const char* without) {
+  sub->add_option("--socket", options.socket, std::string("Unix socket instead of ") + without);
+  sub->add_option("--wait", options.wait_sec, "seconds to wait for the other side")
+      ->check(CLI::Range(1, 3600))
+      ->capture_default_str();
+}
+
+}  // namespace
+
+std::optional<int> parse_options(int argc, char** argv, Options& options) {
+  CLI::App app("Imports, shows, changes and passes on the WLAN profiles of a database.", "wlanctl");
+  app.add_option("--db", options.database, "the database file")->envname("ZARN_WLAN_DB");
+  app.add_option("--key", options.key_file, "key file for secrets; the database's own unless given");
+  app.add_flag("--trace", options.trace, "tell every trace line of the library on standard error");
+  app.require_subcommand(1);
+
+  CLI::App* import = add_command(app, options, Command::kImport, "import", "Take all records of an XML file, or none");
+  import->add_option("FILE", options.file, "the XML file")->required();
+  import->add_flag("--hold", options.hold, "keep the database open afterwards, until standard input ends");
+
+  CLI::App* list = add_command(app, options, Command::kList, "list", "List the records of a table");
+  add_table(list, options);
+  list->add_flag("--json", options.json, "as JSON");
+
+  CLI::App* show = add_command(app, options, Command::kShow, "show", "Show every field of a record, as XML");
+  add_key(show, options);
+  add_table(show, options);
+
+  CLI::App* find = add_command(app, options, Command::kFind, "find", "Find a profile by one of its keys");
+  CLI::Option_group* by = find->add_option_group("by", "the key");
+  by->add_option("--id", options.id, "WLAN identifier");
+  by->add_option("--name", options.name, "profile name");
+  by->add_option("--ssid", options.ssid, "network name");
+  by->require_option(1);
+  find->add_flag("--json", options.json, "as JSON");
+
+  CLI::App* exporting = add_command(app, options, Command::kExport, "export", "Write all records as XML");
+  exporting->add_option("FILE", options.file, "file to write; standard output unless given");
+
+  add_stream(add_command(app, options, Command::kSend, "send", "Send all records in binary form"), options,
+             "standard output");
+
+  CLI::App* receive =
+      add_command(app, options, Command::kReceive, "receive", "Take all records that are sent, or none");
+  add_stream(receive, options, "standard input");
+  receive->add_option("--verify", options.verify, "XML file to compare with, beside what was sent");
+
+  CLI::App* set = add_command(app, options, Command::kSet, "set", "Change one field");
+  add_key(set, options);
+  set->add_option("PATH", options.path, "the field, such as wlan_timeout/session_timeout")->required();
+  set->add_option("VALUE", options.value, "number, true or false, text, or the name of an enumerator")->required();
+  add_table(set, options);
+
+  CLI::App* erase = add_command(app, options, Command::kDelete, "delete", "Delete one record");
+  add_key(erase, options);
+  add_table(erase, options);
+
+  try {
+    app.parse(argc, argv);
+    if (options.database.empty()) throw CLI::RequiredError("--db PATH, or ZARN_WLAN_DB in the environment,");
+  } catch (const CLI::Success& done) {
+    return app.exit(done);
+  } catch (const CLI::ParseError& error) {
+    std::cerr << "wlanctl: " << flattened(error.what()) << " (wlanctl --help tells more)\n";
+    return kUsage;
+  }
+  return std::nullopt;
+}
+
+}  // namespace wlanctl

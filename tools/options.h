@@ -1,0 +1,37 @@
+// The command line as data. Only options.cc knows how it is spelled.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace wlanctl {
+
+enum class Command { kImport, kList, kShow, kFind, kExport, kSend, kReceive, kSet, kDelete };
+
+struct Options {
+  Command command = Command::kList;
+  std::string database;
+  std::string key_file;  // empty: the database's own
+  bool trace = false;
+  bool json = false;
+  bool hold = false;
+  std::string file;   // import, export; empty: standard output
+  std::string table;  // list, show, set, delete
+  std::string key;    // show, set, delete
+  std::string path;   // set
+  std::string value;  // set
+  std::optional<std::uint32_t> id;
+  std::optional<std::string> name;
+  std::optional<std::string> ssid;
+  std::string socket;  // send, receive; empty: standard output, standard input
+  unsigned wait_sec = 30;
+  std::string verify;  // receive
+};
+
+/// Reads the command line into `options`.
+/// @return nothing to go on with the command; else the exit status (0 after --help, 2 after a wrong command line, which
+///         has been told on standard error)
+std::optional<int> parse_options(int argc, char** argv, Options& options);
+
+}  // namespace wlanctl

@@ -1,0 +1,178 @@
+#include "zarn_wlan/src/lookup.h"
+
+#include <cstring>
+
+namespace kvt {
+namespace {
+
+constexpr std::uint32_t kSearchNearest = 1, kSearchPending = 2, kSearchSameKey = 4;
+
+// A record that no table holds, with a payload that has nothing but the key: what the tree's compare asks of a node. It
+// lies in the cage, and is wholly zero at each use.
+class Probe {
+ public:
+  Probe(const TableDesc& type, unsigned key, const void* value, std::uint8_t source)
+      : size_(round8(type.record_size) + type.payload.plain), block_(kvt_probe_push(size_)) {
+    if (!block_) return;
+    void* payload = at_offset(block_, round8(type.record_size));
+    RecordBlock* record = record_of(block_);
+    record->source = source;
+    record->tenant_id = mt_get_tenant_id();
+    *payload_slot(type, block_) = cage_ref(payload);
+    std::memcpy(at_offset(payload, type.keys[key].offset), value, type.keys[key].size);
+  }
+  ~Probe() {
+    if (block_) kvt_probe_pop(block_, size_);
+  }
+  Probe(const Probe&) = delete;
+  Probe& operator=(const Probe&) = delete;
+  void* record() const { return block_; }
+
+ private:
+  static std::uint32_t round8(std::uint32_t n) { return (n + 7) & ~7u; }
+  std::uint32_t size_;
+  void* block_;
+};
+
+void* neighbour(const TableDesc& type, unsigned key, bool forward, void* table, void* record) {
+  const std::uint32_t root = *index_root(table, key);
+  void* node = node_of(record, key);
+  return record_at_node(
+      forward ? e_avl_get_next(root, node, type.keys[key].compare) : e_avl_get_prev(root, node, type.keys[key].compare),
+      key);
+}
+
+bool same_key_as(const TableDesc& type, unsigned key, void* a, void* b) {
+  return type.keys[key].same(payload_of(type, a), payload_of(type, b));
+}
+
+}  // namespace
+
+void* key_step(const TableDesc& type, unsigned key, bool forward, kvt_handle* h, std::uint32_t txn, void* table,
+               void* record, std::uint32_t source, bool source_filter, bool skip_pending, bool same_key, int* err) {
+  if (*err) return nullptr;
+  kvt_clear_last_error(h);
+  const std::uint16_t tenant = mt_get_tenant_id();
+  void* at = record;
+  for (;;) {
+    at = neighbour(type, key, forward, table, at);
+    if (!at) break;
+    const RecordBlock* r = record_of(at);
+    if (r->tenant_id != tenant) return nullptr;
+    if (same_key && !same_key_as(type, key, record, at)) return nullptr;
+    if (source_filter && r->source != source) continue;
+    if (!source_filter && source == 0 && r->source == kShadowSource) continue;
+    if (skip_pending && (r->record_flags & kRecordPending)) continue;
+    break;
+  }
+  report_contained(h, txn, kContainRecord, at, table);
+  return at;
+}
+
+void* key_search(const TableDesc& type, unsigned key, kvt_handle* h, std::uint32_t txn, void* table, const void* value,
+                 const SearchOptions& options, int* err) {
+  if (*err) return nullptr;
+  kvt_clear_last_error(h);
+  if (!table || !value) {
+    fail(h, kEnoent, err);
+    return nullptr;
+  }
+  const std::uint32_t source = options.source ? options.source : kOrdinarySource;
+  const Probe probe(type, key, value, static_cast<std::uint8_t>(source));
+  if (!probe.record()) {
+    fail(h, kEnomem, err);
+    return nullptr;
+  }
+  void* found =
+      record_at_node(e_avl_search(*index_root(table, key), node_of(probe.record(), key), type.keys[key].compare), key);
+  // A source that no record can have matches none, though the probe holds its low byte only.
+  if (found && source > kShadowSource) found = nullptr;
+  if (found && options.skip_pending && (record_of(found)->record_flags & kRecordPending)) found = nullptr;
+  if (!found && (options.nearest || options.same_key)) {
+    found = key_step(type, key, options.forward, h, txn, table, probe.record(), options.neighbour_source,
+                     options.neighbour_source != 0, options.skip_pending, options.same_key && !options.nearest, err);
+  }
+  report_contained(h, txn, kContainRecord, found, table);
+  return found;
+}
+
+void* key_search_cr(const TableDesc& type, unsigned key, kvt_handle* h, void* table, const void* value,
+                    std::uint32_t source, std::uint32_t flags) {
+  SearchOptions options;
+  options.nearest = flags & kSearchNearest;
+  options.skip_pending = !(flags & kSearchPending);
+  options.same_key = flags & kSearchSameKey;
+  if (!source && !options.same_key) source = kOrdinarySource;
+  options.source = options.neighbour_source = source;
+  void* found = key_search(type, key, h, h->default_txn, table, value, options, &h->last_error);
+  return h->last_error ? nullptr : found;
+}
+
+void* key_next(const TableDesc& type, unsigned key, bool forward, kvt_handle* h, std::uint32_t txn, void* table,
+               void* record, int* err) {
+  return key_step(type, key, forward, h, txn, table, record, kOrdinarySource, true, false, false, err);
+}
+
+void* key_edge(const TableDesc& type, unsigned key, bool first, kvt_handle* h, std::uint32_t txn, void* table,
+               int* err) {
+  if (*err) return nullptr;
+  kvt_clear_last_error(h);
+  const std::uint16_t tenant = mt_get_tenant_id();
+  const std::uint32_t root = *index_root(table, key);
+  void* at = record_at_node(first ? e_avl_get_first(root) : e_avl_get_last(root), key);
+  auto passed_over = [&](const RecordBlock* r) {
+    return r->source != kOrdinarySource || (first ? r->tenant_id < tenant : r->tenant_id > tenant);
+  };
+  while (at && passed_over(record_of(at))) at = neighbour(type, key, first, table, at);
+  if (at && record_of(at)->tenant_id != tenant) at = nullptr;
+  report_contained(h, txn, kContainRecord, at, table);
+  return at;
+}
+
+void* key_next_by_key(const TableDesc& type, unsigned key, bool forward, kvt_handle* h, std::uint32_t txn, void* table,
+                      const void* value, int* err) {
+  SearchOptions options;
+  void* found = key_search(type, key, h, txn, table, value, options, err);
+  if (*err) return nullptr;
+  if (found) {
+    kvt_clear_last_error(h);
+    return key_next(type, key, forward, h, txn, table, found, err);
+  }
+  options.nearest = true;
+  options.forward = forward;
+  options.neighbour_source = kOrdinarySource;
+  return key_search(type, key, h, txn, table, value, options, err);
+}
+
+void* key_sub_next(const TableDesc& type, unsigned key, kvt_handle* h, std::uint32_t txn, void* table, void* record,
+                   int* err) {
+  if (*err) return nullptr;
+  kvt_clear_last_error(h);
+  void* next = neighbour(type, key, true, table, record);
+  if (next && !same_key_as(type, key, record, next)) next = nullptr;
+  report_contained(h, txn, kContainRecord, next, table);
+  return next;
+}
+
+int walk_node(unsigned key, void* node, void* walker) {
+  const auto* w = static_cast<const Walker*>(walker);
+  return w->function(record_at_node(node, key), w->argument);
+}
+
+void key_walk(void* table, unsigned key, e_avl_function on_node, int (*function)(void*, void*), void* argument,
+              int* err) {
+  if (*err) return;
+  Walker walker{function, argument};
+  e_avl_walk(*index_root(table, key), on_node, &walker);
+}
+
+void record_walk_cr(const TableDesc& type, const e_avl_function* on_node, kvt_handle* h, void* table, std::uint32_t key,
+                    int (*function)(void*, void*), void* argument) {
+  if (key >= type.key_count) {
+    trace(type.trace, kTableMessages, kMsgWalkUnknownKey, static_cast<std::int32_t>(key));
+    return;
+  }
+  key_walk(table, key, on_node[key], function, argument, &h->last_error);
+}
+
+}  // namespace kvt

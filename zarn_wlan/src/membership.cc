@@ -1,0 +1,113 @@
+#include "zarn_wlan/src/membership.h"
+
+namespace kvt {
+namespace {
+
+TracePlace key_place(const TableDesc& type, unsigned key) {
+  return TracePlace{type.trace.table, type.trace.first + type.keys[key].message, type.trace.module};
+}
+
+bool tree_insert(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table, void* record, unsigned key) {
+  return e_avl_insert(h->store, txn, index_root(table, key), node_of(record, key), index_state(table, key),
+                      type.keys[key].compare) != 0;
+}
+bool tree_delete(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table, void* record, unsigned key) {
+  return e_avl_delete(h->store, txn, index_root(table, key), node_of(record, key), index_state(table, key),
+                      type.keys[key].compare) != 0;
+}
+
+void add_to(kvt_handle* h, std::uint32_t txn, std::uint32_t* word, std::int32_t amount, void* owner) {
+  store_announced(h, txn, word, *word + static_cast<std::uint32_t>(amount), owner);
+}
+
+void refuse_duplicate(const TableDesc& type, kvt_handle* h, unsigned key, int* err) {
+  if (!h->quiet_duplicates) trace(key_place(type, key), kKeyMessages, kMsgInsertExists);
+  fail(h, kEexist, err);
+}
+
+void say_missing(const TableDesc& type, kvt_handle* h, unsigned key, int* err) {
+  trace(key_place(type, key), kKeyMessages, kMsgDeleteMissing);
+  fail(h, kEnoent, err);
+}
+
+// The database's own count of waiting records; a handle may come without statistics.
+void drop_pending(kvt_handle* h, std::uint32_t txn, TableObject* table) {
+  add_to(h, txn, &table->pending_destroy_count, -1, nullptr);
+  if (!h->db_stats) return;
+  store_announced(h, txn, &h->db_stats->pending_destroy, h->db_stats->pending_destroy - 1);
+}
+
+}  // namespace
+
+void record_insert(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table, void* block, bool primary_only,
+                   int* err) {
+  if (!block) {
+    fail(h, kEexist, err);
+    return;
+  }
+  if (*err) return;
+  kvt_clear_last_error(h);
+  RecordBlock* record = record_of(block);
+  const std::uint32_t flags = record->record_flags;
+  if (!tree_insert(type, h, txn, table, record, 0)) return refuse_duplicate(type, h, 0, err);
+  store_announced(h, txn, &record->table, cage_ref(table), record);
+  for (unsigned key = 1; !primary_only && key < type.key_count; ++key) {
+    if (tree_insert(type, h, txn, table, record, key)) continue;
+    // No tree keeps a record that the table doesn't have.
+    for (unsigned undo = key; undo-- > 0;) tree_delete(type, h, txn, table, record, undo);
+    store_announced(h, txn, &record->table, std::uint32_t{0}, record);
+    return refuse_duplicate(type, h, key, err);
+  }
+  TableObject* t = table_of(table);
+  add_to(h, txn, &t->record_count, 1, nullptr);
+  if (record->source == kShadowSource) add_to(h, txn, &t->shadow_count, 1, table);
+  if (const std::uint16_t tenant = mt_get_tenant_id()) {
+    kvtdb_update_tenant_counter(h, txn, table, 1, tenant, record->source, err);
+  }
+  const std::uint32_t grade = primary_only ? kRecordPrimaryOnly : 0;
+  store_announced(h, txn, &record->record_flags,
+                  (flags & ~(kRecordPrimaryOnly | kRecordPending)) | kRecordInserted | grade, record);
+  report_contained(h, txn, kContainRecord, record, table);
+}
+
+void record_remove(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table, void* block, bool primary_only,
+                   int* err) {
+  if (*err) return;
+  kvt_clear_last_error(h);
+  if (kvtdb_table_are_cursors_enabled(h, txn, table, err) && !h->gc_active) {
+    trace(type.trace, kTableMessages, kMsgDeleteReplicated);
+    fail(h, kEinval, err);
+    return;
+  }
+  RecordBlock* record = record_of(block);
+  const std::uint32_t flags = record->record_flags;
+  bool in_all = true;
+  if (primary_only) {
+    if (flags & kRecordPrimaryOnly) return;
+    store_announced(h, txn, &record->record_flags, flags | kRecordPrimaryOnly, record);
+  } else {
+    if (!tree_delete(type, h, txn, table, record, 0)) return say_missing(type, h, 0, err);
+    store_announced(h, txn, &record->table, std::uint32_t{0}, record);
+    if (flags & kRecordPrimaryOnly) {
+      store_announced(h, txn, &record->record_flags, flags & ~kRecordPrimaryOnly, nullptr);
+      in_all = false;
+    }
+  }
+  for (unsigned key = 1; in_all && key < type.key_count; ++key) {
+    if (tree_delete(type, h, txn, table, record, key)) continue;
+    // Out of the remaining trees too: the record may be freed after this.
+    for (unsigned rest = key + 1; rest < type.key_count; ++rest) tree_delete(type, h, txn, table, record, rest);
+    return say_missing(type, h, key, err);
+  }
+  if (primary_only || *err) return;
+  TableObject* t = table_of(table);
+  add_to(h, txn, &t->record_count, -1, nullptr);
+  if (record->source == kShadowSource && t->shadow_count) add_to(h, txn, &t->shadow_count, -1, table);
+  if (record->record_flags & kRecordPending) drop_pending(h, txn, t);
+  if (const std::uint16_t tenant = mt_get_tenant_id()) {
+    kvtdb_update_tenant_counter(h, txn, table, 0, tenant, record->source, err);
+  }
+  if (marks_wanted(h, txn)) kvtdb_plat_set_destroy(h, txn, record);
+}
+
+}  // namespace kvt

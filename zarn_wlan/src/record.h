@@ -1,0 +1,18 @@
+// Records: the row block, its references, its payload, its end.
+#pragma once
+
+#include "zarn_wlan/src/table_layout.h"
+
+namespace kvt {
+
+void* record_create(const TableDesc& type, kvt_handle* h, std::uint32_t txn, std::uint32_t source, int* err);
+void* record_create_cr(const TableDesc& type, kvt_handle* h, std::uint32_t with_payload);
+std::uint32_t record_add_ref(kvt_handle* h, std::uint32_t txn, void* record, int* err);
+std::uint32_t record_destroy(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* record, int* err);
+
+void* record_get_field(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* record);
+void* record_detach_field(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* record);
+void record_set_field(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* record, void* object);
+void record_replace_field(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* record, void* object);
+
+}  // namespace kvt

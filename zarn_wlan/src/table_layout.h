@@ -1,0 +1,115 @@
+// The blocks that stand for a table and for a row. Stored formats, shared with the runtime and every process of a
+// database.
+#pragma once
+
+#include <cstddef>
+
+#include "frame/call_frame.h"
+
+namespace kvt {
+
+struct TableObject {  // a key's root and state words follow, 8 bytes for each
+  std::uint32_t type_record;
+  std::uint8_t header[3];  // header-shaped: the last byte holds object flags
+  char table_name[208];    // offset 7
+  std::uint8_t runtime0[29];
+  std::uint32_t record_count;           // offset 244
+  std::uint32_t pending_destroy_count;  // offset 248
+  std::uint8_t runtime1[12];
+  std::uint8_t table_id[8];  // offset 264
+  std::uint32_t id_mode;     // offset 272
+  std::uint32_t toc_next;    // offset 276
+  std::uint32_t toc_prev;    // offset 280
+  std::uint8_t runtime2[36];
+  std::uint32_t init_word;  // offset 320
+  std::uint8_t runtime3[36];
+  std::uint32_t table_flags;   // offset 360
+  std::uint32_t shadow_count;  // offset 364
+};
+STORED_SIZE(TableObject, 368);
+static_assert(offsetof(TableObject, table_name) == 7 && offsetof(TableObject, record_count) == 244);
+STORED_FIELD(TableObject, pending_destroy_count, 248, std::uint32_t);
+static_assert(offsetof(TableObject, table_id) == 264);
+STORED_FIELD(TableObject, id_mode, 272, std::uint32_t);
+STORED_FIELD(TableObject, toc_next, 276, std::uint32_t);
+STORED_FIELD(TableObject, toc_prev, 280, std::uint32_t);
+STORED_FIELD(TableObject, init_word, 320, std::uint32_t);
+STORED_FIELD(TableObject, table_flags, 360, std::uint32_t);
+STORED_FIELD(TableObject, shadow_count, 364, std::uint32_t);
+
+constexpr std::uint32_t kTableDynamic = 0x80;
+constexpr std::size_t kTableNameSize = 208;
+
+struct RecordBlock {  // an index node for each key follows, 12 bytes each, then the payload's reference
+  std::uint32_t type_record;
+  std::uint32_t location;
+  std::uint32_t table;
+  std::uint8_t runtime0[16];
+  std::uint32_t ref_count;  // offset 28; low 24 bits
+  std::uint16_t tenant_id;  // offset 32
+  std::uint16_t pad0;
+  std::uint32_t record_flags;  // offset 36
+  std::uint8_t source;         // offset 40
+  std::uint8_t runtime1[15];
+};
+STORED_SIZE(RecordBlock, 56);
+STORED_FIELD(RecordBlock, location, 4, std::uint32_t);
+STORED_FIELD(RecordBlock, table, 8, std::uint32_t);
+STORED_FIELD(RecordBlock, ref_count, 28, std::uint32_t);
+STORED_FIELD(RecordBlock, tenant_id, 32, std::uint16_t);
+STORED_FIELD(RecordBlock, record_flags, 36, std::uint32_t);
+STORED_FIELD(RecordBlock, source, 40, std::uint8_t);
+
+constexpr std::uint32_t kRecordInserted = 0x01, kRecordPending = 0x02, kRecordPrimaryOnly = 0x10,
+                        kRecordSideData = 0x20, kRecordKeepInTable = 0x100;
+constexpr std::uint32_t kRefCountMask = 0xFFFFFF;
+constexpr std::uint8_t kOrdinarySource = 1, kShadowSource = 255;
+constexpr std::uint32_t kNodeSize = 12;
+constexpr int kContainTable = 1, kContainRecord = 2, kContainPayload = 4;
+
+inline TableObject* table_of(void* table) { return static_cast<TableObject*>(table); }
+inline RecordBlock* record_of(void* record) { return static_cast<RecordBlock*>(record); }
+
+inline std::uint32_t* index_root(void* table, unsigned key) {
+  return static_cast<std::uint32_t*>(at_offset(table, sizeof(TableObject) + 8 * key));
+}
+inline std::uint32_t* index_state(void* table, unsigned key) { return index_root(table, key) + 1; }
+inline void* node_of(void* record, unsigned key) { return at_offset(record, sizeof(RecordBlock) + kNodeSize * key); }
+inline void* record_at_node(void* node, unsigned key) {
+  return node ? static_cast<char*>(node) - sizeof(RecordBlock) - kNodeSize * key : nullptr;
+}
+inline std::uint32_t* payload_slot(const TableDesc& table, void* record) {
+  return static_cast<std::uint32_t*>(at_offset(record, table.payload_slot));
+}
+inline void* payload_of(const TableDesc& table, void* record) { return cage_at(*payload_slot(table, record)); }
+
+inline void report_contained(kvt_handle* h, std::uint32_t txn, int kind, void* child, void* parent) {
+  if (h->containment) kvtdb_record_containment(h, txn, kind, child, parent, 1);
+}
+
+// The order of an index: tenant, key, source. Every distance from the node is a constant of the key.
+template <class Key>
+int key_avl_compare(const void* a, const void* b) {
+  if (!a || !b) return a ? 2 : b ? 0 : 1;
+  constexpr std::ptrdiff_t kRecord = -static_cast<std::ptrdiff_t>(sizeof(RecordBlock) + kNodeSize * Key::kIndex);
+  constexpr std::ptrdiff_t kTenant = kRecord + static_cast<std::ptrdiff_t>(offsetof(RecordBlock, tenant_id));
+  constexpr std::ptrdiff_t kSource = kRecord + static_cast<std::ptrdiff_t>(offsetof(RecordBlock, source));
+  constexpr std::ptrdiff_t kPayload = kNodeSize * (Key::kKeyCount - Key::kIndex);
+  const auto* x = static_cast<const char*>(a);
+  const auto* y = static_cast<const char*>(b);
+  const auto tenant_x = load<std::uint16_t>(x + kTenant), tenant_y = load<std::uint16_t>(y + kTenant);
+  if (tenant_x != tenant_y) return tenant_x > tenant_y ? 2 : 0;
+  const std::int32_t order =
+      Key::Type::compare(static_cast<const char*>(cage_at(load<std::uint32_t>(x + kPayload))) + Key::kOffset,
+                         static_cast<const char*>(cage_at(load<std::uint32_t>(y + kPayload))) + Key::kOffset);
+  if (order) return order > 0 ? 2 : 0;
+  const auto source_x = load<std::uint8_t>(x + kSource), source_y = load<std::uint8_t>(y + kSource);
+  return source_x > source_y ? 2 : source_x < source_y ? 0 : 1;
+}
+
+template <class Key>
+bool same_key(const void* payload_a, const void* payload_b) {
+  return Key::Type::compare(at_offset(payload_a, Key::kOffset), at_offset(payload_b, Key::kOffset)) == 0;
+}
+
+}  // namespace kvt
