@@ -76,7 +76,17 @@ struct Boolean {
     static std::int32_t compare(const void* a, const void* b) { return X##_compare(a, b); }                   \
     KVT_NAMED_SERIAL(X)                                                                                       \
   }
-KVT_STRING_TYPE(Vstring, kvt_vstring);
+KVT_STRING_TYPE(VstringByName, kvt_vstring);
+// Strings are compared in line: the trees of an index do it at every level.
+struct Vstring : VstringByName {
+  static std::int32_t compare(const void* a, const void* b) {
+    const auto x = load<kvt_vstring>(a), y = load<kvt_vstring>(b);
+    const std::uint32_t shared = x.length < y.length ? x.length : y.length;
+    const int order = shared ? std::memcmp(cage_at(x.text), cage_at(y.text), shared) : 0;
+    if (order) return order < 0 ? -1 : 1;
+    return x.length < y.length ? -1 : x.length > y.length;
+  }
+};
 KVT_STRING_TYPE(AesVstring, kvt_aes_vstring);
 KVT_STRING_TYPE(Bytestr, qep_bytestr);
 
@@ -147,6 +157,29 @@ struct FlagSet {
 
 template <class... Fields>
 struct FieldList {};
+
+// 31 bits of a value that order as the values do, as far as they tell them apart: of two values with different prefixes the
+// one with the lower prefix is the lower. Types without a prefix give the same one for all.
+template <class Type>
+std::uint32_t order_prefix(const void* p) {
+  if constexpr (std::is_same_v<Type, U8>) {
+    return load<std::uint8_t>(p);
+  } else if constexpr (std::is_same_v<Type, U16>) {
+    return load<std::uint16_t>(p);
+  } else if constexpr (std::is_same_v<Type, U32>) {
+    return load<std::uint32_t>(p) >> 1;
+  } else if constexpr (std::is_same_v<Type, U64>) {
+    return static_cast<std::uint32_t>(load<std::uint64_t>(p) >> 33);
+  } else if constexpr (std::is_same_v<Type, Vstring>) {
+    const auto* text = reinterpret_cast<const unsigned char*>(kvt_vstring_text(p));
+    const std::size_t length = kvt_vstring_length(p);
+    std::uint32_t prefix = 0;
+    for (std::size_t i = 0; i < 4; ++i) prefix = prefix << 8 | (i < length ? text[i] : 0);
+    return prefix >> 1;
+  } else {
+    return 0;
+  }
+}
 
 // Types of sibling modules. X is the type's name; F the kind it has.
 #define KVT_SIBLING_ENUM(X)                                                                          \

@@ -18,10 +18,11 @@ struct Announcer {
   }
 };
 
-void set_target_links(const StructDesc& type, const Announcer& announcer, void* object) {
+void set_target_links(const StructDesc& type, const Announcer& announcer, void* object, int* err) {
   for (const FieldDesc* f = type.fields; f != type.fields + type.field_count; ++f) {
     if (f->type->kind != FieldKind::kReference) continue;
     const kvt_type_record* target = linked_record(announcer.h, announcer.txn, f->target, *type.module);
+    if (!target) return fail(announcer.h, kEnomem, err);
     announcer.put(at_offset(object, f->offset), kvt_type_link_of(target));
   }
 }
@@ -177,7 +178,7 @@ void struct_initialize(const StructDesc& type, kvt_handle* h, std::uint32_t txn,
   const Announcer announcer{h, txn, announce != 0};
   const int variant = cap_variant(kvt_domain_lookup_variant(h, &h->domain, record, err), type.top);
   if (!*err) {
-    set_target_links(type, announcer, object);
+    set_target_links(type, announcer, object, err);
     announcer.put(at_offset(object, 5), type.top);
     announcer.put(at_offset(object, 4), static_cast<std::int8_t>(variant));
   }

@@ -1,4 +1,4 @@
-// Height-balanced trees over nodes inside the caller's blocks. A node is two links and a word that stays free. Nodes
+// Height-balanced trees over nodes inside the caller's blocks. A node is two links and a word that is the caller's. Nodes
 // are 4-aligned, so the lowest bit of each link tells that the subtree on its side is the higher one.
 //
 // There are no links to parents: a change keeps its path on a stack, and moves by compare from the root.
@@ -139,7 +139,7 @@ int e_avl_insert(void* store, uint32_t txn, uint32_t* root, void* node, uint32_t
   if (!change.may_begin(root)) return 0;
   auto* leaf = static_cast<Node*>(node);
   nadra_set_range(store, leaf, sizeof *leaf, txn);
-  *leaf = {{0, 0}, 0};
+  leaf->link[0] = leaf->link[1] = 0;  // the third word is the caller's
   kvt::attach(change, root, path, path.depth, leaf);
   if (state) change.write(state, *state + 1);
   for (int depth = path.depth - 1; depth >= 0; depth--) {
@@ -218,6 +218,13 @@ int e_avl_delete(void* store, uint32_t txn, uint32_t* root, void* node, uint32_t
 void* e_avl_search(uint32_t root, const void* node, e_avl_compare compare) {
   Node* here = kvt::at(root);
   while (here) {
+    // Whichever way it goes, the next node is on its way while this one is compared, and so is the line before it, where
+    // the head of its block usually lies.
+    for (int side = 0; side < 2; ++side) {
+      const char* next = reinterpret_cast<const char*>(kvt::child(here, side));
+      __builtin_prefetch(next);
+      __builtin_prefetch(next - 40);
+    }
     int order = compare(node, here);
     if (order == 1) return here;
     here = kvt::child(here, order == 2);

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "kvt/handle.h"
+
 namespace kvt {
 
 constexpr std::size_t kSealOverhead = 36;
@@ -11,6 +13,6 @@ constexpr std::size_t kSealOverhead = 36;
 // Seals `length` bytes into `sealed`, which has room for kSealOverhead more. False: no key, or no randomness.
 bool seal(const void* plain, std::size_t length, std::uint8_t* sealed);
 // Opens a sealed form into `plain`. False, and nothing readable left in `plain`, when no key of this process opens it.
-bool unseal(const std::uint8_t* sealed, std::size_t sealed_length, std::uint8_t* plain);
+KVT_EXPORT bool unseal(const std::uint8_t* sealed, std::size_t sealed_length, std::uint8_t* plain);
 
 }  // namespace kvt

@@ -12,5 +12,5 @@ extern "C" {
 /// @param message may be NULL; receives one line when the result is not 0
 /// @return 0; ENOENT no file; EACCES not a regular file of the effective user with mode 0600, or a link; EINVAL other
 ///   content; and what open(2) and write(2) give
-int kvt_keyring_open(const char* key_file, int create, char* message, std::size_t size);
+KVT_EXPORT int kvt_keyring_open(const char* key_file, int create, char* message, std::size_t size);
 }

@@ -31,10 +31,10 @@ struct TraceEntry {
 static_assert(sizeof(TraceEntry) % sizeof(std::uint64_t) == 0);
 
 // The number of trace calls kept so far; the ring holds the last kTraceEntries of them.
-std::uint64_t trace_count();
+KVT_EXPORT std::uint64_t trace_count();
 // Copies call number `ticket` (from 0). False when it is overwritten, dropped or still being written.
-bool trace_read(std::uint64_t ticket, TraceEntry* entry);
+KVT_EXPORT bool trace_read(std::uint64_t ticket, TraceEntry* entry);
 // Formats an entry as a line; always NUL-terminated, cut to `size`.
-void trace_format(const TraceEntry& entry, char* line, std::size_t size);
+KVT_EXPORT void trace_format(const TraceEntry& entry, char* line, std::size_t size);
 
 }  // namespace kvt

@@ -20,6 +20,7 @@ class Probe {
     record->tenant_id = mt_get_tenant_id();
     *payload_slot(type, block_) = cage_ref(payload);
     std::memcpy(at_offset(payload, type.keys[key].offset), value, type.keys[key].size);
+    store(at_offset(node_of(block_, key), kNodeWord), type.keys[key].prefix(payload));
   }
   ~Probe() {
     if (block_) kvt_probe_pop(block_, size_);

@@ -7,13 +7,28 @@ TracePlace key_place(const TableDesc& type, unsigned key) {
   return TracePlace{type.trace.table, type.trace.first + type.keys[key].message, type.trace.module};
 }
 
-bool tree_insert(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table, void* record, unsigned key) {
-  return e_avl_insert(h->store, txn, index_root(table, key), node_of(record, key), index_state(table, key),
-                      type.keys[key].compare) != 0;
+std::uint32_t* node_word(void* record, unsigned key) {
+  return static_cast<std::uint32_t*>(at_offset(node_of(record, key), kNodeWord));
 }
+
+bool tree_insert(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table, void* record, unsigned key) {
+  void* node = node_of(record, key);
+  // A record that a tree holds already, perhaps this one, keeps its word.
+  const std::uint32_t kept = *node_word(record, key);
+  if (!kept) store_announced(h, txn, node_word(record, key), type.keys[key].prefix(payload_of(type, record)), record);
+  if (e_avl_insert(h->store, txn, index_root(table, key), node, index_state(table, key), type.keys[key].compare)) return true;
+  if (!kept) store_announced(h, txn, node_word(record, key), std::uint32_t{0}, record);
+  return false;
+}
+
+// Out of the tree the key may change, and the record may still serve as a position: the kept prefix goes.
 bool tree_delete(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table, void* record, unsigned key) {
-  return e_avl_delete(h->store, txn, index_root(table, key), node_of(record, key), index_state(table, key),
-                      type.keys[key].compare) != 0;
+  if (!e_avl_delete(h->store, txn, index_root(table, key), node_of(record, key), index_state(table, key),
+                    type.keys[key].compare)) {
+    return false;
+  }
+  store_announced(h, txn, node_word(record, key), std::uint32_t{0}, record);
+  return true;
 }
 
 void add_to(kvt_handle* h, std::uint32_t txn, std::uint32_t* word, std::int32_t amount, void* owner) {
