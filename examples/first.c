@@ -5,9 +5,9 @@
 int main(void) {
   static char xml[64 * 1024];
   int err = 0;
-  kvt_handle *handle = kvt_handle_open_private(NULL, &err);
+  kvt_handle* handle = kvt_handle_open_private(NULL, &err);
   if (handle == NULL) return 1;
-  void *wlan = st_wlan_create(handle, KVT_NO_TXN);
+  void* wlan = st_wlan_create(handle, KVT_NO_TXN);
   st_wlan_wlan_id_set_value(handle, KVT_NO_TXN, wlan, 7, &err);
   kvt_vstring_assign(handle, KVT_NO_TXN, st_wlan_ssid_get(handle, KVT_NO_TXN, wlan, &err), "Library", 7, &err);
   uint32_t length = st_wlan_to_xml(handle, KVT_NO_TXN, "st_wlan", xml, wlan, sizeof xml, 0, &err);

@@ -14,7 +14,6 @@ namespace {
 
 constexpr std::size_t kLargestFile = 64 * 1024 * 1024;
 constexpr const char* kRoot = "zarn_wlan";
-constexpr const char* kFailedPath = "Failed xpath: ";
 
 bool is_element(const pugi::xml_node& node) { return node.type() == pugi::node_element; }
 
@@ -82,21 +81,14 @@ Record ImportFile::read(std::size_t index, const Table& into, const Store& store
   void* record = into.from_xml(store.handle(), txn, document, &err, message, sizeof message);
   if (record != nullptr) return Record(into, store.handle(), txn, record);
 
-  const std::string words = reason(err);
-  const std::size_t prefix = std::strlen(kFailedPath);
-  if (std::strncmp(message, kFailedPath, prefix) == 0) {
-    // "Failed xpath: PATH", and behind it, after a colon, what is wrong there.
-    const std::string_view told(message + prefix);
-    const std::string path(told.substr(0, told.find(": ")));
-    const std::string why(told.size() > path.size() ? told.substr(path.size()) : ": no value of its type");
-    std::uint32_t line = 0;
-    std::uint32_t column = 0;
-    if (kvt_xml_position(document, path.c_str(), &line, &column) == 0) {
-      throw Failure(path_ + ": line " + std::to_string(line) + ", column " + std::to_string(column) + ": <" +
-                    path.substr(path.rfind('/') + 1) + ">" + why);
-    }
+  const XmlFault fault = xml_fault(message, err);
+  std::uint32_t line = 0;
+  std::uint32_t column = 0;
+  if (!fault.path.empty() && kvt_xml_position(document, fault.path.c_str(), &line, &column) == 0) {
+    throw Failure(path_ + ": line " + std::to_string(line) + ", column " + std::to_string(column) + ": <" +
+                  fault.path.substr(fault.path.rfind('/') + 1) + ">" + fault.reason);
   }
-  throw Failure(position(index) + ": " + into.name + " cannot be read" + words);
+  throw Failure(position(index) + ": " + into.name + " cannot be read" + fault.reason);
 }
 
 void ImportFile::check_elements(std::size_t index, const std::string& xml) const {

@@ -103,7 +103,7 @@ void read_value(const std::vector<std::string>& path, const std::string& value, 
   char message[512] = "";
   const std::string root = std::string("//") + table.payload;
   table.payload_from_xml(handle, txn, root.c_str(), document.get(), payload, &err, message, sizeof message);
-  if (err != 0) throw Failure("\"" + value + "\" is no value of " + path.back() + reason(err));
+  if (err != 0) throw Failure("\"" + value + "\" is no value of " + path.back() + xml_fault(message, err).reason);
 }
 
 enum class Form { kNone, kValue, kEnumerator, kStruct };
@@ -119,9 +119,17 @@ Form form_of(const std::string& xml, const std::string& path) {
   return child.next_sibling() || child.first_child() ? Form::kStruct : Form::kEnumerator;
 }
 
-// Values as they may stand in one line; a sealed secret is long and tells nothing.
+bool is_sealed(const std::string& xml, const std::string& path) {
+  pugi::xml_document document;
+  document.load_buffer(xml.data(), xml.size(), pugi::parse_default, pugi::encoding_utf8);
+  const pugi::xml_node node = document.document_element().first_element_by_path(path.c_str());
+  return std::string_view(node.attribute("encoding").value()) == "sealed";
+}
+
+// Values as they may stand in one line.
 std::string shown(const std::string& xml, const std::string& path) {
   constexpr std::size_t kShown = 60;
+  if (is_sealed(xml, path)) return "(secret)";
   const std::string text = one_line(xml_value(xml, path.c_str()));
   if (text.empty()) return "(empty)";
   return text.size() <= kShown ? text : "(" + std::to_string(text.size()) + " characters)";

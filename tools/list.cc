@@ -1,7 +1,6 @@
 // list, show, find: the reading commands.
 #include <zarn_wlan/zarn_wlan.h>
 
-#include <array>
 #include <vector>
 
 #include "tools/commands.h"

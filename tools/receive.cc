@@ -1,6 +1,5 @@
 // receive: records that another wlanctl sends, all or none, and the proof that what is stored is what was sent.
 #include <map>
-#include <memory>
 
 #include "tools/commands.h"
 #include "tools/document.h"

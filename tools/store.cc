@@ -3,13 +3,10 @@
 
 #include <zarn_wlan/zarn_wlan.h>
 
-#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
-#include <optional>
-#include <vector>
 
 #include "tools/text.h"
 
@@ -190,6 +187,17 @@ XmlDocument::XmlDocument(const std::string& origin, std::string_view text) {
   char message[512] = "";
   document_ = kvt_xml_parse(text.data(), text.size(), message, sizeof message);
   if (document_ == nullptr) throw Failure(origin + ": " + message);
+}
+
+XmlFault xml_fault(const char* message, int err) {
+  // "Failed xpath: PATH", and behind it, after a colon, what is wrong there.
+  constexpr std::string_view kPrefix = "Failed xpath: ";
+  std::string_view told(message);
+  if (told.substr(0, kPrefix.size()) != kPrefix) return {"", reason(err)};
+  told.remove_prefix(kPrefix.size());
+  const std::string path(told.substr(0, told.find(": ")));
+  const std::string words(told.substr(path.size()));
+  return {path, words.empty() ? reason(err) : words};
 }
 
 void* table_for_writing(const Store& store, const Table& table, std::uint32_t txn) {

@@ -117,6 +117,13 @@ class XmlDocument {
   kvt_xml_document* document_;
 };
 
+/// What the library says of a field that it could not read from XML.
+struct XmlFault {
+  std::string path;    // the field's, empty when it names none
+  std::string reason;  // ": words" or " (words)", to stand behind what it is about
+};
+XmlFault xml_fault(const char* message, int err);
+
 /// The table for writing, made if the store has none.
 void* table_for_writing(const Store& store, const Table& table, std::uint32_t txn);
 

@@ -2,7 +2,6 @@
 #include "tools/text.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>

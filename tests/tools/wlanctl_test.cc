@@ -1,6 +1,5 @@
 // Tests of wlanctl as a user meets it: exit status, one line of reason, and a database that is whole afterwards.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,9 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -265,6 +262,14 @@ TEST_F(Wlanctl, SetMarksTheStateOfTheFieldInBothTables) {
   EXPECT_NE(result.out.find("FEATURE_DISABLED -> FEATURE_REQUIRED, state 0 -> 2"), std::string::npos) << result.out;
   const std::string shown = on_database("show guest-web").out;
   EXPECT_NE(shown.find("<FEATURE_REQUIRED"), std::string::npos);
+}
+
+TEST_F(Wlanctl, SetTellsNothingOfASecret) {
+  import_campus();
+  const Result result = on_database("set --table tbl_mpsk_keys_int 2 mpsk_key House-Maple-brass-teapot");
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(result.out, "tbl_mpsk_keys_int mpsk_key: (secret) -> (secret), state 0 -> 2\n");
+  EXPECT_EQ(slurp(at("a.db")).find("brass-teapot"), std::string::npos);
 }
 
 TEST_F(Wlanctl, SetRefusesWhatTheSchemaDoesNotHave) {
