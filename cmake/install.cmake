@@ -13,6 +13,7 @@ file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/zarn_wlan-config.cmake
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/zarn_wlan-config-version.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/zarn_wlan-config.cmake ${PROJECT_BINARY_DIR}/zarn_wlan-config-version.cmake
         DESTINATION ${package_dir})
+file(RELATIVE_PATH up /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 foreach(library kvt zarn_wlan)
   if(library STREQUAL "kvt")
     set(about "The object runtime")
@@ -21,13 +22,13 @@ foreach(library kvt zarn_wlan)
     set(about "WLAN profiles as objects and tables")
     set(needs "kvt")
   endif()
-  file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/${library}.pc CONTENT [[prefix=${pcfiledir}/../..
+  file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/${library}.pc CONTENT [[prefix=${pcfiledir}/@up@
 Name: @library@
 Description: @about@
 Version: @PROJECT_VERSION@
 Requires: @needs@
-Libs: -L${prefix}/lib -l@library@
-Cflags: -I${prefix}/include
+Libs: -L${prefix}/@CMAKE_INSTALL_LIBDIR@ -l@library@
+Cflags: -I${prefix}/@CMAKE_INSTALL_INCLUDEDIR@
 ]] @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${library}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endforeach()

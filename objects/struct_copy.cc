@@ -21,6 +21,17 @@ void release_strings(const StructDesc& type, kvt_handle* h, std::uint32_t txn, v
   }
 }
 
+// After a raw copy no string may have two owners, also when an earlier one could not be given content: each field is
+// set with a slot of its own, and the first failure is told.
+void own_content(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* dest, const void* source, int* err) {
+  for (const FieldDesc* f = type.fields; f != type.fields + type.field_count; ++f) {
+    if (f->type->kind != FieldKind::kString && f->type->kind != FieldKind::kStruct) continue;
+    int own = 0;
+    f->type->set(h, txn, at_offset(dest, f->offset), at_offset(source, f->offset), &own);
+    if (own && !*err) *err = own;
+  }
+}
+
 }  // namespace
 
 void* struct_get(kvt_handle* h, std::uint32_t txn, void* object) {
@@ -30,10 +41,7 @@ void* struct_get(kvt_handle* h, std::uint32_t txn, void* object) {
 
 void* post_copyout_cleanup(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* dest, const void* source,
                            int* err) {
-  for (const FieldDesc* f = type.fields; f != type.fields + type.field_count; ++f) {
-    if (f->type->kind != FieldKind::kString && f->type->kind != FieldKind::kStruct) continue;
-    f->type->set(h, txn, at_offset(dest, f->offset), at_offset(source, f->offset), err);
-  }
+  if (!*err) own_content(type, h, txn, dest, source, err);
   return h;
 }
 
@@ -55,9 +63,9 @@ void struct_set(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* 
   if (tracking != Tracking::kAbsent) to[6] = static_cast<std::uint8_t>((to[6] & ~KVT_OBJ_STTR_OFFSET) | placed);
   if (tracking == Tracking::kOn) {
     if (!(to[6] & KVT_OBJ_STATE_TRACKED)) {
-      // No string may have two owners, also when the copy stops here.
+      // Also when the copy stops here.
       int own = 0;
-      post_copyout_cleanup(type, h, txn, dest, source, &own);
+      own_content(type, h, txn, dest, source, &own);
       fail(h, kEinval, err);
       trace(type.trace, kStructMessages, kMsgStructNotTracked);
       return;
@@ -71,7 +79,7 @@ void struct_set(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* 
       std::memcpy(block, source_block, length);
     }
   }
-  post_copyout_cleanup(type, h, txn, dest, source, err);
+  own_content(type, h, txn, dest, source, err);
 }
 
 }  // namespace kvt

@@ -221,9 +221,9 @@ void* e_avl_search(uint32_t root, const void* node, e_avl_compare compare) {
     // Whichever way it goes, the next node is on its way while this one is compared, and so is the line before it, where
     // the head of its block usually lies.
     for (int side = 0; side < 2; ++side) {
-      const char* next = reinterpret_cast<const char*>(kvt::child(here, side));
-      __builtin_prefetch(next);
-      __builtin_prefetch(next - 40);
+      const auto next = reinterpret_cast<std::uintptr_t>(kvt::child(here, side));
+      __builtin_prefetch(reinterpret_cast<const void*>(next));
+      __builtin_prefetch(reinterpret_cast<const void*>(next - 40));
     }
     int order = compare(node, here);
     if (order == 1) return here;

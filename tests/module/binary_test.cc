@@ -1,0 +1,357 @@
+// Tests of the binary form of all types: every writer variant with every reader variant, tracked or not, short room,
+// cut and damaged bytes.
+#include <sys/mman.h>
+
+#include <random>
+
+#include "rig.h"
+
+namespace module_test {
+namespace {
+
+constexpr int kMaxVariant = 7;
+constexpr char kOldState = '\x5A';
+
+std::string marshal(Rig& rig, const Type& type, const void* object, std::int32_t slack = 16) {
+  const std::uint32_t need = fn<Len>(type.name + "_len")(rig.h, rig.txn, object);
+  std::string bytes(need + static_cast<std::uint32_t>(slack), '\xCC');
+  const std::uint32_t written =
+      fn<Marshal>(type.name + "_marshal")(rig.h, rig.txn, reinterpret_cast<std::uint8_t*>(bytes.data()), object,
+                                          static_cast<std::int32_t>(bytes.size()), &rig.err);
+  EXPECT_EQ(bytes.find_first_not_of('\xCC', written), std::string::npos) << type.name << ": written behind the end";
+  bytes.resize(written);
+  return bytes;
+}
+
+std::uint32_t unmarshal(Rig& rig, const Type& type, const std::string& bytes, void* object) {
+  // In memory of its own, so that a read beyond the end is seen under a sanitizer.
+  std::vector<std::uint8_t> exact(bytes.begin(), bytes.end());
+  return fn<Unmarshal>(type.name + "_unmarshal")(rig.h, rig.txn, exact.data(), object,
+                                                 static_cast<std::int32_t>(exact.size()), 0, &rig.err);
+}
+
+// Makes an object and all that is nested in it one that a library of older variants built.
+void age(Rig& rig, const Type& type, char* object, int built) {
+  auto cut = [built](char* at, const Type& type) { at[4] = at[5] = static_cast<char>(std::min(built, type.top())); };
+  cut(object, type);
+  for (const Slot& slot : slots_of(type, object)) {
+    if (kind_of(*slot.field) == Kind::kStruct) cut(slot.at(), type_of(slot.field->kind));
+  }
+  const auto size = type.size[static_cast<std::size_t>(object[5])];
+  if (rig.tracked()) fn<OffsetUpdate>(type.name + "_offset_update")(rig.h, rig.txn, object, object + size);
+}
+
+int highest_variant(const Type& type) {
+  int highest = 0;
+  for (const Slot& slot : slots_of(type, nullptr)) highest = std::max(highest, slot.variant);
+  return highest;
+}
+
+void expect_skewed_trip(const Type& type, Tracking writing, Tracking reading, int writer, int reader) {
+  Rig from(writing);
+  limit_domain(from, writer);
+  char* source = from.make(type);
+  fill(from, type, source, 1, writer);
+  if (from.tracked()) {
+    for (std::uint32_t i = 0; i < type.block.back(); ++i) source[type.size.back() + i] = static_cast<char>(1 + i % 89);
+  }
+  const std::string bytes = marshal(from, type, source);
+  EXPECT_EQ(from.take_err(), 0);
+  const bool timer_counted = type.name == "st_wlan" && from.tracked() && writer >= 3;
+  EXPECT_EQ(fn<Len>(type.name + "_len")(from.h, from.txn, source), bytes.size() + timer_counted);
+
+  Rig to(reading);
+  char* object = to.make(type);
+  age(to, type, object, reader);
+  fill(to, type, object, 2, reader);
+  const auto built = static_cast<std::size_t>(object[5]);
+  char* states = object + type.size[built];
+  if (to.tracked()) std::memset(states, kOldState, type.block[built]);
+  Contents expected = contents_of(type, object, reader);
+  std::string expected_states(to.tracked() ? type.block[built] : 0, kOldState);
+  const int common = std::min(writer, reader);
+  for (const Slot& slot : slots_of(type, source)) {
+    if (slot.variant > common || kind_of(*slot.field) == Kind::kTimer) continue;
+    expected[slot.path] = content_of(slot);
+    if (to.tracked() && from.tracked()) expected_states[slot.state] = source[type.size.back() + slot.state];
+  }
+  EXPECT_TRUE(announces_all(to, [&] { EXPECT_EQ(unmarshal(to, type, bytes + "tail", object), bytes.size()); }));
+  EXPECT_EQ(to.take_err(), 0);
+  EXPECT_EQ(contents_of(type, object, reader), expected);
+  EXPECT_EQ(std::string(states, expected_states.size()), expected_states);
+  EXPECT_EQ(object[4], std::min({common, type.top()}));
+  EXPECT_EQ(object[6], to.tracked() ? KVT_OBJ_STATE_TRACKED : 0);
+}
+
+TEST(Binary, EveryReaderTakesWhatEveryWriterGives) {
+  for (const Type& type : all_types()) {
+    const int highest = highest_variant(type);
+    for (int writer = 0; writer <= highest; ++writer) {
+      for (int reader = 0; reader <= highest; ++reader) {
+        for (Tracking writing : {Tracking::kAbsent, Tracking::kOn}) {
+          for (Tracking reading : {Tracking::kOff, Tracking::kOn}) {
+            SCOPED_TRACE(type.name + ": variant " + std::to_string(writer) + " tracking " + name_of(writing) +
+                         " to variant " + std::to_string(reader) + " tracking " + name_of(reading));
+            expect_skewed_trip(type, writing, reading, writer, reader);
+            if (testing::Test::HasFailure()) return;
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(Binary, ATripThroughADatabaseKeepsEverything) {
+  for (Tracking tracking : kTrackings) {
+    for (const Type& type : all_types()) {
+      Rig from(tracking);
+      char* source = from.make(type);
+      fill(from, type, source, 1);
+      Rig to(tracking, Place::kDatabase);
+      char* object = to.make(type);
+      Contents expected = contents_of(type, source);
+      EXPECT_TRUE(announces_all(to, [&] { unmarshal(to, type, marshal(from, type, source), object); }));
+      EXPECT_EQ(to.take_err(), 0) << type.name;
+      EXPECT_EQ(contents_of(type, object), expected) << type.name;
+      to.destroy(type, object);
+      EXPECT_TRUE(to.blocks.empty()) << type.name;
+    }
+  }
+}
+
+std::string hex(const std::string& bytes) {
+  std::string text;
+  for (unsigned char byte : bytes) {
+    char two[4];
+    std::snprintf(two, sizeof two, "%02x ", byte);
+    text += two;
+  }
+  return text;
+}
+
+TEST(Binary, GoldenBytes) {
+  struct Case {
+    Tracking tracking;
+    const char *dtim, *timeout;
+  };
+  for (const Case& c : {Case{Tracking::kOff, "00 00 00 00 00 06 02 03 ",
+                             "00 00 00 00 00 10 00 01 51 80 "
+                             "00 00 00 00 00 06 02 03 "},
+                        Case{Tracking::kOn, "00 08 00 00 00 08 02 02 03 00 ",
+                             "00 08 00 00 00 14 00 01 51 80 02 "
+                             "00 08 00 00 00 08 02 02 03 00 07 "}}) {
+    Rig rig(c.tracking);
+    const Type& type = type_of("st_wlan_timeout_settings");
+    char* object = rig.make(type);
+    st_wlan_timeout_settings_session_timeout_set_value(rig.h, rig.txn, object, 86400, &rig.err);
+    void* dtim = st_wlan_timeout_settings_dtim_get(rig.h, rig.txn, object, &rig.err);
+    st_dtim_dot11a_dtim_set_value(rig.h, rig.txn, dtim, 2, &rig.err);
+    st_dtim_set_all(rig.h, rig.txn, dtim, 2, 3, &rig.err);
+    if (rig.tracked()) st_wlan_timeout_settings_dtim_state_flag_set(rig.h, rig.txn, object, 7, &rig.err);
+    EXPECT_EQ(hex(marshal(rig, type, object)), c.timeout);
+    EXPECT_EQ(hex(marshal(rig, type_of("st_dtim"), dtim)), c.dtim);
+    rig.destroy(type, object);
+  }
+}
+
+TEST(Binary, AWriterAboveItsDomainIsToldSo) {
+  Rig rig;
+  const Type& type = type_of("wpa_psk_type");
+  char* object = rig.make(type);
+  fill(rig, type, object, 1);
+  kvt_domain_set_variant(rig.h, record_of(type.name), 0);
+  std::uint8_t buffer[512];
+  wpa_psk_type_marshal(rig.h, rig.txn, buffer, object, sizeof buffer, &rig.err);
+  EXPECT_EQ(rig.take_err(), 43);
+  EXPECT_EQ(rig.h->last_error, 43);
+  rig.destroy(type, object);
+}
+
+TEST(Binary, OfAnObjectWithoutAVariantIsItsFrame) {
+  for (Tracking tracking : {Tracking::kAbsent, Tracking::kOn}) {
+    Rig rig(tracking);
+    const Type& type = type_of("st_wlan");
+    char* object = rig.make(type);
+    fill(rig, type, object, 1);
+    object[4] = -1;
+    const std::string bytes = marshal(rig, type, object, 0);
+    EXPECT_EQ(hex(bytes), rig.tracked() ? "ff 08 00 00 00 04 " : "ff 00 00 00 00 04 ");
+    char* reader = rig.make(type);
+    fill(rig, type, reader, 2);
+    const Contents before = contents_of(type, reader);
+    EXPECT_EQ(unmarshal(rig, type, bytes, reader), 6u);
+    EXPECT_EQ(reader[4], -1);
+    EXPECT_EQ(contents_of(type, reader), before);
+    EXPECT_EQ(st_wlan_len(rig.h, rig.txn, nullptr), 6u);
+  }
+}
+
+TEST(Binary, OnlyTrackingAndRemoteAccessFlagsTravel) {
+  Rig rig(Tracking::kOff);
+  char* object = rig.make(type_of("st_dtim"));
+  object[6] = static_cast<char>(0x5F & ~KVT_OBJ_OID_MAPPED);
+  EXPECT_EQ(hex(marshal(rig, type_of("st_dtim"), object)), "00 00 00 00 00 06 00 00 ");
+  object[6] = KVT_OBJ_RA_DATA;
+  const std::string bytes = marshal(rig, type_of("st_dtim"), object);
+  EXPECT_EQ(hex(bytes), "00 20 00 00 00 00 00 00 00 00 00 00 00 00 06 00 00 ");
+  char* reader = rig.make(type_of("st_dtim"));
+  EXPECT_EQ(unmarshal(rig, type_of("st_dtim"), bytes, reader), bytes.size());
+  EXPECT_EQ(reader[6], KVT_OBJ_RA_DATA);
+  object[6] = reader[6] = 0;
+}
+
+TEST(Binary, AnUntrackedObjectOnATrackingHandleIsWrittenWithZeroStates) {
+  Rig rig(Tracking::kOn);
+  char* object = rig.make(type_of("st_dtim"));
+  st_dtim_dot11a_dtim_set_value(rig.h, rig.txn, object, 1, &rig.err);
+  object[6] = 0;
+  EXPECT_EQ(hex(marshal(rig, type_of("st_dtim"), object)), "00 08 00 00 00 08 01 00 00 00 ");
+}
+
+TEST(Jump, LeadsOverWhatAnUnknownVariantAddedAndNeverBack) {
+  struct Case {
+    const char* what;
+    std::uint8_t variant, jump;
+    std::size_t tail;
+    std::uint32_t used;
+    int err;
+  };
+  for (const Case& c :
+       {Case{"more fields", 5, 9, 3, 11, 0}, Case{"as long as known", 0, 6, 3, 8, 0}, Case{"too short", 0, 5, 3, 8, 0},
+        Case{"zero", 0, 0, 0, 8, 0}, Case{"beyond the bytes", 5, 9, 2, 8, 90}}) {
+    Rig rig;
+    char* object = rig.make(type_of("st_dtim"));
+    std::string bytes = {static_cast<char>(c.variant), 0, 0, 0, 0, static_cast<char>(c.jump), 2, 3};
+    EXPECT_EQ(unmarshal(rig, type_of("st_dtim"), bytes.append(c.tail, '\x77'), object), c.used) << c.what;
+    EXPECT_EQ(rig.take_err(), c.err) << c.what;
+    EXPECT_EQ(object[4], 0) << c.what;
+    EXPECT_EQ(object[7], 2) << c.what;
+    EXPECT_EQ(object[8], 3) << c.what;
+  }
+}
+
+// A buffer whose last byte is the last that may be touched.
+class GuardedBuffer {
+ public:
+  GuardedBuffer() {
+    map_ = static_cast<char*>(mmap(nullptr, kSize + kPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    mprotect(map_ + kSize, kPage, PROT_NONE);
+  }
+  ~GuardedBuffer() { munmap(map_, kSize + kPage); }
+  GuardedBuffer(const GuardedBuffer&) = delete;
+  GuardedBuffer& operator=(const GuardedBuffer&) = delete;
+  std::uint8_t* with_room(std::size_t room) {
+    std::memset(map_, 0xCC, kSize);
+    return reinterpret_cast<std::uint8_t*>(map_ + kSize - room);
+  }
+  bool untouched_before(std::size_t room) const {
+    return std::all_of(map_, map_ + kSize - room, [](char byte) { return byte == '\xCC'; });
+  }
+
+ private:
+  static constexpr std::size_t kPage = 65536, kSize = 65536;
+  char* map_;
+};
+
+constexpr const char* kSweptTypes[] = {
+    "st_dtim", "wpa_psk_type",     "st_wlan_notify",         "st_wlan_client_settings",
+    "st_wlan", "st_mpsk_key_info", "st_wireless_aaa_policy", "st_nas_id_aaa"};
+
+TEST(ShortRoom, AtAnyLengthWriterAndReaderStayInsideAndSaySo) {
+  GuardedBuffer guarded;
+  for (const char* name : kSweptTypes) {
+    for (Tracking tracking : {Tracking::kAbsent, Tracking::kOn}) {
+      const Type& type = type_of(name);
+      Rig rig(tracking);
+      char* object = rig.make(type);
+      fill(rig, type, object, 1);
+      const std::string whole = marshal(rig, type, object);
+      char* reader = rig.make(type);
+      // A last field's state byte may be dropped for lack of room without an error.
+      const bool reference_last = kind_of(type.fields.back()) == Kind::kReference;
+      const std::size_t enough = whole.size() - rig.tracked();
+      for (std::size_t room = 0; room <= whole.size() + 1; ++room) {
+        SCOPED_TRACE(type.name + " tracking " + name_of(tracking) + " room " + std::to_string(room));
+        const auto length = static_cast<std::int32_t>(room);
+        std::uint8_t* buffer = guarded.with_room(room);
+        const auto written = fn<Marshal>(type.name + "_marshal")(rig.h, rig.txn, buffer, object, length, &rig.err);
+        EXPECT_EQ(rig.take_err(), room < enough ? 90 : 0);
+        EXPECT_LE(written, room);
+        EXPECT_TRUE(guarded.untouched_before(room));
+        if (room >= enough) {
+          const bool dropped = rig.tracked() && room < whole.size() + reference_last;
+          EXPECT_EQ(written, whole.size() - dropped);
+        }
+        buffer = guarded.with_room(room);
+        std::memcpy(buffer, whole.data(), std::min(room, whole.size()));
+        const auto read = fn<Unmarshal>(type.name + "_unmarshal")(rig.h, rig.txn, buffer, reader, length, 0, &rig.err);
+        EXPECT_EQ(rig.take_err(), room < whole.size() ? 90 : 0);
+        EXPECT_LE(read, room);
+        if (room >= whole.size()) {
+          EXPECT_EQ(read, whole.size());
+        }
+        if (testing::Test::HasFailure()) return;
+      }
+      Contents expected = contents_of(type, object);
+      EXPECT_EQ(contents_of(type, reader), expected);
+      rig.destroy(type, object);
+      rig.destroy(type, reader);
+      EXPECT_TRUE(rig.blocks.empty()) << "what the short reads stored is owned once";
+    }
+  }
+}
+
+// Takes back what damaged bytes did to the headers: lowered variants hide strings from destroy.
+void restore_headers(const Type& type, char* object) {
+  auto restore = [](char* at) {
+    at[4] = at[5];
+    at[6] &= ~KVT_OBJ_RA_DATA;
+  };
+  restore(object);
+  for (const Slot& slot : slots_of(type, object)) {
+    if (kind_of(*slot.field) == Kind::kStruct) restore(slot.at());
+  }
+}
+
+TEST(Damage, FlippedBitsGiveAnErrorOrAWholeObject) {
+  constexpr int kRounds = 60;
+  constexpr std::int32_t kRemoteAccessRoom = 1024;  // lengths do not count it
+  const unsigned seed = 20240611;
+  std::mt19937 random(seed);
+  for (Tracking tracking : {Tracking::kAbsent, Tracking::kOn}) {
+    for (const Type& type : all_types()) {
+      Rig rig(tracking);
+      char* object = rig.make(type);
+      fill(rig, type, object, 1);
+      const std::string whole = marshal(rig, type, object);
+      char* reader = rig.make(type);
+      for (int round = 0; round < kRounds; ++round) {
+        SCOPED_TRACE(type.name + " round " + std::to_string(round) + " seed " + std::to_string(seed));
+        std::string bytes = whole;
+        for (unsigned flips = 1 + random() % 4; flips > 0; --flips) {
+          bytes[random() % bytes.size()] ^= static_cast<char>(1u << random() % 8);
+        }
+        restore_headers(type, reader);
+        const std::uint32_t used = unmarshal(rig, type, bytes, reader);
+        EXPECT_LE(used, bytes.size());
+        if (rig.take_err() != 0) continue;
+        // What was read is an object: written again and read again it is the same.
+        const std::string again = marshal(rig, type, reader, kRemoteAccessRoom);
+        EXPECT_EQ(rig.take_err(), 0);
+        char* second = rig.make(type);
+        EXPECT_EQ(unmarshal(rig, type, again + "tail", second), again.size());
+        EXPECT_EQ(rig.take_err(), 0);
+        EXPECT_EQ(marshal(rig, type, second, kRemoteAccessRoom), again);
+        restore_headers(type, second);
+        rig.destroy(type, second);
+      }
+      restore_headers(type, reader);
+      rig.destroy(type, object);
+      rig.destroy(type, reader);
+      EXPECT_TRUE(rig.blocks.empty()) << type.name;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace module_test

@@ -1,0 +1,192 @@
+// Tests of state bytes: where they lie, who marks them, who may read and set them.
+#include "rig.h"
+
+namespace module_test {
+namespace {
+
+std::string state_name(const Slot& slot, const char* op) {
+  return slot.owner->name + "_" + slot.field->name + "_state_flag_" + op;
+}
+
+std::string block_of(const Type& type, const char* object) {
+  return std::string(object + type.size.back(), type.block.back());
+}
+
+TEST(StateFlag, OfEveryFieldLiesAtItsPublishedIndexDepthFirst) {
+  for (Place place : kPlaces) {
+    Rig rig(Tracking::kOn, place);
+    for (const Type& type : all_types()) {
+      char* object = rig.make(type);
+      EXPECT_EQ(block_of(type, object), std::string(type.block.back(), '\0')) << type.name;
+      std::uint32_t index = 0;
+      for (const Slot& slot : slots_of(type, object)) {
+        // Depth-first: the walk meets the bytes one after the other.
+        EXPECT_EQ(slot.state, index++) << slot.path;
+        char* byte = object + type.size.back() + slot.state;
+        if (kind_of(*slot.field) == Kind::kTimer) {
+          *byte = 7;
+        } else {
+          EXPECT_TRUE(announces_all(
+              rig, [&] { fn<StateSet>(state_name(slot, "set"))(rig.h, rig.txn, slot.object, 0x107, &rig.err); }));
+        }
+        EXPECT_EQ(*byte, 7) << slot.path;
+        *byte = static_cast<char>(0x40 + slot.state);
+        EXPECT_EQ(fn<StateGet>(state_name(slot, "get"))(rig.h, rig.txn, slot.object, &rig.err),
+                  static_cast<std::uint8_t>(0x40 + slot.state))
+            << slot.path;
+        EXPECT_EQ(rig.take_err(), 0) << slot.path;
+      }
+      EXPECT_EQ(index, type.block.back()) << type.name;
+      rig.destroy(type, object);
+    }
+  }
+}
+
+TEST(StateMark, ASetterMarksItsOwnByteOnly) {
+  Rig rig(Tracking::kOn);
+  for (const Type& type : all_types()) {
+    char* object = rig.make(type);
+    const auto set_all = fn<StateAll>(type.name + "_set_all_state_tracking_flag");
+    std::uint64_t number = 0;
+    for (const Slot& slot : slots_of(type, object)) {
+      ++number;
+      // A flag field is filled through its bits, which are the object's own affair; here it goes through the setter.
+      if (!has_set(*slot.field) || kind_of(*slot.field) == Kind::kStruct) continue;
+      set_all(rig.h, rig.txn, object, 0);
+      if (kind_of(*slot.field) == Kind::kFlag) {
+        alignas(4) char source[12];
+        std::memcpy(source, slot.at(), sizeof source);
+        fn<Set>(slot.owner->name + "_" + slot.field->name + "_set")(rig.h, rig.txn, slot.object, source, &rig.err);
+      } else {
+        fill_slot(rig, slot, number, 1);
+      }
+      std::string expected(type.block.back(), '\0');
+      expected[slot.state] = 2;
+      EXPECT_EQ(block_of(type, object), expected) << slot.path;
+    }
+    rig.destroy(type, object);
+  }
+}
+
+TEST(StateMark, ASetterOfANestedObjectBringsItsBytesAndMarksItsOwn) {
+  Rig rig(Tracking::kOn);
+  const Type& type = type_of("st_wlan_security_settings");
+  const Type& nested = type_of("st_l2_security_settings");
+  char* source = rig.make(nested);
+  fill(rig, nested, source, 1);
+  fn<StateAll>(nested.name + "_set_all_state_tracking_flag")(rig.h, rig.txn, source, 9);
+  char* object = rig.make(type);
+  st_wlan_security_settings_l2_security_set(rig.h, rig.txn, object, source, &rig.err);
+  EXPECT_EQ(block_of(type, object),
+            std::string(1, '\2') + std::string(nested.block.back(), '\11') + std::string(11, '\0'));
+  EXPECT_EQ(contents_of(nested, object + type.fields[0].offset), contents_of(nested, source));
+  rig.destroy(nested, source);
+  // The nested objects still find their bytes after the raw copy brought the source's flags over.
+  for (const Slot& slot : slots_of(type, object)) {
+    fn<StateSet>(state_name(slot, "set"))(rig.h, rig.txn, slot.object, slot.state + 1, &rig.err);
+    EXPECT_EQ(static_cast<std::uint8_t>(block_of(type, object)[slot.state]), slot.state + 1) << slot.path;
+  }
+  rig.destroy(type, object);
+}
+
+TEST(StateFlag, WithoutTrackingIsRefusedWhileTheValueIsNot) {
+  for (Tracking tracking : kTrackings) {
+    Rig rig(tracking);
+    for (const Type& type : all_types()) {
+      char* object = rig.make(type);
+      object[6] &= ~KVT_OBJ_STATE_TRACKED;
+      for (const Slot& slot : slots_of(type, object)) {
+        if (slot.object != object || kind_of(*slot.field) == Kind::kTimer) continue;
+        const std::string before(object, type.size.back());
+        EXPECT_EQ(fn<StateGet>(state_name(slot, "get"))(rig.h, rig.txn, object, &rig.err), 0);
+        EXPECT_EQ(rig.h->last_error, 22);
+        EXPECT_EQ(rig.take_err(), 22) << slot.path;
+        fn<StateSet>(state_name(slot, "set"))(rig.h, rig.txn, object, 1, &rig.err);
+        EXPECT_EQ(rig.take_err(), 22) << slot.path;
+        EXPECT_EQ(std::string(object, before.size()), before) << slot.path;
+        if (!has_value(*slot.field)) continue;
+        fill_slot(rig, slot, slot.state, slot.state + 1);
+        EXPECT_EQ(rig.take_err(), rig.tracked() ? 22 : 0) << slot.path;
+        EXPECT_EQ(content_of(slot), std::to_string(sample(*slot.field, slot.state, slot.state + 1)))
+            << "stored before it is refused: " << slot.path;
+      }
+      if (rig.tracked()) object[6] |= KVT_OBJ_STATE_TRACKED;
+      rig.destroy(type, object);
+    }
+  }
+}
+
+TEST(StateFlag, OfALaterVariantIsReadButNotSet) {
+  for (const Type& type : all_types()) {
+    for (int limit = 0; limit < type.top(); ++limit) {
+      Rig rig(Tracking::kOn);
+      kvt_domain_set_variant(rig.h, record_of(type.name), limit);
+      char* object = rig.make(type);
+      object[type.size.back() + type.block.back() - 1] = 6;
+      for (const Slot& slot : slots_of(type, object)) {
+        if (slot.object != object || kind_of(*slot.field) == Kind::kTimer) continue;
+        fn<StateGet>(state_name(slot, "get"))(rig.h, rig.txn, object, &rig.err);
+        EXPECT_EQ(rig.take_err(), 0) << slot.path;
+        fn<StateSet>(state_name(slot, "set"))(rig.h, rig.txn, object, 1, &rig.err);
+        EXPECT_EQ(rig.take_err(), slot.variant > limit ? 43 : 0) << slot.path;
+      }
+      rig.destroy(type, object);
+    }
+  }
+}
+
+TEST(SetAllStateFlags, FillsTheStretchOfTheObjectAndNoMore) {
+  Rig rig(Tracking::kOn);
+  for (const Type& type : all_types()) {
+    char* object = rig.make(type);
+    for (const Slot& slot : slots_of(type, object)) {
+      if (kind_of(*slot.field) != Kind::kStruct) continue;
+      const Type& nested = type_of(slot.field->kind);
+      fn<StateAll>(type.name + "_set_all_state_tracking_flag")(rig.h, rig.txn, object, 1);
+      fn<StateAll>(nested.name + "_set_all_state_tracking_flag")(rig.h, rig.txn, slot.at(), 3);
+      std::string expected(type.block.back(), '\1');
+      expected.replace(slot.state + 1, nested.block.back(), nested.block.back(), '\3');
+      EXPECT_EQ(block_of(type, object), expected) << slot.path;
+    }
+    rig.destroy(type, object);
+  }
+}
+
+TEST(OffsetRemove, ForgetsThePlacesThatOffsetUpdateTold) {
+  Rig rig(Tracking::kOn);
+  const Type& type = type_of("st_wlan");
+  char* object = rig.make(type);
+  char* block = object + type.size.back();
+  for (bool told : {true, false, true}) {
+    if (told) {
+      fn<OffsetUpdate>("st_wlan_offset_update")(rig.h, rig.txn, object, block);
+    } else {
+      fn<OffsetRemove>("st_wlan_offset_remove")(rig.h, rig.txn, object, &rig.err);
+    }
+    for (const Slot& slot : slots_of(type, object)) {
+      if (kind_of(*slot.field) != Kind::kStruct) continue;
+      EXPECT_EQ(kvtlib_get_sttr_offset(rig.h, rig.txn, slot.at()), told ? block + slot.state + 1 - slot.at() : 0)
+          << slot.path;
+    }
+  }
+  rig.destroy(type, object);
+}
+
+TEST(StateFlag, AnObjectOfAnOlderBuildHasItsBytesBehindItsOwnSize) {
+  Rig rig(Tracking::kOn);
+  for (const Type& type : all_types()) {
+    for (int built = 0; built <= type.top(); ++built) {
+      // Its bytes lie over what later variants would hold: such an object is looked at and left to the store.
+      char* object = rig.make(type);
+      const auto at = static_cast<std::size_t>(built);
+      object[4] = object[5] = static_cast<char>(built);
+      std::string expected(object, type.size.back() + type.block.back());
+      expected.replace(type.size[at], type.block[at], type.block[at], '\x11');
+      fn<StateAll>(type.name + "_set_all_state_tracking_flag")(rig.h, rig.txn, object, 0x11);
+      EXPECT_EQ(std::string(object, expected.size()), expected) << type.name << built;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace module_test

@@ -1,0 +1,225 @@
+// What the library exports: exactly the families of the schema's types, and what the committed list has.
+#include <algorithm>
+#include <set>
+
+#include "tests/product/rig.h"
+
+namespace product_test {
+namespace {
+
+using Names = std::vector<std::string>;
+
+// The families as a user knows them; the schema compiler has a list of its own.
+const Names kObject = {"adjust_variant",
+                       "compare",
+                       "create",
+                       "create_cr",
+                       "create_internal",
+                       "destroy",
+                       "destroy_cr",
+                       "destroy_internal",
+                       "from_xml",
+                       "get",
+                       "get_luid",
+                       "initialize",
+                       "is_valid_cr",
+                       "len",
+                       "len_cr",
+                       "marshal",
+                       "set",
+                       "sizeof",
+                       "to_xml",
+                       "set_instance_embedded",
+                       "toxml_cr",
+                       "unmarshal",
+                       "variant_data_index_cap"};
+const Names kStruct = {"get_all",        "offset_remove",
+                       "offset_update",  "post_copyout_cleanup",
+                       "set_all",        "set_all_state_tracking_flag",
+                       "sizeof_internal"};
+const Names kScalar = {"get_object_references", "get_oid_count", "get_value", "set_value"};
+const Names kEnum = {"map_to_internal_value"};
+const Names kFlag = {"get_cr", "in_range", "set_cr"};
+const Names kField = {"get", "set", "state_flag_get", "state_flag_set"};
+const Names kValueField = {"get_value", "set_value"};
+const Names kTable = {"create_record",
+                      "create_record_w_src",
+                      "delete",
+                      "delete_cr",
+                      "destroy_record",
+                      "get_luid",
+                      "get_next_by_key",
+                      "get_prev_by_key",
+                      "insert",
+                      "insert_cr",
+                      "pkey_create",
+                      "pkey_delete",
+                      "pkey_destroy",
+                      "pkey_get_first",
+                      "pkey_get_last",
+                      "pkey_get_next",
+                      "pkey_get_prev",
+                      "pkey_get_sub_next",
+                      "pkey_insert",
+                      "record_add_ref",
+                      "record_create_cr",
+                      "record_destroy_cr",
+                      "record_len_cr",
+                      "record_marshal_cr",
+                      "record_toxml_cr",
+                      "record_walk_cr",
+                      "search",
+                      "table_close",
+                      "table_get_count",
+                      "table_get_count_by_src",
+                      "table_get_count_cr",
+                      "table_open",
+                      "table_record_from_xml",
+                      "table_record_len",
+                      "table_record_marshal",
+                      "table_record_to_xml",
+                      "table_record_unmarshal"};
+const Names kPayload = {"free_and_set_field", "get_field", "get_field_detach", "set_field"};
+const Names kKey = {"avl_compare",
+                    "avl_internal_walk",
+                    "get_first",
+                    "get_last",
+                    "get_next",
+                    "get_next_by_key",
+                    "get_next_internal",
+                    "get_prev",
+                    "get_prev_by_key",
+                    "get_prev_internal",
+                    "get_sub_next",
+                    "search",
+                    "search_cr",
+                    "search_internal",
+                    "search_nearest",
+                    "unordered_traversal",
+                    "walk"};
+
+class Exports : public Product {
+ protected:
+  void SetUp() override {
+    Product::SetUp();
+    if (*ZARN_PRODUCT_FLAGS) GTEST_SKIP() << "sanitizers export names of their own";
+  }
+
+  const std::string library = kBuild + "/libzarn_wlan.so";
+
+  struct Symbol {
+    char kind;
+    std::string name;
+  };
+  std::vector<Symbol> symbols(const std::string& file, const std::string& which) const {
+    std::vector<Symbol> list;
+    for (const std::string& line : lines_of(done("LC_ALL=C nm -D " + which + " '" + file + "'"))) {
+      std::istringstream words(line);
+      std::string kind, name;
+      if (line[0] != ' ') words >> name;
+      words >> kind >> name;
+      list.push_back({kind.empty() ? '?' : kind[0], name});
+    }
+    return list;
+  }
+  std::set<std::string> exported() const {
+    std::set<std::string> names;
+    for (const Symbol& s : symbols(library, "--defined-only")) names.insert(s.name);
+    return names;
+  }
+
+  // All names that the schema's types have, from the compiler's listing.
+  std::set<std::string> by_rule() const {
+    std::set<std::string> names = {"g_kvt_zarn_wlan_trace_module_id", "kvt_zarn_wlan_trace_init",
+                                   "zarn_wlan_typeinfo_initialize"};
+    std::set<std::string> value_types = {"u_int8", "u_int16", "u_int32", "u_int64", "kvt_boolean"};
+    auto add = [&](const std::string& prefix, const Names& family) {
+      for (const std::string& operation : family) names.insert(prefix + "_" + operation);
+    };
+    // Enumerated types of all modules have value accessors as fields; the listing tells which types they are.
+    const std::string listing = done("'" + kBuild + "/schema/zarnc' --list '" + kSource + "'/schema/*.zs");
+    for (const std::string& line : lines_of(listing)) {
+      std::istringstream words(line);
+      std::string number, kind, name;
+      words >> number >> kind >> name;
+      if (kind == "enum") value_types.insert(name);
+    }
+    bool own = false;
+    std::string type, payload;
+    for (const std::string& line : lines_of(listing)) {
+      std::istringstream words(line);
+      std::string first, second, third;
+      words >> first >> second >> third;
+      if (first == "module") {
+        own = second == "zarn_wlan";
+      } else if (!own) {
+        continue;
+      } else if (first == "field") {
+        const std::string prefix = type + "_" + second;
+        if (third == "timer") {
+          names.insert(prefix + "_state_flag_get");
+        } else if (third == "kvt_oid") {
+          add(prefix, {"state_flag_get", "state_flag_set"});
+        } else {
+          add(prefix, kField);
+          if (value_types.count(third)) add(prefix, kValueField);
+        }
+      } else if (first == "payload") {
+        payload = second;
+        add(type + "_" + payload, kPayload);
+      } else if (first == "key") {
+        add(type + "_" + payload + "_" + second, kKey);
+      } else if (second == "struct" || second == "enum" || second == "flag") {
+        type = third;
+        add(type, kObject);
+        add(type, second == "struct" ? kStruct : kScalar);
+        if (second == "enum") add(type, kEnum);
+        if (second == "flag") add(type, kFlag);
+        names.insert("_" + type + "_type_info_internal");
+      } else if (second == "table") {
+        type = third;
+        add(type, kTable);
+        add("table_" + type, {"luid", "luid_text", "name"});
+        add("_" + type, {"table_type_info_internal", "table_record_type_info_internal"});
+      }
+    }
+    return names;
+  }
+};
+
+TEST_F(Exports, AreExactlyTheFamiliesOfTheSchema) {
+  const std::set<std::string> found = exported(), expected = by_rule();
+  Names extra, missing;
+  std::set_difference(found.begin(), found.end(), expected.begin(), expected.end(), std::back_inserter(extra));
+  std::set_difference(expected.begin(), expected.end(), found.begin(), found.end(), std::back_inserter(missing));
+  EXPECT_EQ(extra, Names{}) << "exported, but of no family";
+  EXPECT_EQ(missing, Names{}) << "of a family, but not exported";
+}
+
+TEST_F(Exports, AreTheCommittedOnes) {
+  std::string text;
+  for (const std::string& name : exported()) text += name + "\n";
+  expect_golden("exports.txt", text);
+}
+
+TEST_F(Exports, AreFunctionsAndConstantsOnly) {
+  for (const Symbol& s : symbols(library, "--defined-only")) {
+    const bool variable = s.name == "g_kvt_zarn_wlan_trace_module_id";
+    EXPECT_NE(std::string(variable ? "BD" : "TRD").find(s.kind), std::string::npos) << s.kind << " " << s.name;
+  }
+}
+
+// What the library needs comes from the runtime below it or, with a version, from the system.
+TEST_F(Exports, NeedsTheRuntimeAndTheSystemOnly) {
+  std::set<std::string> runtime;
+  for (const Symbol& s : symbols(kBuild + "/platform/libkvt.so", "--defined-only")) runtime.insert(s.name);
+  for (const Symbol& s : symbols(library, "--undefined-only")) {
+    if (s.kind == 'w') continue;  // the compiler's own start-up hooks
+    EXPECT_TRUE(runtime.count(s.name) || s.name.find("@G") != std::string::npos ||
+                s.name.find("@CXXABI") != std::string::npos)
+        << s.name;
+  }
+}
+
+}  // namespace
+}  // namespace product_test

@@ -1,0 +1,340 @@
+// Tests of records as bytes and as XML: the frame around the payload, and what happens when there is no room or no
+// sense.
+#include <algorithm>
+
+#include "tests/tables/rig.h"
+
+namespace table_test {
+namespace {
+
+constexpr std::size_t kFrame = 43;
+constexpr char kUntouched = '\x5A';
+
+class Serial : public EveryTable {
+ protected:
+  const TableOps& type = GetParam();
+  Rig rig{Kind::kPrivate, KVT_STTR_ON};
+
+  void* filled() { return make_record(rig, type, 2, {1, 4, 7}); }
+  std::uint8_t* bytes_of(std::string& buffer) { return reinterpret_cast<std::uint8_t*>(buffer.data()); }
+  std::uint32_t marshal(void* record, std::string& buffer, std::size_t room) {
+    return type.marshal(rig, rig.txn(), bytes_of(buffer), record, static_cast<std::int32_t>(room), &rig.err);
+  }
+  std::string marshalled(void* record) {
+    std::string buffer(16 * 1024, kUntouched);
+    const std::uint32_t written = marshal(record, buffer, buffer.size());
+    EXPECT_EQ(rig.err, 0);
+    EXPECT_EQ(buffer.find_first_not_of(kUntouched, written), std::string::npos);
+    return buffer.substr(0, written);
+  }
+  std::uint32_t unmarshal(void** record, std::string bytes, std::uint32_t update = 0) {
+    const std::string whole = bytes;
+    const std::uint32_t read = type.unmarshal(rig, rig.txn(), record, bytes_of(bytes),
+                                              static_cast<std::int32_t>(bytes.size()), update, &rig.err);
+    EXPECT_EQ(bytes, whole);
+    return read;
+  }
+  std::string xml_of(void* record) {
+    std::string buffer(256 * 1024, kUntouched);
+    const std::uint32_t written =
+        type.to_xml(rig, rig.txn(), buffer.data(), record, static_cast<std::int32_t>(buffer.size()), &rig.err);
+    EXPECT_EQ(rig.err, 0);
+    return buffer.substr(0, written);
+  }
+  void* read_xml(const std::string& text) {
+    char message[200] = "";
+    kvt_xml_document* document = kvt_xml_parse(text.data(), text.size(), message, sizeof message);
+    EXPECT_NE(document, nullptr) << message;
+    void* record = type.from_xml(rig, rig.txn(), document, &rig.err, message, sizeof message);
+    kvt_xml_free(document);
+    return record;
+  }
+  bool same_payload(void* a, void* b) {
+    return type.payload_compare(record_payload(type, a), record_payload(type, b)) == 0;
+  }
+  void destroy(void* record) {
+    int err = 0;
+    type.destroy(rig, rig.txn(), record, &err);
+    EXPECT_EQ(err, 0);
+  }
+};
+
+TEST_P(Serial, FrameOfARecord) {
+  rig->message_word = 0x01020304;
+  void* record = filled();
+  const std::string bytes = marshalled(record);
+  ASSERT_GT(bytes.size(), kFrame);
+  EXPECT_EQ(bytes[0], '\xBC');
+  EXPECT_EQ(bytes.substr(1, 6), std::string(6, '\xFF'));
+  EXPECT_EQ(bytes[7], 1) << "the payload carries state bytes";
+  EXPECT_EQ(bytes.substr(8, 4), std::string("\1\2\3\4"));
+  const auto size = static_cast<std::uint32_t>(bytes.size());
+  const char big_endian[] = {static_cast<char>(size >> 24), static_cast<char>(size >> 16), static_cast<char>(size >> 8),
+                             static_cast<char>(size)};
+  EXPECT_EQ(bytes.substr(12, 4), std::string(big_endian, 4));
+  EXPECT_EQ(bytes.substr(27, 16), std::string(reinterpret_cast<const char*>(type.luid), 16));
+
+  std::string payload(bytes.size() - kFrame, kUntouched);
+  EXPECT_EQ(type.payload_marshal(rig, rig.txn(), bytes_of(payload), record_payload(type, record),
+                                 static_cast<std::int32_t>(payload.size()), &rig.err),
+            payload.size());
+  EXPECT_EQ(bytes.substr(kFrame), payload);
+
+  // The profile's length counts one byte that is never written.
+  const std::size_t spare = std::string(type.payload) == "st_wlan" ? 1 : 0;
+  EXPECT_EQ(type.len(rig, rig.txn(), record), bytes.size() + spare);
+  EXPECT_EQ(type.len_cr(rig, record), bytes.size() + spare);
+  std::string again(bytes.size(), kUntouched);
+  EXPECT_EQ(type.marshal_cr(rig, record, bytes_of(again), static_cast<std::int32_t>(again.size())),
+            static_cast<std::int32_t>(bytes.size()));
+  EXPECT_EQ(again, bytes);
+  rig->last_error = 5;
+  EXPECT_EQ(type.len_cr(rig, record), 0u);
+  EXPECT_EQ(type.marshal_cr(rig, record, bytes_of(again), static_cast<std::int32_t>(again.size())), -1);
+}
+
+TEST_P(Serial, NoStateBytesWithoutTracking) {
+  Rig plain;
+  void* record = make_record(plain, type);
+  std::string buffer(16 * 1024, kUntouched);
+  type.marshal(plain, plain.txn(), bytes_of(buffer), record, static_cast<std::int32_t>(buffer.size()), &plain.err);
+  EXPECT_EQ(plain.err, 0);
+  EXPECT_EQ(buffer[7], 0);
+}
+
+// In every room that is too small: error 90, no header, and not a byte behind the room. Only the state byte at the very
+// end may stay away.
+TEST_P(Serial, EveryRoomThatIsTooSmall) {
+  void* record = filled();
+  const std::string whole = marshalled(record);
+  std::string short_by_one(whole.size(), kUntouched);
+  EXPECT_EQ(marshal(record, short_by_one, whole.size() - 1), whole.size() - 1);
+  EXPECT_EQ(rig.err, 0);
+  EXPECT_EQ(short_by_one.back(), kUntouched);
+  for (std::size_t room = 0; room < whole.size() - 1; ++room) {
+    std::string buffer(whole.size() + 8, kUntouched);
+    const std::uint32_t written = marshal(record, buffer, room);
+    ASSERT_EQ(rig.take_error(), 90) << "room " << room;
+    ASSERT_EQ(rig->last_error, 90) << "room " << room;
+    ASSERT_LE(written, room);
+    ASSERT_EQ(buffer.find_first_not_of(kUntouched, room), std::string::npos) << "room " << room;
+    if (room < 27) {
+      ASSERT_EQ(written, 0u) << "room " << room;
+    } else {
+      ASSERT_EQ(buffer.substr(0, 27), std::string(27, '\0')) << "room " << room;
+      ASSERT_EQ(room < kFrame, written == 27u) << "room " << room;
+    }
+  }
+  std::string exact(whole.size(), kUntouched);
+  EXPECT_EQ(marshal(record, exact, exact.size()), whole.size());
+  EXPECT_EQ(rig.err, 0);
+}
+
+TEST_P(Serial, RecordWithoutPayload) {
+  void* record = type.create(rig, rig.txn(), &rig.err);
+  const struct {
+    std::size_t room;
+    std::uint32_t written;
+  } kCases[] = {{0, 0}, {26, 0}, {27, 27}, {30, 27}, {42, 27}, {43, 43}, {500, 43}};
+  for (const auto& c : kCases) {
+    std::string buffer(512, kUntouched);
+    rig.lines.clear();
+    EXPECT_EQ(marshal(record, buffer, c.room), c.written) << "room " << c.room;
+    EXPECT_EQ(rig.take_error(), 2);
+    EXPECT_EQ(rig.take_line(),
+              std::string("Failed to marshal ") + type.name + " record: Field " + type.payload + " is empty");
+    if (c.room >= 27) {
+      EXPECT_EQ(buffer.substr(0, 27), std::string(27, '\0')) << "no header over half a record";
+    }
+  }
+}
+
+TEST_P(Serial, DomainMayForbidTheTable) {
+  void* record = filled();
+  const std::string bytes = marshalled(record);
+  std::snprintf(rig->domain_name, sizeof rig->domain_name, "guests");
+  ASSERT_EQ(kvt_domain_allow_table(rig, type.record, 0), 0);
+  std::string buffer(bytes.size(), kUntouched);
+  rig.lines.clear();
+  EXPECT_EQ(marshal(record, buffer, buffer.size()), 0u);
+  EXPECT_EQ(rig.take_error(), 52);
+  EXPECT_EQ(rig->last_error, 52);
+  EXPECT_EQ(buffer, std::string(bytes.size(), kUntouched));
+  EXPECT_EQ(rig.take_line(), std::string("domainfail: Table ") + type.name + " (" + type.luid_text +
+                                 ") is not allowed for the current domain (guests)");
+  void* read = nullptr;
+  EXPECT_EQ(unmarshal(&read, bytes), bytes.size()) << "reading is not refused";
+  EXPECT_EQ(rig.err, 0);
+  ASSERT_EQ(kvt_domain_allow_table(rig, type.record, 1), 0);
+  EXPECT_EQ(marshal(record, buffer, buffer.size()), bytes.size());
+}
+
+TEST_P(Serial, ReadsBackIntoNewAndOldRecords) {
+  void* record = filled();
+  const std::string bytes = marshalled(record);
+  void* read = nullptr;
+  EXPECT_EQ(unmarshal(&read, bytes), bytes.size());
+  ASSERT_EQ(rig.err, 0);
+  EXPECT_TRUE(same_payload(record, read));
+  EXPECT_EQ(record_source(read), 1) << "a record's source does not travel";
+  EXPECT_EQ(record_table(read), 0u);
+  EXPECT_EQ(marshalled(read), bytes);
+
+  void* other = make_record(rig, type, 1, {2, 9, 3});
+  EXPECT_FALSE(same_payload(record, other));
+  void* kept = record_payload(type, other);
+  void* slot = other;
+  EXPECT_EQ(unmarshal(&slot, bytes, 1), bytes.size());
+  EXPECT_EQ(rig.err, 0);
+  EXPECT_EQ(slot, other);
+  EXPECT_EQ(record_payload(type, other), kept);
+  EXPECT_TRUE(same_payload(record, other));
+
+  // The identity of the frame is passed over, whatever it is.
+  std::string foreign = bytes;
+  foreign[27] = static_cast<char>(~foreign[27]);
+  void* from_foreign = nullptr;
+  EXPECT_EQ(unmarshal(&from_foreign, foreign), bytes.size());
+  EXPECT_EQ(rig.err, 0);
+  EXPECT_TRUE(same_payload(record, from_foreign));
+}
+
+TEST_P(Serial, RefusedReads) {
+  void* record = filled();
+  const std::string bytes = marshalled(record);
+  void* slot = nullptr;
+  EXPECT_EQ(unmarshal(&slot, bytes, 1), 0u);
+  EXPECT_EQ(rig.take_error(), 2);
+  EXPECT_EQ(slot, nullptr);
+
+  void* empty = type.create(rig, rig.txn(), &rig.err);
+  slot = empty;
+  EXPECT_EQ(unmarshal(&slot, bytes, 1), 0u);
+  EXPECT_EQ(rig.take_error(), 2) << "a record without payload cannot be updated";
+
+  slot = nullptr;
+  rig.err = 5;
+  EXPECT_EQ(unmarshal(&slot, bytes), 0u);
+  EXPECT_EQ(rig.take_error(), 5);
+  EXPECT_EQ(slot, nullptr);
+  std::string buffer(bytes.size(), kUntouched);
+  rig.err = 5;
+  EXPECT_EQ(marshal(record, buffer, buffer.size()), 0u);
+  EXPECT_EQ(rig.take_error(), 5);
+  EXPECT_EQ(buffer, std::string(bytes.size(), kUntouched));
+
+  std::string no_header = bytes;
+  no_header[0] = 0;
+  EXPECT_EQ(unmarshal(&slot, no_header), 16u);
+  EXPECT_EQ(rig.take_error(), 71);
+  ASSERT_NE(slot, nullptr) << "the record is handed over for the caller to give back";
+  destroy(slot);
+}
+
+TEST_P(Serial, EveryCutIsToldAndGivenBack) {
+  void* record = filled();
+  const std::string bytes = marshalled(record);
+  const std::size_t blocks = rig.live_blocks();
+  for (std::size_t length = 0; length < bytes.size(); ++length) {
+    void* read = nullptr;
+    unmarshal(&read, bytes.substr(0, length));
+    ASSERT_EQ(rig.take_error(), 90) << "length " << length;
+    ASSERT_NE(read, nullptr);
+    destroy(read);
+    ASSERT_EQ(rig.live_blocks(), blocks) << "length " << length;
+  }
+}
+
+TEST_P(Serial, EveryFailingAllocationIsToldAndGivenBack) {
+  void* record = filled();
+  const std::string bytes = marshalled(record);
+  const std::string xml = xml_of(record);
+  for (const bool from_xml : {false, true}) {
+    const std::size_t blocks = rig.live_blocks();
+    int failures = 0;
+    for (;; ++failures) {
+      SCOPED_TRACE((from_xml ? "XML, allocation " : "bytes, allocation ") + std::to_string(failures));
+      ASSERT_LT(failures, 100);
+      rig.fail_after = failures;
+      void* read = nullptr;
+      if (from_xml) {
+        read = read_xml(xml);
+      } else {
+        unmarshal(&read, bytes);
+      }
+      const bool failed = rig.fail_after < 0;
+      rig.fail_after = -1;
+      ASSERT_EQ(rig.take_error(), failed ? 12 : 0);
+      if (read) destroy(read);
+      ASSERT_EQ(rig.live_blocks(), blocks);
+      if (!failed) break;
+    }
+    EXPECT_GT(failures, 1);
+  }
+}
+
+TEST_P(Serial, XmlThereAndBack) {
+  void* record = filled();
+  const std::string xml = xml_of(record);
+  const std::string open = std::string("<") + type.name + "><" + type.payload + ">";
+  const std::string close = std::string("</") + type.payload + "></" + type.name + ">";
+  auto without_blanks = [](std::string text) {
+    text.erase(std::remove_if(text.begin(), text.end(), [](char c) { return c == ' ' || c == '\n'; }), text.end());
+    return text;
+  };
+  const std::string dense = without_blanks(xml);
+  EXPECT_EQ(dense.substr(0, open.size()), open);
+  ASSERT_GE(dense.size(), close.size());
+  EXPECT_EQ(dense.substr(dense.size() - close.size()), close);
+  void* read = read_xml(xml);
+  ASSERT_EQ(rig.err, 0);
+  EXPECT_TRUE(same_payload(record, read));
+  EXPECT_EQ(xml_of(read), xml);
+
+  std::string again(xml.size(), kUntouched);
+  EXPECT_EQ(type.to_xml_cr(rig, record, again.data(), static_cast<std::int32_t>(again.size())),
+            static_cast<std::int32_t>(xml.size()));
+  EXPECT_EQ(again, xml);
+  rig->last_error = 5;
+  EXPECT_EQ(type.to_xml_cr(rig, record, again.data(), static_cast<std::int32_t>(again.size())), -1);
+  rig->last_error = 0;
+
+  // A long document is tried at its ends and in steps between.
+  for (std::size_t room = 0; room < xml.size(); room += room < 100 || room + 100 > xml.size() ? 1 : 53) {
+    std::string buffer(xml.size() + 8, kUntouched);
+    type.to_xml(rig, rig.txn(), buffer.data(), record, static_cast<std::int32_t>(room), &rig.err);
+    ASSERT_EQ(rig.take_error(), 90) << "room " << room;
+    ASSERT_EQ(buffer.find_first_not_of(kUntouched, room), std::string::npos) << "room " << room;
+  }
+}
+
+TEST_P(Serial, XmlWithoutTheElementGivesAFreshRecord) {
+  void* read = read_xml("<other><thing>1</thing></other>");
+  EXPECT_EQ(rig.err, 0);
+  ASSERT_NE(read, nullptr);
+  void* fresh = type.create_cr(rig, 1);
+  EXPECT_TRUE(same_payload(read, fresh));
+  EXPECT_EQ(record_refs(read), 1u);
+  rig.err = 5;
+  EXPECT_EQ(read_xml("<other/>"), nullptr);
+  EXPECT_EQ(rig.take_error(), 5);
+}
+
+INSTANTIATE_TEST_SUITE_P(Tables, Serial, testing::ValuesIn(kTables), table_name);
+
+TEST(SerialXml, ABadValueGivesNoRecordAndNoLeak) {
+  Rig rig;
+  const TableOps& type = table_named("tbl_wlan");
+  const std::string text = "<tbl_wlan><st_wlan><ssid>Library</ssid><wlan_id>many</wlan_id></st_wlan></tbl_wlan>";
+  char message[200] = "";
+  kvt_xml_document* document = kvt_xml_parse(text.data(), text.size(), message, sizeof message);
+  const std::size_t blocks = rig.live_blocks();
+  EXPECT_EQ(type.from_xml(rig, rig.txn(), document, &rig.err, message, sizeof message), nullptr);
+  EXPECT_NE(rig.take_error(), 0);
+  EXPECT_NE(std::string(message).find("wlan_id"), std::string::npos) << message;
+  EXPECT_EQ(rig.live_blocks(), blocks);
+  kvt_xml_free(document);
+}
+
+}  // namespace
+}  // namespace table_test
