@@ -11,7 +11,8 @@ if(CMAKE_BUILD_TYPE STREQUAL "Debug")
   add_compile_options(-O1)
 endif()
 
-set(ZARN_LIBRARY_OPTIONS $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions> $<$<COMPILE_LANGUAGE:CXX>:-fno-rtti>)
+# Exported functions call each other directly, and other libraries' without a stub.
+set(ZARN_LIBRARY_OPTIONS -fno-semantic-interposition -fno-plt $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions> $<$<COMPILE_LANGUAGE:CXX>:-fno-rtti>)
 
 # A folder of the two libraries: hidden symbols, linked into each library that needs it.
 function(zarn_layer name)
