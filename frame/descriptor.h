@@ -103,7 +103,7 @@ struct KeyDesc {
   std::uint8_t size;     // bytes of that value; a string's are its two words
   e_avl_compare compare;
   bool (*same)(const void* payload_a, const void* payload_b);  // equal keys
-  std::uint32_t (*prefix)(const void* payload);  // what a node keeps of the key
+  std::uint32_t (*prefix)(const void* payload);                // what a node keeps of the key
   std::uint32_t message;                                       // first message of the key, counted from the table's
 };
 

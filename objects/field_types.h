@@ -158,8 +158,8 @@ struct FlagSet {
 template <class... Fields>
 struct FieldList {};
 
-// 31 bits of a value that order as the values do, as far as they tell them apart: of two values with different prefixes the
-// one with the lower prefix is the lower. Types without a prefix give the same one for all.
+// 31 bits of a value that order as the values do, as far as they tell them apart: of two values with different prefixes
+// the one with the lower prefix is the lower. Types without a prefix give the same one for all.
 template <class Type>
 std::uint32_t order_prefix(const void* p) {
   if constexpr (std::is_same_v<Type, U8>) {

@@ -1,5 +1,5 @@
-// Height-balanced trees over nodes inside the caller's blocks. A node is two links and a word that is the caller's. Nodes
-// are 4-aligned, so the lowest bit of each link tells that the subtree on its side is the higher one.
+// Height-balanced trees over nodes inside the caller's blocks. A node is two links and a word that is the caller's.
+// Nodes are 4-aligned, so the lowest bit of each link tells that the subtree on its side is the higher one.
 //
 // There are no links to parents: a change keeps its path on a stack, and moves by compare from the root.
 #include <cerrno>
@@ -218,8 +218,8 @@ int e_avl_delete(void* store, uint32_t txn, uint32_t* root, void* node, uint32_t
 void* e_avl_search(uint32_t root, const void* node, e_avl_compare compare) {
   Node* here = kvt::at(root);
   while (here) {
-    // Whichever way it goes, the next node is on its way while this one is compared, and so is the line before it, where
-    // the head of its block usually lies.
+    // Whichever way it goes, the next node is on its way while this one is compared, and so is the line before it,
+    // where the head of its block usually lies.
     for (int side = 0; side < 2; ++side) {
       const auto next = reinterpret_cast<std::uintptr_t>(kvt::child(here, side));
       __builtin_prefetch(reinterpret_cast<const void*>(next));

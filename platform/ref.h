@@ -68,6 +68,7 @@ void store_announced(kvt_handle* h, std::uint32_t txn, void* at, T value, void* 
 #define STORED_SIZE(T, n)                                                                            \
   static_assert(sizeof(T) == (n) && std::is_standard_layout_v<T> && std::is_trivially_copyable_v<T>, \
                 #T " is a stored format")
-#define STORED_FIELD(T, field, offset, type)                                                                     \
-  static_assert(offsetof(T, field) == (offset) && std::is_same_v<decltype(T::field), type>, #T "." #field " is " \
-                                                                                                          "stored")
+#define STORED_FIELD(T, field, offset, type)                                                              \
+  static_assert(offsetof(T, field) == (offset) && std::is_same_v<decltype(T::field), type>, #T "." #field \
+                                                                                               " is "     \
+                                                                                               "stored")

@@ -1,4 +1,5 @@
 # Includes point one way: a folder may include from those below it only.
+cmake_minimum_required(VERSION 3.25)
 set(below_frame platform)
 set(below_objects frame platform)
 set(below_serial objects frame platform)

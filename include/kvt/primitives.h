@@ -118,7 +118,7 @@ KVT_EXPORT int32_t kvt_boolean_compare(const void* a, const void* b);
     return 0;                                                                                                          \
   }                                                                                                                    \
   /** Copies the content; `p` ends with its own. With `p` and `source` holding one pointer (after a raw copy) `p` gets \
-     a duplicate and nothing is freed; when that fails `p` is left empty. ENOMEM. */                                         \
+     a duplicate and nothing is freed; when that fails `p` is left empty. ENOMEM. */                                   \
   KVT_EXPORT void X##_set(kvt_handle* handle, uint32_t txn, void* p, const void* source, int* err);                    \
   /** Frees the content and leaves the field empty; `free_it` is 0. */                                                 \
   KVT_EXPORT void X##_destroy_internal(kvt_handle* handle, uint32_t txn, void* p, int free_it);                        \

@@ -46,9 +46,10 @@ KVT_EXPORT void trans_gbt_trace_init(void);
 typedef int (*e_avl_compare)(const void* a, const void* b);
 typedef int (*e_avl_function)(void* node, void* argument);
 
-/// Ordered trees over 12-byte nodes that lie in the caller's blocks: two links, and a third word that the trees leave to the
-/// caller (who may keep there what tells two keys apart without a visit to them). `root` is the address of the tree's root word, or
-/// its value where nothing is written; `state` is a word that insert and delete keep beside it (the number of nodes).
+/// Ordered trees over 12-byte nodes that lie in the caller's blocks: two links, and a third word that the trees leave
+/// to the caller (who may keep there what tells two keys apart without a visit to them). `root` is the address of the
+/// tree's root word, or its value where nothing is written; `state` is a word that insert and delete keep beside it
+/// (the number of nodes).
 KVT_EXPORT int e_avl_insert(void* store, uint32_t txn, uint32_t* root, void* node, uint32_t* state,
                             e_avl_compare compare);
 /// Removes this very node; 0 if the tree does not hold it, also when it holds an equal one.

@@ -187,7 +187,8 @@ void table_record(const Output& out, const Table& table, const MessageIndex& mes
                          {"offset", number(f.offset)}});
     const bool is_enum = f.kind == Kind::kEnum;
     keys += fill(
-        "    {\"$(key)\", $(offset), $(size), $(table)_$(payload)_$(key)_avl_compare, same_key<$(table)::$(key)>, key_prefix<$(table)::$(key)>, "
+        "    {\"$(key)\", $(offset), $(size), $(table)_$(payload)_$(key)_avl_compare, same_key<$(table)::$(key)>, "
+        "key_prefix<$(table)::$(key)>, "
         "$(message)},\n",
         {{"key", f.name},
          {"offset", number(f.offset + (is_enum ? 8 : 0))},

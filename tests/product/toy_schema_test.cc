@@ -29,9 +29,9 @@ TEST_F(ToySchema, OutputIsTheGoldenOne) {
   const auto made = files_below(dir / "out");
   ASSERT_GT(made.size(), 10u);
   if (updating_golden()) fs::remove_all(golden_path("toy"));
-  for (const auto& [name, text] : made) expect_golden("toy/" + name, text);
+  for (const auto& [name, text] : made) expect_golden("toy/" + name + ".golden", text);
   for (const auto& [name, text] : files_below(golden_path("toy"))) {
-    EXPECT_TRUE(made.count(name)) << name << " is no longer made";
+    EXPECT_TRUE(made.count(fs::path(name).replace_extension().string())) << name << " is no longer made";
   }
 }
 

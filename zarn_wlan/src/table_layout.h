@@ -87,8 +87,9 @@ inline void report_contained(kvt_handle* h, std::uint32_t txn, int kind, void* c
   if (h->containment) kvtdb_record_containment(h, txn, kind, child, parent, 1);
 }
 
-// What an index node keeps in its own word while its record is in the tree: the key's prefix, marked by the highest bit, so
-// that most steps of a descent are decided without a visit to the payload. 0 elsewhere, and then the payload is asked.
+// What an index node keeps in its own word while its record is in the tree: the key's prefix, marked by the highest
+// bit, so that most steps of a descent are decided without a visit to the payload. 0 elsewhere, and then the payload is
+// asked.
 constexpr std::uint32_t kPrefixKept = 0x80000000u;
 constexpr std::ptrdiff_t kNodeWord = 8;
 
