@@ -76,6 +76,8 @@ struct StructDesc {
     const int built = static_cast<const std::int8_t*>(object)[5];
     return built < 0 || built > top ? top : built;
   }
+  // An object that an older library built ends before the fields of later variants.
+  bool has_room_for(const FieldDesc& field, const void* object) const { return field.variant <= built_index(object); }
 };
 
 // Enumerated and flag types; for a flag type the names are those of the bits.

@@ -12,6 +12,7 @@ namespace {
 // the source's already (a parent's raw copy brought it) isn't `dest`'s to give back.
 void release_strings(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* dest, const void* source) {
   for (const FieldDesc* f = type.fields; f != type.fields + type.field_count; ++f) {
+    if (!type.has_room_for(*f, dest)) continue;
     void* field = at_offset(dest, f->offset);
     const void* other = at_offset(source, f->offset);
     if (f->type->kind == FieldKind::kString && load<std::uint32_t>(field) != load<std::uint32_t>(other)) {
@@ -26,6 +27,7 @@ void release_strings(const StructDesc& type, kvt_handle* h, std::uint32_t txn, v
 void own_content(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* dest, const void* source, int* err) {
   for (const FieldDesc* f = type.fields; f != type.fields + type.field_count; ++f) {
     if (f->type->kind != FieldKind::kString && f->type->kind != FieldKind::kStruct) continue;
+    if (!type.has_room_for(*f, dest)) continue;
     int own = 0;
     f->type->set(h, txn, at_offset(dest, f->offset), at_offset(source, f->offset), &own);
     if (own && !*err) *err = own;

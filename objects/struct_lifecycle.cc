@@ -247,7 +247,8 @@ void struct_set_embedded(const StructDesc& type, kvt_handle* h, std::uint32_t tx
     return;
   }
   for (const FieldDesc* f = type.fields; f != type.fields + type.field_count; ++f) {
-    if (f->type->set_embedded) f->type->set_embedded(h, txn, at_offset(object, f->offset));
+    if (f->type->set_embedded && type.has_room_for(*f, object))
+      f->type->set_embedded(h, txn, at_offset(object, f->offset));
   }
   store_announced(h, txn, at_offset(object, 6), static_cast<std::uint8_t>(flags_of(object) | KVT_OBJ_EMBEDDED));
 }

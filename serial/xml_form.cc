@@ -75,7 +75,7 @@ void struct_from_xml(const StructDesc& type, kvt_handle* h, std::uint32_t txn, c
   }
   char child_path[kXmlPathSize];
   for (const FieldDesc* f = type.fields; f != type.fields + type.field_count; ++f) {
-    if (!has_xml(*f)) continue;
+    if (!has_xml(*f) || !type.has_room_for(*f, object)) continue;
     std::snprintf(child_path, sizeof child_path, "%s/%s", path, f->name);
     f->type->from_xml(h, txn, child_path, document, at_offset(object, f->offset), err, message, size);
     if (*err == kAbsent) *err = 0;

@@ -119,6 +119,7 @@ extern const char table_$(table)_name[] = "table $(table)";
 #include "frame/registration.h"
 
 uint16_t g_kvt_$(m)_trace_module_id = 0;
+uint16_t g_kvt_$(m)_stub_trace_module_id = 0;
 namespace {
 uint32_t g_trace_state = 0;
 }

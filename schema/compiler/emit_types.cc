@@ -109,6 +109,8 @@ KVT_EXPORT void $(m)_typeinfo_initialize(kvt_handle *handle, uint32_t txn, int *
 /// Binds the module's trace id; cheap and idempotent.
 KVT_EXPORT void kvt_$(m)_trace_init(void);
 KVT_EXPORT extern uint16_t g_kvt_$(m)_trace_module_id;
+/// The trace id of generated stubs of the module; kept for them, not read here.
+KVT_EXPORT extern uint16_t g_kvt_$(m)_stub_trace_module_id;
 )--",
                                   {{"m", m}}));
 }

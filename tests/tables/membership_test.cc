@@ -154,6 +154,33 @@ TEST_P(Membership, EqualKeyOfAnotherSourceOrTenantStandsBeside) {
 
 // A replicated table, which the runtime tells by a word of its own, lets go of a record only for the runtime's
 // clean-up.
+TEST_P(Membership, RecordOfOneTableIsNoBusinessOfAnother) {
+  void* other = open_table(rig, type, "other");
+  std::vector<void*> records;
+  for (unsigned n = 0; n < 3; ++n) {
+    records.push_back(make_record(rig, type, 1, n));
+    type.insert(rig, rig.txn(), table, records.back(), &rig.err);
+  }
+  ASSERT_EQ(rig.take_error(), 0);
+  void* record = records[1];
+  type.insert(rig, rig.txn(), other, record, &rig.err);
+  EXPECT_EQ(rig.take_error(), 17);
+  for (const auto remove : {type.remove, type.pkey_remove}) {
+    remove(rig, rig.txn(), other, record, &rig.err);
+    EXPECT_EQ(rig.take_error(), type.keys.size() == 1 && remove == type.pkey_remove ? 0 : 2);
+  }
+  EXPECT_EQ(record_count(other), 0u);
+  for (std::size_t key = 0; key < type.keys.size(); ++key) {
+    EXPECT_EQ(check_index(type, table, key), 0) << key;
+    EXPECT_TRUE(found(record, key)) << key;
+  }
+  // What a destroy takes out, no index may still lead to.
+  type.destroy(rig, rig.txn(), record, &rig.err);
+  EXPECT_EQ(rig.take_error(), 0);
+  EXPECT_EQ(record_count(table), 2u);
+  for (std::size_t key = 0; key < type.keys.size(); ++key) EXPECT_EQ(check_index(type, table, key), 0) << key;
+}
+
 TEST_P(Membership, ReplicatedTableRefusesADirectDelete) {
   void* record = make_record(rig, type);
   type.insert(rig, rig.txn(), table, record, &rig.err);

@@ -36,7 +36,12 @@ void add_to(kvt_handle* h, std::uint32_t txn, std::uint32_t* word, std::int32_t 
   store_announced(h, txn, word, *word + static_cast<std::uint32_t>(amount), owner);
 }
 
-void refuse_duplicate(const TableDesc& type, kvt_handle* h, unsigned key, int* err) {
+// Why an index did not take the record: an equal one is there, or the store refused the change.
+void refuse(const TableDesc& type, kvt_handle* h, void* table, void* record, unsigned key, int* err) {
+  if (!e_avl_search(*index_root(table, key), node_of(record, key), type.keys[key].compare)) {
+    fail(h, kEnomem, err);
+    return;
+  }
   if (!h->quiet_duplicates) trace(key_place(type, key), kKeyMessages, kMsgInsertExists);
   fail(h, kEexist, err);
 }
@@ -55,6 +60,13 @@ void drop_pending(kvt_handle* h, std::uint32_t txn, TableObject* table) {
 
 }  // namespace
 
+bool record_in_a_tree(const TableDesc& type, void* record) {
+  for (unsigned key = 0; key < type.key_count; ++key) {
+    if (*node_word(record, key)) return true;
+  }
+  return false;
+}
+
 void record_insert(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table, void* block, bool primary_only,
                    int* err) {
   if (!block) {
@@ -65,14 +77,20 @@ void record_insert(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void
   kvt_clear_last_error(h);
   RecordBlock* record = record_of(block);
   const std::uint32_t flags = record->record_flags;
-  if (!tree_insert(type, h, txn, table, record, 0)) return refuse_duplicate(type, h, 0, err);
+  if (record->table && record->table != cage_ref(table)) {
+    // Its nodes hang in another table's trees: entering it here would tear those.
+    trace(key_place(type, 0), kKeyMessages, kMsgInsertExists);
+    fail(h, kEexist, err);
+    return;
+  }
+  if (!tree_insert(type, h, txn, table, record, 0)) return refuse(type, h, table, record, 0, err);
   store_announced(h, txn, &record->table, cage_ref(table), record);
   for (unsigned key = 1; !primary_only && key < type.key_count; ++key) {
     if (tree_insert(type, h, txn, table, record, key)) continue;
     // No tree keeps a record that the table doesn't have.
     for (unsigned undo = key; undo-- > 0;) tree_delete(type, h, txn, table, record, undo);
     store_announced(h, txn, &record->table, std::uint32_t{0}, record);
-    return refuse_duplicate(type, h, key, err);
+    return refuse(type, h, table, record, key, err);
   }
   TableObject* t = table_of(table);
   add_to(h, txn, &t->record_count, 1, nullptr);
@@ -113,6 +131,10 @@ void record_remove(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void
     if (tree_delete(type, h, txn, table, record, key)) continue;
     // Out of the remaining trees too: the record may be freed after this.
     for (unsigned rest = key + 1; rest < type.key_count; ++rest) tree_delete(type, h, txn, table, record, rest);
+    if (primary_only && record->table != cage_ref(table)) {
+      // It stays whole in the table that has it.
+      store_announced(h, txn, &record->record_flags, flags, record);
+    }
     return say_missing(type, h, key, err);
   }
   if (primary_only || *err) return;

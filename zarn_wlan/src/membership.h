@@ -10,4 +10,7 @@ void record_insert(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void
 void record_remove(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table, void* record,
                    bool primary_only, int* err);
 
+// Whether an index of any table holds the record's node; such a block must not be freed.
+bool record_in_a_tree(const TableDesc& type, void* record);
+
 }  // namespace kvt

@@ -83,6 +83,7 @@ void* record_create_cr(const TableDesc& type, kvt_handle* h, std::uint32_t with_
 }
 
 std::uint32_t record_add_ref(kvt_handle* h, std::uint32_t txn, void* block, int* err) {
+  if (*err) return 0;
   if (!block) {
     fail(h, kEnoent, err);
     return 0;
@@ -106,9 +107,10 @@ std::uint32_t record_destroy(const TableDesc& type, kvt_handle* h, std::uint32_t
   if (left) return left;
   if (record->table && !(record->record_flags & kRecordKeepInTable)) {
     record_remove(type, h, txn, cage_at(record->table), record, false, err);
-    if (*err == kEinval) {
-      // The trees still hold the record: it stays whole, and keeps its last reference.
+    if (record_in_a_tree(type, record)) {
+      // The delete was refused: the record stays whole, and keeps its last reference.
       store_announced(h, txn, &record->ref_count, 1u);
+      if (!*err) fail(h, kEinval, err);
       return 1;
     }
     if (*err) {
