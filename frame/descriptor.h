@@ -141,7 +141,6 @@ struct TableDesc {
   std::uint16_t record_size;
   std::uint16_t payload_slot;
   std::uint32_t failure_offset;
-  void** tbi_cache;  // the table-by-id root last seen by this process
 
   void* failure_record() const { return static_cast<char*>(*module->failure_zone) + failure_offset; }
 };

@@ -205,14 +205,13 @@ $(keys)};
                  {{"table", table.name}, {"keys", key_structs}});
   source += fill(R"--(const KeyDesc $(table)_keys[] = {
 $(keys)};
-void* $(table)_tbi_cache = nullptr;
 const TableDesc $(table)::kDesc = {
     "$(table)", "//$(payload)", table_$(table)_luid, table_$(table)_luid_text, &$(record), &$(row), &k_module,
     {&k_table_messages, $(first), &$(trace)},
     {"$(payload)", $(plain), $(payload)_create, $(payload)_create_internal, $(payload)_destroy,
      $(payload)_set_instance_embedded, $(payload)_len, $(payload)_marshal, $(payload)_unmarshal, $(payload)_to_xml,
      $(payload)_from_xml},
-    $(table)_keys, $(count), $(object), $(row_size), $(slot), $(failure), &$(table)_tbi_cache};
+    $(table)_keys, $(count), $(object), $(row_size), $(slot), $(failure)};
 
 )--",
                  {{"table", table.name},
