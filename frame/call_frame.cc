@@ -9,12 +9,6 @@ void stop_corrupt_handle(const StructDesc& type) {
   kvt_fatal();
 }
 
-const kvt_type_record* linked_record(kvt_handle* h, std::uint32_t txn, const kvt_type_record* record,
-                                     const ModuleDesc& module) {
-  if (!h->mode) return record;
-  return kvt_type_info_ptr_get(h, txn, record, module.registrar);
-}
-
 void count_plain(const kvt_type_record* record, std::uint64_t* counter) {
   if (record->db_mode) {
     ++*counter;

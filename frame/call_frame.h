@@ -71,8 +71,10 @@ inline void start_trace(const ModuleDesc& module) {
 }
 
 // The record to be linked from an object of this handle: the static one, or the database's registered copy.
-const kvt_type_record* linked_record(kvt_handle* h, std::uint32_t txn, const kvt_type_record* record,
-                                     const ModuleDesc& module);
+inline const kvt_type_record* linked_record(kvt_handle* h, std::uint32_t txn, const kvt_type_record* record,
+                                            const ModuleDesc& module) {
+  return h->mode ? kvt_type_info_ptr_get(h, txn, record, module.registrar) : record;
+}
 
 // The entry of variant data to count in: the variant capped at the top; a negative one counts in entry 0, so that
 // nothing before the array is ever written.

@@ -35,8 +35,9 @@ struct FieldDesc {
   const kvt_type_record* target;  // of a reference
   std::uint16_t offset;
   std::uint16_t state;
-  std::int8_t variant;
   std::uint16_t message;  // of a reference: its first message, counted from its type's
+  std::int8_t variant;
+  FieldKind kind;  // the type's, where a walk finds it at once
 };
 
 // One schema module as its types see it.

@@ -15,7 +15,7 @@ void release_strings(const StructDesc& type, kvt_handle* h, std::uint32_t txn, v
     if (!type.has_room_for(*f, dest)) continue;
     void* field = at_offset(dest, f->offset);
     const void* other = at_offset(source, f->offset);
-    if (f->type->kind == FieldKind::kString && load<std::uint32_t>(field) != load<std::uint32_t>(other)) {
+    if (f->kind == FieldKind::kString && load<std::uint32_t>(field) != load<std::uint32_t>(other)) {
       f->type->destroy(h, txn, field, 0);
     }
     if (f->type->nested) release_strings(*f->type->nested, h, txn, field, other);
@@ -26,7 +26,7 @@ void release_strings(const StructDesc& type, kvt_handle* h, std::uint32_t txn, v
 // set with a slot of its own, and the first failure is told.
 void own_content(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* dest, const void* source, int* err) {
   for (const FieldDesc* f = type.fields; f != type.fields + type.field_count; ++f) {
-    if (f->type->kind != FieldKind::kString && f->type->kind != FieldKind::kStruct) continue;
+    if (f->kind != FieldKind::kString && f->kind != FieldKind::kStruct) continue;
     if (!type.has_room_for(*f, dest)) continue;
     int own = 0;
     f->type->set(h, txn, at_offset(dest, f->offset), at_offset(source, f->offset), &own);

@@ -18,9 +18,14 @@ struct Announcer {
   }
 };
 
+// Strings and booleans are ready when they are zero.
+bool has_initializer(FieldKind kind) {
+  return kind == FieldKind::kStruct || kind == FieldKind::kEnum || kind == FieldKind::kFlag;
+}
+
 void set_target_links(const StructDesc& type, const Announcer& announcer, void* object, int* err) {
   for (const FieldDesc* f = type.fields; f != type.fields + type.field_count; ++f) {
-    if (f->type->kind != FieldKind::kReference) continue;
+    if (f->kind != FieldKind::kReference) continue;
     const kvt_type_record* target = linked_record(announcer.h, announcer.txn, f->target, *type.module);
     if (!target) return fail(announcer.h, kEnomem, err);
     announcer.put(at_offset(object, f->offset), kvt_type_link_of(target));
@@ -66,10 +71,14 @@ bool release_fields(const StructDesc& type, kvt_handle* h, std::uint32_t txn, vo
   for (const FieldDesc* f = type.fields; f != type.fields + type.field_count; ++f) {
     if (variant < f->variant) continue;
     void* field = at_offset(object, f->offset);
-    if (f->type->kind == FieldKind::kString || f->type->kind == FieldKind::kStruct) {
-      if (*err && f->type->kind == FieldKind::kStruct) trace(type.trace, kStructMessages, kMsgStructCountError);
-      f->type->destroy(h, txn, field, 0);
-    } else if (f->type->kind == FieldKind::kReference) {
+    if (f->kind == FieldKind::kString || f->kind == FieldKind::kStruct) {
+      if (*err && f->kind == FieldKind::kStruct) trace(type.trace, kStructMessages, kMsgStructCountError);
+      if (f->type->nested) {
+        struct_destroy_internal(*f->type->nested, h, txn, field, 0);
+      } else {
+        f->type->destroy(h, txn, field, 0);
+      }
+    } else if (f->kind == FieldKind::kReference) {
       kvtlib_oid_release_internal(h, txn, field, err);
       if (*err) {
         const TracePlace place{type.trace.table, type.trace.first + f->message, type.trace.module};
@@ -178,7 +187,7 @@ void struct_initialize(const StructDesc& type, kvt_handle* h, std::uint32_t txn,
   const Announcer announcer{h, txn, announce != 0};
   const int variant = cap_variant(kvt_domain_lookup_variant(h, &h->domain, record, err), type.top);
   if (!*err) {
-    set_target_links(type, announcer, object, err);
+    if (type.oid_count) set_target_links(type, announcer, object, err);
     announcer.put(at_offset(object, 5), type.top);
     announcer.put(at_offset(object, 4), static_cast<std::int8_t>(variant));
   }
@@ -201,9 +210,14 @@ void struct_initialize(const StructDesc& type, kvt_handle* h, std::uint32_t txn,
     if (!place_state(type, h, txn, object, sttr_base, err)) return;
   }
   for (const FieldDesc* f = type.fields; f != type.fields + type.field_count; ++f) {
-    if (!f->type->initialize) continue;
-    f->type->initialize(h, txn, at_offset(object, f->offset), f->type->record, announce, no_stats, KVT_OBJ_NESTED,
-                        sttr_base, err);
+    if (!has_initializer(f->kind)) continue;
+    void* field = at_offset(object, f->offset);
+    const FieldType& of = *f->type;
+    if (of.nested) {
+      struct_initialize(*of.nested, h, txn, field, of.record, announce, no_stats, KVT_OBJ_NESTED, sttr_base, err);
+    } else {
+      of.initialize(h, txn, field, of.record, announce, no_stats, KVT_OBJ_NESTED, sttr_base, err);
+    }
   }
 }
 

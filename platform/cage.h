@@ -31,7 +31,8 @@ inline constexpr std::uint32_t kStoreBegin = 0xE00000;  // [kStoreBegin, kPrivat
 inline constexpr std::uint32_t kPrivateBegin = 0x1000000;
 inline constexpr std::uint32_t kDatabaseBegin = 0x50000000;
 inline constexpr std::uint32_t kSlotSize = 0x10000000;
-inline constexpr std::uint32_t kNumberBegin = 0xF0000000;  // from here on a word is the number of a static record
+inline constexpr std::uint32_t kNumberBegin =
+    KVT_STATIC_NUMBERS;  // from here on a word is the number of a static record
 static_assert(kDatabaseBegin + std::uint64_t{kSlotSize} * KVT_DATABASE_SLOTS == kNumberBegin);
 
 inline constexpr bool is_static_number(std::uint32_t word) { return word >= kNumberBegin; }

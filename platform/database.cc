@@ -229,6 +229,10 @@ void* Database::alloc(std::uint32_t size) {
   return heap_.alloc(size);
 }
 
+std::uint32_t Database::size_of_block(const void* block) const {
+  return heap_.is_block(block) ? Heap::size_of_block(block) : 0;
+}
+
 void Database::free(void* block) {
   std::uint32_t at = cage_ref(block);
   if (in_slot(block) && is_permanent(at)) return free_permanent(at);

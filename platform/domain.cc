@@ -39,7 +39,7 @@ int kvt_domain_allow_table(kvt_handle* handle, const kvt_type_record* record, in
   return 0;
 }
 
-int kvt_domain_lookup_variant(kvt_handle*, const kvt_domain* domain, const kvt_type_record* record, int*) {
+int kvt_domain_rule_variant(const kvt_domain* domain, const kvt_type_record* record) {
   const kvt::DomainRules::Rule* rule = kvt::find(domain, record);
   return rule ? rule->variant : kvt::kVariantUnlimited;
 }
@@ -47,15 +47,4 @@ int kvt_domain_lookup_variant(kvt_handle*, const kvt_domain* domain, const kvt_t
 int kvt_domain_lookup_table_ok(kvt_handle*, const kvt_domain* domain, const kvt_type_record* record, int*) {
   const kvt::DomainRules::Rule* rule = kvt::find(domain, record);
   return rule ? rule->table_allowed : 1;
-}
-
-void kvtlib_adjust_variant(kvt_handle* handle, uint32_t txn, void* object, const kvt_type_record* record, int top,
-                           int* err) {
-  if (*err || !object) return;
-  auto* bytes = static_cast<int8_t*>(object);
-  int now = bytes[4];
-  int limit = std::min<int>(top, bytes[5]);
-  if (now < 0 || now >= limit) return;
-  limit = std::min(limit, kvt_domain_lookup_variant(handle, &handle->domain, record, err));
-  if (limit > now) kvt::store_announced(handle, txn, &bytes[4], static_cast<int8_t>(limit));
 }

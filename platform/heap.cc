@@ -209,6 +209,8 @@ bool Heap::is_block(const void* block) const {
   return backing_->holds(chunk + size) && previous_size(chunk + size) == size;
 }
 
+std::uint32_t Heap::size_of_block(const void* block) { return size_of(cage_ref(block) - kHeader) - kHeader; }
+
 void Heap::mark_pending(void* block) {
   std::uint32_t chunk = cage_ref(block) - kHeader;
   set(chunk, get(chunk) | kPending);

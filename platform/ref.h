@@ -7,11 +7,7 @@
 #include <cstring>
 #include <type_traits>
 
-#include "kvt/handle.h"
-
-extern "C" {
-KVT_EXPORT extern char* kvt_cage_base;  // set before any other constructor runs; never changes
-}
+#include "kvt/type_record.h"
 
 namespace kvt {
 

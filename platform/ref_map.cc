@@ -1,5 +1,6 @@
 // Open addressing with linear probing; removal moves later entries up, so that no dead entries pile up where objects
-// come and go all day.
+// come and go all day. Keys of one granule of 256 bytes have their homes side by side, one for each 32 bytes: the
+// nested objects of a block share cache lines, and all keys within a block are found without trying each address.
 #include "platform/ref_map.h"
 
 #include <bit>
@@ -17,8 +18,13 @@ STORED_SIZE(Entry, 8);
 
 constexpr std::uint32_t kFirstCapacity = 64;
 
+constexpr std::uint32_t kStep = 32;
+constexpr std::uint32_t kHomesOfGranule = 8;
+
 std::uint32_t home_of(const RefMapHead& map, std::uint32_t key) {
-  return (key * 2654435769u) >> (32 - std::countr_zero(map.capacity));
+  const std::uint32_t granule = key / (kStep * kHomesOfGranule);
+  const std::uint32_t first = (granule * 2654435769u) >> (32 - std::countr_zero(map.capacity));
+  return (first & ~(kHomesOfGranule - 1)) + key / kStep % kHomesOfGranule;
 }
 Entry* entries_of(const RefMapHead& map) { return static_cast<Entry*>(cage_at(map.entries)); }
 
@@ -56,22 +62,24 @@ const std::uint32_t* ref_map_find(const RefMapHead& map, std::uint32_t key) {
 }
 
 int ref_map_put(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t key, std::uint32_t value) {
+  if (Entry* entry = map->count ? probe(*map, key) : nullptr; entry && entry->key) {
+    return entry->value == value || store.write(&entry->value, value, txn) ? 0 : EPERM;
+  }
   if (!store.announce_range(&map->count, sizeof map->count, txn)) return EPERM;
   if (map->count + 1 > map->capacity / 4 * 3) {
     if (int error = enlarge(store, txn, map)) return error;
   }
-  Entry* entry = probe(*map, key);
-  bool is_new = entry->key == 0;
-  store.write(entry, Entry{key, value}, txn);
-  if (is_new) map->count++;
+  store.write(probe(*map, key), Entry{key, value}, txn);
+  map->count++;
   return 0;
 }
 
-bool ref_map_remove(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t key) {
-  if (!ref_map_find(*map, key) || !store.announce_range(&map->count, sizeof map->count, txn)) return false;
+namespace {
+
+bool remove_at(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t hole) {
+  if (!store.announce_range(&map->count, sizeof map->count, txn)) return false;
   Entry* entries = entries_of(*map);
   std::uint32_t mask = map->capacity - 1;
-  std::uint32_t hole = static_cast<std::uint32_t>(probe(*map, key) - entries);
   for (std::uint32_t i = (hole + 1) & mask; entries[i].key; i = (i + 1) & mask) {
     // An entry may move up unless its home lies behind the hole, seen from the entry.
     if (((i - home_of(*map, entries[i].key)) & mask) < ((i - hole) & mask)) continue;
@@ -81,6 +89,33 @@ bool ref_map_remove(Store& store, std::uint32_t txn, RefMapHead* map, std::uint3
   store.write(&entries[hole], Entry{0, 0}, txn);
   map->count--;
   return true;
+}
+
+}  // namespace
+
+bool ref_map_remove(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t key) {
+  return ref_map_find(*map, key) &&
+         remove_at(store, txn, map, static_cast<std::uint32_t>(probe(*map, key) - entries_of(*map)));
+}
+
+void ref_map_remove_range(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t begin, std::uint32_t end) {
+  if (!map->count || begin >= end) return;
+  Entry* entries = entries_of(*map);
+  const std::uint32_t mask = map->capacity - 1;
+  auto clear = [&](std::uint32_t i) {
+    while (entries[i].key) {
+      if (entries[i].key - begin >= end - begin) {
+        i = (i + 1) & mask;
+      } else if (!remove_at(store, txn, map, i)) {
+        return;
+      }
+    }
+  };
+  if ((end - begin) / kStep >= map->capacity) {
+    for (std::uint32_t i = 0; i <= mask; i++) clear(i);
+    return;
+  }
+  for (std::uint32_t key = begin / kStep; key <= (end - 1) / kStep; key++) clear(home_of(*map, key * kStep));
 }
 
 }  // namespace kvt

@@ -7,24 +7,12 @@
 #include "platform/key_store.h"
 
 kvt_module_root kvt_module_tot_root = {0, nullptr, &kvt_module_tot_root.first};
+kvt_static_module kvt_static_modules[256];
 
 namespace kvt {
 namespace {
 
 constexpr std::size_t kFlagsAt = 6;
-
-struct Module {
-  std::atomic<const kvt_static_type*> types;
-  std::atomic<std::uint32_t> count;
-};
-Module modules[256];
-
-const kvt_static_type* static_type(std::uint32_t number) {
-  const Module& module = modules[number >> 20 & 0xFF];
-  std::uint32_t index = number & 0xFFFFF;
-  return index < module.count.load(std::memory_order_acquire) ? module.types.load(std::memory_order_relaxed) + index
-                                                              : nullptr;
-}
 
 bool is_owned(const void* object) { return load<std::uint8_t>(at_offset(object, kFlagsAt)) & KVT_OBJ_TYPE_LINK_OWNED; }
 
@@ -37,22 +25,9 @@ const void* link_cell(const void* object) {
   return load<std::uint32_t>(at) == KVT_TYPE_MAGIC ? object : at;
 }
 
-const kvt_type_record* record_of(const void* object) {
-  return object ? kvt_type_link_at(load<std::uint32_t>(link_cell(object))) : nullptr;
-}
-
 // The cache speaks of the handle's own registry; a caller that puts another one in its place is asked each time.
 bool has_own_registry(const kvt_handle* handle) {
   return handle->registry == handle->runtime->store && handle->key_get == key_get;
-}
-
-void count(kvt_handle* handle, std::uint32_t txn, const kvt_type_record* record, std::uint64_t* counter) {
-  if (record->db_mode == 0) {
-    std::atomic_ref(*counter).fetch_add(1, std::memory_order_seq_cst);  // a full barrier to both sides
-    return;
-  }
-  handle->set_counter(handle, counter, 1, txn);
-  ++*counter;
 }
 
 }  // namespace
@@ -63,48 +38,27 @@ using namespace kvt;
 void kvt_static_types_set(uint32_t module, const kvt_static_type* types, uint32_t count) {
   if (module == 0 || module > 255) return;
   // No reader may see the new count with the old types.
-  modules[module].count.store(0, std::memory_order_release);
-  modules[module].types.store(types, std::memory_order_release);
-  modules[module].count.store(count, std::memory_order_release);
+  kvt_static_module& it = kvt_static_modules[module];
+  std::atomic_ref(it.count).store(0, std::memory_order_release);
+  std::atomic_ref(it.types).store(types, std::memory_order_release);
+  std::atomic_ref(it.count).store(count, std::memory_order_release);
 }
 
-const kvt_variant_data* kvt_varinfo_of(const kvt_type_record* record) {
-  if (!is_static_number(record->varinfo)) return static_cast<const kvt_variant_data*>(cage_at(record->varinfo));
-  const kvt_static_type* type = static_type(record->varinfo);
-  return type ? type->varinfo : nullptr;
+const kvt_type_record* kvt_owned_type_info(const void* object) {
+  return kvt_type_link_at(load<std::uint32_t>(link_cell(object)));
 }
-
-kvt_variant_entry* kvt_variant_entries(const kvt_variant_data* varinfo) {
-  if (!is_static_number(varinfo->variants)) return static_cast<kvt_variant_entry*>(cage_at(varinfo->variants));
-  const kvt_static_type* type = static_type(varinfo->variants);
-  return type ? type->entries : nullptr;
-}
-
-uint32_t kvt_type_link_of(const kvt_type_record* record) {
-  if (!record) return 0;
-  if (in_cage(record)) return cage_ref(record);
-  return is_static_number(record->varinfo) ? record->varinfo : 0;
-}
-
-const kvt_type_record* kvt_type_link_at(uint32_t link) {
-  if (!is_static_number(link)) return static_cast<const kvt_type_record*>(cage_at(link));
-  const kvt_static_type* type = static_type(link);
-  return type ? type->record : nullptr;
-}
-
-const kvt_type_record* kvt_get_manifested_type_info(const void* object, int*) { return record_of(object); }
 
 void* kvt_get_manifested_type_info_ptr_mem(void* object, int*) {
   return object ? const_cast<void*>(link_cell(object)) : nullptr;
 }
 
 const uint8_t* kvt_get_luid(kvt_handle*, uint32_t, const void* object, int* err) {
-  const kvt_type_record* record = *err ? nullptr : record_of(object);
+  const kvt_type_record* record = *err ? nullptr : kvt_get_manifested_type_info(object, err);
   return record ? record->luid : nullptr;
 }
 
 const char* kvt_get_name(kvt_handle*, uint32_t, const void* object, int* err) {
-  const kvt_type_record* record = *err ? nullptr : record_of(object);
+  const kvt_type_record* record = *err ? nullptr : kvt_get_manifested_type_info(object, err);
   return record ? record->name : nullptr;
 }
 
@@ -161,14 +115,4 @@ void kvt_update_variant_info(kvt_handle* handle, uint32_t, kvt_type_record* copy
   // since a reader may be in it.
   std::atomic_ref(own->variants).store(cage_ref(entries), std::memory_order_release);
   std::atomic_ref(own->n_variants).store(from->n_variants, std::memory_order_release);
-}
-
-void kvtlib_type_stats_create_object(kvt_handle* handle, uint32_t txn, const kvt_type_record* record, uint64_t* counter,
-                                     int* err) {
-  if (!*err) count(handle, txn, record, counter);
-}
-
-void kvtlib_type_stats_destroy_object(kvt_handle* handle, uint32_t txn, const kvt_type_record* record,
-                                      uint64_t* counter, int* err) {
-  if (!*err) count(handle, txn, record, counter + 1);
 }

@@ -8,6 +8,7 @@
 
 #include "platform/database.h"
 #include "platform/messages.h"
+#include "platform/ref_map.h"
 
 namespace kvt {
 namespace {
@@ -105,6 +106,7 @@ void Store::free(std::uint32_t txn, void* block) {
   if (!block) return;
   if (!database_) {
     if (!heap_.is_block(block)) stop(Message::kBadFree);
+    forget_sides(txn, block, Heap::size_of_block(block));
     heap_.free(block);
     return;
   }
@@ -112,11 +114,18 @@ void Store::free(std::uint32_t txn, void* block) {
     trace(Message::kFreeRefused, KVT_LEVEL_ERROR);
     return;
   }
+  forget_sides(txn, block, database_->size_of_block(block));
   database_->free(block);
 }
 
-bool Store::announce_range(void* at, std::uint32_t length, std::uint32_t txn) {
-  return !database_ || database_->announce_range(this, at, length, txn);
+// An object that lost a variant goes without a word about the objects nested above it.
+void Store::forget_sides(std::uint32_t txn, void* block, std::uint32_t size) {
+  const std::uint32_t begin = cage_ref(block);
+  ref_map_remove_range(*this, txn, &roots_->sides, begin, begin + size);
+}
+
+bool Store::announce_shared(void* at, std::uint32_t length, std::uint32_t txn) {
+  return database_->announce_range(this, at, length, txn);
 }
 
 bool Store::reserve(std::uint32_t bytes) {
@@ -136,6 +145,8 @@ void* registry_alloc(void* pool, std::uint32_t, std::uint32_t size) {
 int set_range(kvt_handle* handle, void* address, std::uint32_t length, std::uint32_t txn, void*) {
   return nadra_set_range(handle->store, address, length, txn);
 }
+
+int set_range_private(kvt_handle*, void*, std::uint32_t, std::uint32_t, void*) { return 1; }
 
 int set_counter(kvt_handle* handle, void* address, std::uint64_t, std::uint32_t txn) {
   return nadra_set_range(handle->store, address, 8, txn);

@@ -59,7 +59,9 @@ class Store : public HeapBacking {
   bool is_permanent(const void* address) const;
   void free(std::uint32_t txn, void* block);
   // True when the range may be written now; its bytes are then safe.
-  bool announce_range(void* at, std::uint32_t length, std::uint32_t txn);
+  bool announce_range(void* at, std::uint32_t length, std::uint32_t txn) {
+    return !database_ || announce_shared(at, length, txn);
+  }
   // Whether `bytes` of undo log are at hand, for changes that must not be cut off half way.
   bool reserve(std::uint32_t bytes);
   template <class T>
@@ -76,6 +78,8 @@ class Store : public HeapBacking {
  private:
   Store() = default;
   static Store* make();
+  bool announce_shared(void* at, std::uint32_t length, std::uint32_t txn);
+  void forget_sides(std::uint32_t txn, void* block, std::uint32_t size);
 
   bool alive_ = false;
   Database* database_ = nullptr;
@@ -90,6 +94,8 @@ void* store_alloc(void* store, std::uint32_t txn, std::uint32_t size);
 void store_free(void* store, std::uint32_t txn, void* address);
 void* registry_alloc(void* pool, std::uint32_t txn, std::uint32_t size);
 int set_range(kvt_handle* handle, void* address, std::uint32_t length, std::uint32_t txn, void* owner);
+// Nothing that is private can be taken back, so there is nothing to save.
+int set_range_private(kvt_handle* handle, void* address, std::uint32_t length, std::uint32_t txn, void* owner);
 int set_counter(kvt_handle* handle, void* address, std::uint64_t amount, std::uint32_t txn);
 
 }  // namespace kvt

@@ -33,24 +33,51 @@ static inline uint8_t kvt_get_instance_obj_flag(const void* object, int a, int b
 }
 static inline void* memset_cr(void* dest, int byte, size_t length) { return memset(dest, byte, length); }
 
+/// The record behind a type link that the object owns a block for.
+KVT_EXPORT const kvt_type_record* kvt_owned_type_info(const void* object);
 /// The object's type record; NULL for an object without one.
-KVT_EXPORT const kvt_type_record* kvt_get_manifested_type_info(const void* object, int* err);
+static inline const kvt_type_record* kvt_get_manifested_type_info(const void* object, int* err) {
+  uint32_t link;
+  (void)err;
+  if (!object) return 0;
+  memcpy(&link, object, sizeof link);
+  if (link < KVT_STATIC_NUMBERS && ((const uint8_t*)object)[6] & KVT_OBJ_TYPE_LINK_OWNED)
+    return kvt_owned_type_info(object);
+  return kvt_type_link_at(link);
+}
 /// The 4-byte cell that holds the object's type link.
 KVT_EXPORT void* kvt_get_manifested_type_info_ptr_mem(void* object, int* err);
 /// The 16 bytes of the object's type identity; also for tables and records. NULL without a type record.
 KVT_EXPORT const uint8_t* kvt_get_luid(kvt_handle* handle, uint32_t txn, const void* object, int* err);
 /// The object's type name.
 KVT_EXPORT const char* kvt_get_name(kvt_handle* handle, uint32_t txn, const void* object, int* err);
+/// The rule of a domain that has rules.
+KVT_EXPORT int kvt_domain_rule_variant(const kvt_domain* domain, const kvt_type_record* record);
 /// The variant that the domain allows for a type: 127 unless limited, negative when the type isn't allowed.
-KVT_EXPORT int kvt_domain_lookup_variant(kvt_handle* handle, const kvt_domain* domain, const kvt_type_record* record,
-                                         int* err);
+static inline int kvt_domain_lookup_variant(kvt_handle* handle, const kvt_domain* domain, const kvt_type_record* record,
+                                            int* err) {
+  (void)handle;
+  (void)err;
+  return domain && domain->rules ? kvt_domain_rule_variant(domain, record) : 127;
+}
 /// Not 0 if the domain allows the table (told by its table type record).
 KVT_EXPORT int kvt_domain_lookup_table_ok(kvt_handle* handle, const kvt_domain* domain, const kvt_type_record* record,
                                           int* err);
 /// Raises the object's variant to what domain, `top` and its built variant allow; never lowers it, and leaves a
 /// negative variant alone. Announces the byte.
-KVT_EXPORT void kvtlib_adjust_variant(kvt_handle* handle, uint32_t txn, void* object, const kvt_type_record* record,
-                                      int top, int* err);
+static inline void kvtlib_adjust_variant(kvt_handle* handle, uint32_t txn, void* object, const kvt_type_record* record,
+                                         int top, int* err) {
+  int8_t* bytes = (int8_t*)object;
+  int limit, allowed;
+  if (*err || !object) return;
+  limit = top < bytes[5] ? top : bytes[5];
+  if (bytes[4] < 0 || bytes[4] >= limit) return;
+  allowed = kvt_domain_lookup_variant(handle, &handle->domain, record, err);
+  if (allowed < limit) limit = allowed;
+  if (limit <= bytes[4]) return;
+  handle->set_range(handle, &bytes[4], 1, txn, 0);
+  bytes[4] = (int8_t)limit;
+}
 /// The registered copy of a static record; runs `init` when there is none. NULL when that fails.
 KVT_EXPORT const kvt_type_record* kvt_type_info_ptr_get(kvt_handle* handle, uint32_t txn, const kvt_type_record* record,
                                                         kvt_typeinfo_init init);
@@ -59,10 +86,20 @@ KVT_EXPORT const kvt_type_record* kvt_type_info_ptr_get(kvt_handle* handle, uint
 KVT_EXPORT void kvt_update_variant_info(kvt_handle* handle, uint32_t txn, kvt_type_record* copy,
                                         const kvt_type_record* record, int is_new);
 /// Counts an object in or out. `counter` is the address of the variant entry's `created` counter for both.
-KVT_EXPORT void kvtlib_type_stats_create_object(kvt_handle* handle, uint32_t txn, const kvt_type_record* record,
-                                                uint64_t* counter, int* err);
-KVT_EXPORT void kvtlib_type_stats_destroy_object(kvt_handle* handle, uint32_t txn, const kvt_type_record* record,
-                                                 uint64_t* counter, int* err);
+static inline void kvtlib_type_stats_create_object(kvt_handle* handle, uint32_t txn, const kvt_type_record* record,
+                                                   uint64_t* counter, int* err) {
+  if (*err) return;
+  if (record->db_mode) {
+    handle->set_counter(handle, counter, 1, txn);
+    ++*counter;
+  } else {
+    __atomic_fetch_add(counter, 1, __ATOMIC_SEQ_CST); /* a full barrier to both sides */
+  }
+}
+static inline void kvtlib_type_stats_destroy_object(kvt_handle* handle, uint32_t txn, const kvt_type_record* record,
+                                                    uint64_t* counter, int* err) {
+  kvtlib_type_stats_create_object(handle, txn, record, counter + 1, err);
+}
 /// Where an object's state block begins, counted from the object; 0 when nothing was stored.
 KVT_EXPORT int32_t kvtlib_get_sttr_offset(kvt_handle* handle, uint32_t txn, const void* object);
 /// Stores that offset and sets flag 0x40 of the object.

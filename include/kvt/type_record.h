@@ -71,18 +71,60 @@ typedef struct kvt_module_root {
 
 KVT_EXPORT extern kvt_module_root kvt_module_tot_root;
 
+/// The static types of one module, as the inline functions below read them.
+typedef struct kvt_static_module {
+  const kvt_static_type* types;
+  uint32_t count;
+} kvt_static_module;
+/// By module number. Written by kvt_static_types_set alone.
+KVT_EXPORT extern kvt_static_module kvt_static_modules[256];
+/// Where the cage begins; the address of reference 0. Set before any constructor runs.
+KVT_EXPORT extern char* kvt_cage_base;
+
+/// References from here on are numbers of static records.
+#define KVT_STATIC_NUMBERS 0xF0000000u
+
 /// Tells the runtime which static types a module number (1..255) stands for. Called by the module's constructor; the
 /// array must live as long as the module. `count` 0 takes the module away.
 KVT_EXPORT void kvt_static_types_set(uint32_t module, const kvt_static_type* types, uint32_t count);
 
+/// The static type of a number; NULL for one that no loaded module has.
+static inline const kvt_static_type* kvt_static_type_at(uint32_t number) {
+  const kvt_static_module* module = &kvt_static_modules[number >> 20 & 0xFF];
+  uint32_t index = number & 0xFFFFF;
+  if (index >= __atomic_load_n(&module->count, __ATOMIC_ACQUIRE)) return 0;
+  return __atomic_load_n(&module->types, __ATOMIC_RELAXED) + index;
+}
 /// The variant data of a record, static or registered; NULL if it has none.
-KVT_EXPORT const kvt_variant_data* kvt_varinfo_of(const kvt_type_record* record);
+static inline const kvt_variant_data* kvt_varinfo_of(const kvt_type_record* record) {
+  const kvt_static_type* type;
+  if (record->varinfo < KVT_STATIC_NUMBERS)
+    return (const kvt_variant_data*)(record->varinfo ? kvt_cage_base + record->varinfo : 0);
+  type = kvt_static_type_at(record->varinfo);
+  return type ? type->varinfo : 0;
+}
 /// The entries of variant data, static or registered.
-KVT_EXPORT kvt_variant_entry* kvt_variant_entries(const kvt_variant_data* varinfo);
+static inline kvt_variant_entry* kvt_variant_entries(const kvt_variant_data* varinfo) {
+  const kvt_static_type* type;
+  if (varinfo->variants < KVT_STATIC_NUMBERS)
+    return (kvt_variant_entry*)(void*)(varinfo->variants ? kvt_cage_base + varinfo->variants : 0);
+  type = kvt_static_type_at(varinfo->variants);
+  return type ? type->entries : 0;
+}
 /// What stands in a stored 4-byte type link for a record: its number if static, its reference otherwise.
-KVT_EXPORT uint32_t kvt_type_link_of(const kvt_type_record* record);
+static inline uint32_t kvt_type_link_of(const kvt_type_record* record) {
+  uintptr_t place = (uintptr_t)record - (uintptr_t)kvt_cage_base;
+  if (!record) return 0;
+  if (place < KVT_STATIC_NUMBERS) return (uint32_t)place;
+  return record->varinfo >= KVT_STATIC_NUMBERS ? record->varinfo : 0;
+}
 /// The record that a stored type link stands for; NULL for 0 and for a number that no loaded module has.
-KVT_EXPORT const kvt_type_record* kvt_type_link_at(uint32_t link);
+static inline const kvt_type_record* kvt_type_link_at(uint32_t link) {
+  const kvt_static_type* type;
+  if (link < KVT_STATIC_NUMBERS) return (const kvt_type_record*)(void*)(link ? kvt_cage_base + link : 0);
+  type = kvt_static_type_at(link);
+  return type ? type->record : 0;
+}
 
 /// Registers a module's types in the handle's registry; the form of the callback of kvt_type_info_ptr_get.
 typedef void (*kvt_typeinfo_init)(kvt_handle* handle, uint32_t txn, int* err);

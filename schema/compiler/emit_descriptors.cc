@@ -46,6 +46,30 @@ $(fields)  using Fields = FieldList<$(names)>;
                  {{"type", type.name}, {"top", std::to_string(type.top)}, {"fields", fields}, {"names", names}});
 }
 
+const char* field_kind(const Field& f) {
+  switch (f.kind) {
+    case Kind::kInteger:
+      return "kInteger";
+    case Kind::kBoolean:
+      return "kBoolean";
+    case Kind::kVstring:
+    case Kind::kAesVstring:
+    case Kind::kBytestr:
+      return "kString";
+    case Kind::kEnum:
+      return "kEnum";
+    case Kind::kFlag:
+      return "kFlag";
+    case Kind::kStruct:
+      return "kStruct";
+    case Kind::kReference:
+      return "kReference";
+    case Kind::kTimer:
+      return "kTimer";
+  }
+  return nullptr;
+}
+
 std::string target_record(const Field& f) {
   if (f.target_table) return "&" + table_record_symbol(*f.target_table);
   if (f.target_struct) return "&" + record_symbol(f.target_struct->name);
@@ -75,14 +99,16 @@ void struct_tables(const Output& out, const Struct& type, const MessageIndex& me
   for (const Field& f : type.fields) {
     oids += f.kind == Kind::kReference;
     nested = nested || f.kind == Kind::kStruct;
-    fields += fill("    {\"$(name)\", &$(ftype), $(target), $(offset), $(state), $(variant), $(message)},\n",
-                   {{"name", f.name},
-                    {"ftype", field_type_symbol(f)},
-                    {"target", target_record(f)},
-                    {"offset", number(f.offset)},
-                    {"state", number(f.state)},
-                    {"variant", std::to_string(f.variant)},
-                    {"message", number(f.kind == Kind::kReference ? reference_message(type, f) : 0)}});
+    fields += fill(
+        "    {\"$(name)\", &$(ftype), $(target), $(offset), $(state), $(message), $(variant), FieldKind::$(kind)},\n",
+        {{"name", f.name},
+         {"ftype", field_type_symbol(f)},
+         {"target", target_record(f)},
+         {"offset", number(f.offset)},
+         {"state", number(f.state)},
+         {"variant", std::to_string(f.variant)},
+         {"kind", field_kind(f)},
+         {"message", number(f.kind == Kind::kReference ? reference_message(type, f) : 0)}});
   }
   source += fill(kStructTables, {{"type", type.name},
                                  {"record", record_symbol(type.name)},

@@ -5,6 +5,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -206,6 +209,43 @@ TEST_P(Registry, SideDataFollowsPutAndRemove) {
   kvtlib_update_sttr_offset(handle, txn, objects[1], -7);
   for (int i = 0; i < 3000; i++) {
     ASSERT_EQ(kvtlib_get_sttr_offset(handle, txn, objects[i]), i == 1 ? -7 : i % 2 ? i + 1 : 0) << i;
+  }
+}
+
+// Beside a plain map: objects at many places of blocks of many sizes, blocks freed with some of their objects told.
+TEST_P(Registry, FreedBlocksTakeTheirSideDataAlong) {
+  std::map<char*, std::int32_t> expected;
+  std::map<char*, std::uint32_t> blocks;
+  std::mt19937 random(7);
+  for (int step = 0; step < 20000; step++) {
+    if (blocks.size() < 40) {
+      const std::uint32_t size = 16u << random() % 8;
+      char* block = alloc(size);
+      ASSERT_EQ(kvtlib_get_sttr_offset(handle, txn, block), 0) << "of a block freed before";
+      blocks[block] = size;
+    }
+    auto [block, size] = *std::next(blocks.begin(), static_cast<std::ptrdiff_t>(random() % blocks.size()));
+    char* object = block + random() % (size / 8) * 8;
+    switch (random() % 8) {
+      case 0:
+        handle->store_free(handle->store, txn, block);
+        expected.erase(expected.lower_bound(block), expected.lower_bound(block + size));
+        blocks.erase(block);
+        break;
+      case 1:
+        kvt_hd_mapping_destroy(handle, txn, object, &err);
+        expected.erase(object);
+        break;
+      default:
+        kvtlib_update_sttr_offset(handle, txn, object, expected[object] = step + 1);
+    }
+    if (step % 500) continue;
+    for (auto [at, bytes] : blocks) {
+      for (char* p = at; p < at + bytes; p += 8) {
+        auto found = expected.find(p);
+        ASSERT_EQ(kvtlib_get_sttr_offset(handle, txn, p), found == expected.end() ? 0 : found->second);
+      }
+    }
   }
 }
 
