@@ -105,9 +105,19 @@ struct KeyDesc {
   std::uint16_t offset;  // of the key's value in the payload
   std::uint8_t size;     // bytes of that value; a string's are its two words
   e_avl_compare compare;
+  e_avl_compare tenant_from, tenant_up_to;  // find the edges of a tenant's run
   bool (*same)(const void* payload_a, const void* payload_b);  // equal keys
   std::uint32_t (*prefix)(const void* payload);                // what a node keeps of the key
   std::uint32_t message;                                       // first message of the key, counted from the table's
+};
+
+// The primary key's value on its own: `p` is the field in a payload.
+struct KeyType {
+  std::uint16_t offset;  // of the field in the payload
+  std::uint32_t (*len)(kvt_handle*, std::uint32_t, const void*);
+  std::uint32_t (*marshal)(kvt_handle*, std::uint32_t, std::uint8_t*, const void*, std::int32_t, int*);
+  std::uint32_t (*unmarshal)(kvt_handle*, std::uint32_t, const std::uint8_t*, void*, std::int32_t, std::uint32_t, int*);
+  std::uint32_t (*print)(kvt_handle*, std::uint32_t, char*, std::uint32_t, const char*, const void*, std::int32_t, int*);
 };
 
 // How a table reaches its payload's type.
@@ -124,6 +134,13 @@ struct PayloadType {
   std::uint32_t (*to_xml)(kvt_handle*, std::uint32_t, const char*, char*, const void*, std::int32_t, std::uint32_t,
                           int*);
   void (*from_xml)(kvt_handle*, std::uint32_t, const char*, kvt_xml_document*, void*, int*, char*, std::size_t);
+  std::uint32_t (*print)(kvt_handle*, std::uint32_t, char*, std::uint32_t, const char*, const void*, std::int32_t, int*);
+};
+
+// Where a process last found a table type's root of numbered tables, and in which store that was.
+struct IdRootCache {
+  void* root;
+  std::uint64_t store;
 };
 
 struct TableDesc {
@@ -136,12 +153,14 @@ struct TableDesc {
   const ModuleDesc* module;
   TracePlace trace;
   PayloadType payload;
+  KeyType primary;
   const KeyDesc* keys;
   std::uint8_t key_count;
   std::uint16_t object_size;
   std::uint16_t record_size;
   std::uint16_t payload_slot;
   std::uint32_t failure_offset;
+  IdRootCache* id_root;
 
   void* failure_record() const { return static_cast<char*>(*module->failure_zone) + failure_offset; }
 };

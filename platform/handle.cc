@@ -153,6 +153,8 @@ void kvtdb_txn_abort(kvt_handle* handle, uint32_t txn, int* err) {
 
 int kvtlib_database_is_write_locked(kvt_handle* handle) { return handle->runtime->store->can_write(); }
 
+uint64_t kvtlib_database_serial(kvt_handle* handle) { return handle->runtime->store->serial(); }
+
 int kvtlib_database_in_range(kvt_handle* handle, const void* address) {
   return handle->runtime->store->in_range(address);
 }

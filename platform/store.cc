@@ -18,6 +18,7 @@ constexpr std::uint32_t kStoreRoom = 256;
 static_assert(sizeof(Store) <= kStoreRoom);
 std::mutex stores_mutex;
 std::uint32_t stores_made;
+std::uint64_t stores_opened;
 Store* stores_free;
 
 }  // namespace
@@ -33,6 +34,7 @@ Store* Store::make() {
   if (!room) return nullptr;
   Store* store = new (room) Store;
   store->alive_ = true;
+  store->serial_ = ++stores_opened;
   return store;
 }
 

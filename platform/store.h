@@ -47,6 +47,7 @@ class Store : public HeapBacking {
 
   bool is_private() const { return !database_; }
   Database* database() const { return database_; }
+  std::uint64_t serial() const { return serial_; }
   int fd() const { return fd_; }
   StoreRoots* roots() const { return roots_; }
   bool in_range(const void* address) const;
@@ -82,6 +83,7 @@ class Store : public HeapBacking {
   void forget_sides(std::uint32_t txn, void* block, std::uint32_t size);
 
   bool alive_ = false;
+  std::uint64_t serial_ = 0;  // no other store of the process has or had it
   Database* database_ = nullptr;
   int fd_ = -1;
   StoreRoots* roots_ = nullptr;

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "platform/handle.h"
+#include "platform/registry.h"
 
 namespace kvt {
 namespace {
@@ -12,9 +13,13 @@ namespace {
 constexpr std::size_t kPathAt = 7;
 constexpr std::size_t kPathSize = 208;
 constexpr std::size_t kCountersAt = 216;  // list of TenantCounter
-constexpr std::size_t kCursorsAt = 220;   // not 0 while cursors follow the table
+constexpr std::size_t kRecordCountAt = 244;
 constexpr std::size_t kTableIdAt = 264;
 constexpr std::size_t kIdModeAt = 272;
+constexpr std::size_t kNextAt = 276;
+constexpr std::size_t kPreviousAt = 280;  // reference of the word that leads here
+constexpr std::size_t kTableFlagsAt = 360;
+constexpr std::uint32_t kOnGcList = 0x40, kDeferredFree = 0x01;
 constexpr std::uint32_t kContentsSize = 376;
 
 struct TocEntry {  // stored format
@@ -132,10 +137,15 @@ void kvtdb_database_toc_delete(kvt_handle* handle, uint32_t txn, void* table, in
     link = &static_cast<TocEntry*>(cage_at(*link))->next;
   }
   if (!*link) return kvt_store_epoch_err(handle, ENOENT, err);
+  if (kvtdb_table_are_cursors_enabled(handle, txn, table, err)) return kvt_store_epoch_err(handle, EBUSY, err);
   auto* entry = static_cast<TocEntry*>(cage_at(*link));
   if (!store.write(link, entry->next, txn)) return kvt_store_epoch_err(handle, EPERM, err);
   store.free(store.open_txn(), entry);
   free_counters(store, txn, table);
+  auto* flags = static_cast<uint32_t*>(at_offset(table, kTableFlagsAt));
+  if (load<uint32_t>(at_offset(cage_at(store.roots()->contents), kTableFlagsAt)) & kDeferredFree) {
+    store.write(flags, *flags | kOnGcList, txn);
+  }
 }
 
 void kvtdb_get_tenant_counter(kvt_handle*, uint32_t, void* table, uint32_t* result, uint16_t tenant,
@@ -170,6 +180,45 @@ void kvtdb_update_tenant_counter(kvt_handle* handle, uint32_t txn, void* table, 
   *head = cage_ref(new (room) TenantCounter{*head, tenant, source, 0, 1});
 }
 
-int kvtdb_table_are_cursors_enabled(kvt_handle*, uint32_t, void* table, int* err) {
-  return !*err && table && load<uint32_t>(at_offset(table, kCursorsAt)) != 0;
+// The collector has no list of its own: a table that waits stands in the list of tables and not in the contents. Bit 0x40
+// tells of it where the contents defer the free.
+void kvtgc_validate_table_delete(kvt_handle*, void*) {}
+
+void kvtgc_database_gc_list_remove(kvt_handle* handle, uint32_t txn, void* table, int* err) {
+  if (*err) return;
+  auto* flags = static_cast<uint32_t*>(at_offset(table, kTableFlagsAt));
+  if (!store_of(handle).write(flags, *flags & ~kOnGcList, txn)) kvt_store_epoch_err(handle, EPERM, err);
+}
+
+uint32_t kvtgc_collect(kvt_handle* handle, uint32_t txn, int* err) {
+  if (*err) return 0;
+  Store& store = store_of(handle);
+  StoreRoots* roots = store.roots();
+  if (!roots->contents) return 0;
+  auto* toc_flags = static_cast<uint32_t*>(at_offset(cage_at(roots->contents), kTableFlagsAt));
+  if (!store.can_write()) {
+    kvt_store_epoch_err(handle, EPERM, err);
+    return 0;
+  }
+  // The second half of a free is the one that a table's free carries out for a collector over contents that defer.
+  const uint32_t flags_before = *toc_flags, gc_before = handle->gc_active;
+  store.write(toc_flags, flags_before | kDeferredFree, txn);
+  handle->gc_active = 1;
+  uint32_t freed = 0;
+  for (uint32_t at = roots->tables.first; at;) {
+    void* table = cage_at(at);
+    at = load<uint32_t>(at_offset(table, kNextAt));
+    const kvt_static_type* type = static_type_of(kvt_get_manifested_type_info(table, err));
+    if (find(roots, key_of(table)) == table || load<uint32_t>(at_offset(table, kRecordCountAt)) || !type ||
+        !type->destroy) {
+      continue;
+    }
+    kvtgc_database_gc_list_remove(handle, txn, table, err);
+    const uint32_t* link = static_cast<const uint32_t*>(cage_at(load<uint32_t>(at_offset(table, kPreviousAt))));
+    type->destroy(handle, txn, table, 1);
+    freed += *link != cage_ref(table);
+  }
+  handle->gc_active = gc_before;
+  store.write(toc_flags, flags_before, txn);
+  return freed;
 }

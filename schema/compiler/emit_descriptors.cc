@@ -213,7 +213,8 @@ void table_record(const Output& out, const Table& table, const MessageIndex& mes
                          {"offset", number(f.offset)}});
     const bool is_enum = f.kind == Kind::kEnum;
     keys += fill(
-        "    {\"$(key)\", $(offset), $(size), $(table)_$(payload)_$(key)_avl_compare, same_key<$(table)::$(key)>, "
+        "    {\"$(key)\", $(offset), $(size), $(table)_$(payload)_$(key)_avl_compare, "
+        "tenant_compare<$(table)::$(key), true>, tenant_compare<$(table)::$(key), false>, same_key<$(table)::$(key)>, "
         "key_prefix<$(table)::$(key)>, "
         "$(message)},\n",
         {{"key", f.name},
@@ -231,18 +232,22 @@ $(keys)};
                  {{"table", table.name}, {"keys", key_structs}});
   source += fill(R"--(const KeyDesc $(table)_keys[] = {
 $(keys)};
+IdRootCache $(table)_id_root;
 const TableDesc $(table)::kDesc = {
     "$(table)", "//$(payload)", table_$(table)_luid, table_$(table)_luid_text, &$(record), &$(row), &k_module,
     {&k_table_messages, $(first), &$(trace)},
     {"$(payload)", $(plain), $(payload)_create, $(payload)_create_internal, $(payload)_destroy,
      $(payload)_set_instance_embedded, $(payload)_len, $(payload)_marshal, $(payload)_unmarshal, $(payload)_to_xml,
-     $(payload)_from_xml},
-    $(table)_keys, $(count), $(object), $(row_size), $(slot), $(failure)};
+     $(payload)_from_xml, $(payload)_print},
+    {$(primary_offset), $(primary)_len, $(primary)_marshal, $(primary)_unmarshal, $(primary)_print},
+    $(table)_keys, $(count), $(object), $(row_size), $(slot), $(failure), &$(table)_id_root};
 
 )--",
                  {{"table", table.name},
                   {"payload", table.payload_name},
                   {"keys", keys},
+                  {"primary", table.keys[0]->type},
+                  {"primary_offset", number(table.keys[0]->offset)},
                   {"record", table_record_symbol(table)},
                   {"row", table_row_symbol(table)},
                   {"first", number(messages.table_first.at(table.name))},

@@ -6,6 +6,7 @@ namespace kvt {
 namespace {
 
 constexpr std::uint32_t kSearchNearest = 1, kSearchPending = 2, kSearchSameKey = 4;
+constexpr std::uint32_t kGetAnySource = 1, kGetPending = 2;
 
 // A record that no table holds, with a payload that has nothing but the key: what the tree's compare asks of a node. It
 // lies in the cage, and is wholly zero at each use.
@@ -50,22 +51,17 @@ bool same_key_as(const TableDesc& type, unsigned key, void* a, void* b) {
 }  // namespace
 
 void* key_step(const TableDesc& type, unsigned key, bool forward, kvt_handle* h, std::uint32_t txn, void* table,
-               void* record, std::uint32_t source, bool source_filter, bool skip_pending, bool same_key, int* err) {
+               void* record, const View& view, bool same_key, int* err) {
   if (*err) return nullptr;
   kvt_clear_last_error(h);
   const std::uint16_t tenant = mt_get_tenant_id();
   void* at = record;
-  for (;;) {
+  do {
     at = neighbour(type, key, forward, table, at);
     if (!at) break;
-    const RecordBlock* r = record_of(at);
-    if (r->tenant_id != tenant) return nullptr;
+    if (record_of(at)->tenant_id != tenant) return nullptr;
     if (same_key && !same_key_as(type, key, record, at)) return nullptr;
-    if (source_filter && r->source != source) continue;
-    if (!source_filter && source == 0 && r->source == kShadowSource) continue;
-    if (skip_pending && (r->record_flags & kRecordPending)) continue;
-    break;
-  }
+  } while (!view.shows(*record_of(at)));
   report_contained(h, txn, kContainRecord, at, table);
   return at;
 }
@@ -90,8 +86,9 @@ void* key_search(const TableDesc& type, unsigned key, kvt_handle* h, std::uint32
   if (found && source > kShadowSource) found = nullptr;
   if (found && options.skip_pending && (record_of(found)->record_flags & kRecordPending)) found = nullptr;
   if (!found && (options.nearest || options.same_key)) {
-    found = key_step(type, key, options.forward, h, txn, table, probe.record(), options.neighbour_source,
-                     options.neighbour_source != 0, options.skip_pending, options.same_key && !options.nearest, err);
+    const View view{options.neighbour_source, options.neighbour_source != 0, options.skip_pending};
+    found = key_step(type, key, options.forward, h, txn, table, probe.record(), view,
+                     options.same_key && !options.nearest, err);
   }
   report_contained(h, txn, kContainRecord, found, table);
   return found;
@@ -109,39 +106,36 @@ void* key_search_cr(const TableDesc& type, unsigned key, kvt_handle* h, void* ta
   return h->last_error ? nullptr : found;
 }
 
-void* key_next(const TableDesc& type, unsigned key, bool forward, kvt_handle* h, std::uint32_t txn, void* table,
-               void* record, int* err) {
-  return key_step(type, key, forward, h, txn, table, record, kOrdinarySource, true, false, false, err);
-}
-
 void* key_edge(const TableDesc& type, unsigned key, bool first, kvt_handle* h, std::uint32_t txn, void* table,
-               int* err) {
-  if (*err) return nullptr;
+               const View& view, int err) {
+  if (err) return nullptr;
   kvt_clear_last_error(h);
   const std::uint16_t tenant = mt_get_tenant_id();
   const std::uint32_t root = *index_root(table, key);
-  void* at = record_at_node(first ? e_avl_get_first(root) : e_avl_get_last(root), key);
-  auto passed_over = [&](const RecordBlock* r) {
-    return r->source != kOrdinarySource || (first ? r->tenant_id < tenant : r->tenant_id > tenant);
-  };
-  while (at && passed_over(record_of(at))) at = neighbour(type, key, first, table, at);
+  const TenantProbe probe{{0, 0}, tenant};
+  // The tenant's run begins where a descent by tenant alone ends; what stands before it need not be passed one by one.
+  void* at = record_at_node(first ? e_avl_get_next(root, &probe, type.keys[key].tenant_from)
+                                  : e_avl_get_prev(root, &probe, type.keys[key].tenant_up_to),
+                            key);
+  while (at && record_of(at)->tenant_id == tenant && !view.shows(*record_of(at))) {
+    at = neighbour(type, key, first, table, at);
+  }
   if (at && record_of(at)->tenant_id != tenant) at = nullptr;
   report_contained(h, txn, kContainRecord, at, table);
   return at;
 }
 
-void* key_next_by_key(const TableDesc& type, unsigned key, bool forward, kvt_handle* h, std::uint32_t txn, void* table,
-                      const void* value, int* err) {
+void* key_beside(const TableDesc& type, unsigned key, kvt_handle* h, std::uint32_t txn, void* table, const void* value,
+                 const ByKey& by, int* err) {
   SearchOptions options;
+  options.forward = by.forward;
+  options.source = by.source;
+  options.skip_pending = by.view.skip_pending;
   void* found = key_search(type, key, h, txn, table, value, options, err);
   if (*err) return nullptr;
-  if (found) {
-    kvt_clear_last_error(h);
-    return key_next(type, key, forward, h, txn, table, found, err);
-  }
+  if (found) return key_step(type, key, by.forward, h, txn, table, found, by.view, false, err);
   options.nearest = true;
-  options.forward = forward;
-  options.neighbour_source = kOrdinarySource;
+  options.neighbour_source = by.neighbour_source;
   return key_search(type, key, h, txn, table, value, options, err);
 }
 
@@ -153,6 +147,32 @@ void* key_sub_next(const TableDesc& type, unsigned key, kvt_handle* h, std::uint
   if (next && !same_key_as(type, key, record, next)) next = nullptr;
   report_contained(h, txn, kContainRecord, next, table);
   return next;
+}
+
+void* key_shadow(const TableDesc& type, unsigned key, kvt_handle* h, std::uint32_t txn, void* table, void* record,
+                 int* err) {
+  if (!record || record_of(record)->source == kShadowSource) return record;
+  do {
+    record = key_sub_next(type, key, h, txn, table, record, err);
+  } while (record && record_of(record)->source != kShadowSource);
+  return record;
+}
+
+void* key_get_cr(const TableDesc& type, unsigned key, kvt_handle* h, void* table, std::uint32_t flag, void* record,
+                 std::uint32_t source, std::uint32_t options) {
+  const View view{source ? source : kOrdinarySource, !(options & kGetAnySource), !(options & kGetPending)};
+  switch (flag) {
+    case 0:
+    case 1:
+      return key_edge(type, key, flag == 0, h, h->default_txn, table, view, h->last_error);
+    case 2:
+    case 3:
+      return key_step(type, key, flag == 3, h, h->default_txn, table, record, view, false, &h->last_error);
+    default:
+      trace(type.trace, kTableMessages, kMsgGetFlagInvalid, static_cast<std::int32_t>(flag));
+      kvt_store_err(h, kEinval);
+      return nullptr;
+  }
 }
 
 int walk_node(unsigned key, void* node, void* walker) {

@@ -18,16 +18,39 @@ void* key_search(const TableDesc& type, unsigned key, kvt_handle* h, std::uint32
                  const SearchOptions& options, int* err);
 void* key_search_cr(const TableDesc& type, unsigned key, kvt_handle* h, void* table, const void* value,
                     std::uint32_t source, std::uint32_t flags);
-// The general step.
+// Which records a view shows, of the caller's tenant.
+struct View {
+  std::uint32_t source = kOrdinarySource;
+  bool source_filter = true;  // without it: source 0 shows all but shadow records, any other shows all
+  bool skip_pending = false;
+
+  bool shows(const RecordBlock& record) const {
+    if (source_filter ? record.source != source : source == 0 && record.source == kShadowSource) return false;
+    return !(skip_pending && (record.record_flags & kRecordPending));
+  }
+};
+constexpr View kOrdinaryView{};
+constexpr View kWholeView{1, false, false};
+
+// The general step; `same_key` ends it where the key ends.
 void* key_step(const TableDesc& type, unsigned key, bool forward, kvt_handle* h, std::uint32_t txn, void* table,
-               void* record, std::uint32_t source, bool source_filter, bool skip_pending, bool same_key, int* err);
-// The ordinary source only, of the caller's tenant.
-void* key_next(const TableDesc& type, unsigned key, bool forward, kvt_handle* h, std::uint32_t txn, void* table,
-               void* record, int* err);
+               void* record, const View& view, bool same_key, int* err);
 void* key_edge(const TableDesc& type, unsigned key, bool first, kvt_handle* h, std::uint32_t txn, void* table,
-               int* err);
-void* key_next_by_key(const TableDesc& type, unsigned key, bool forward, kvt_handle* h, std::uint32_t txn, void* table,
-                      const void* value, int* err);
+               const View& view, int err);
+// The record beside a key that need not exist: a step by `view` from the key's own record, or the nearest record of
+// `neighbour_source`.
+struct ByKey {
+  bool forward = true;
+  std::uint32_t source = kOrdinarySource;
+  std::uint32_t neighbour_source = kOrdinarySource;
+  View view;
+};
+void* key_beside(const TableDesc& type, unsigned key, kvt_handle* h, std::uint32_t txn, void* table, const void* value,
+                 const ByKey& by, int* err);
+void* key_shadow(const TableDesc& type, unsigned key, kvt_handle* h, std::uint32_t txn, void* table, void* record,
+                 int* err);
+void* key_get_cr(const TableDesc& type, unsigned key, kvt_handle* h, void* table, std::uint32_t flag, void* record,
+                 std::uint32_t source, std::uint32_t options);
 void* key_sub_next(const TableDesc& type, unsigned key, kvt_handle* h, std::uint32_t txn, void* table, void* record,
                    int* err);
 // The key's value in a key holder; null for a null holder.

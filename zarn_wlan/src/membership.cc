@@ -101,6 +101,10 @@ void record_insert(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void
   const std::uint32_t grade = primary_only ? kRecordPrimaryOnly : 0;
   store_announced(h, txn, &record->record_flags,
                   (flags & ~(kRecordPrimaryOnly | kRecordPending)) | kRecordInserted | grade, record);
+  if (kvtdb_table_are_cursors_enabled(h, txn, table, err) &&
+      kvtdb_table_implicit_write_cursor_enabled(h, txn, table, err)) {
+    kvtdb_enq_rec_move_write_cursor_internal(h, txn, table, record, err);
+  }
   report_contained(h, txn, kContainRecord, record, table);
 }
 

@@ -134,9 +134,33 @@ std::uint32_t record_destroy(const TableDesc& type, kvt_handle* h, std::uint32_t
       return 0;
     }
   }
+  if (record->location) {
+    kvtlib_record_dereference_loc(h, txn, record, err);
+    if (*err) {
+      trace(type.trace, kTableMessages, kMsgRecordLocation, error_text(*err));
+      return 0;
+    }
+  }
   store_announced(h, txn, &record->type_record, std::uint32_t{0});
   if (block != type.failure_record()) h->store_free(h->store, txn, block);
   return 0;
+}
+
+void record_request_destroy(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table, void* block,
+                            kvt_record_destroy destroy, int* err) {
+  if (*err) return;
+  kvt_clear_last_error(h);
+  auto refuse = [&](MessagePlace message, int code) {
+    fail(h, code, err);
+    trace(type.trace, kTableMessages, message);
+  };
+  if (!table || !block) return refuse(kMsgRequestInvalid, kEinval);
+  const std::uint32_t holder = record_of(block)->table;
+  if (!holder) return refuse(kMsgRequestNoTable, kEnoent);
+  if (holder != cage_ref(table)) return refuse(kMsgRequestOtherTable, kEfault);
+  // The record may be gone when this comes back.
+  kvtdb_request_record_destroy(h, txn, block, destroy, err);
+  if (*err) trace(type.trace, kTableMessages, kMsgRequestFailed, *err);
 }
 
 void* record_get_field(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* record) {

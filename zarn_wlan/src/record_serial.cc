@@ -18,6 +18,15 @@ void drop_record(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* 
   h->last_error = last;
 }
 
+// The key's field; a record without a payload has none, and the types' operations accept NULL.
+const void* primary_key(const TableDesc& type, const void* payload) {
+  return payload ? at_offset(payload, type.primary.offset) : nullptr;
+}
+
+bool fits(const TableDesc& type, kvt_handle* h, std::uint32_t txn, const void* field, std::int32_t length) {
+  return length >= 0 && type.primary.len(h, txn, field) <= static_cast<std::uint32_t>(length);
+}
+
 }  // namespace
 
 std::uint32_t record_marshal(const TableDesc& type, kvt_handle* h, std::uint32_t txn, std::uint8_t* buffer,
@@ -150,6 +159,87 @@ void* record_from_xml(const TableDesc& type, kvt_handle* h, std::uint32_t txn, k
   if (!*err) return record;
   drop_record(type, h, txn, record);
   return nullptr;
+}
+
+std::uint32_t record_print(const TableDesc& type, kvt_handle* h, std::uint32_t txn, char* buffer, void* record,
+                           std::int32_t room, int* err) {
+  std::uint32_t cursor = kvt_print_space(h, txn, buffer, 0, room, err);
+  auto left = [&] { return room - static_cast<std::int32_t>(cursor); };
+  cursor += kvt_snprintf(h, txn, buffer + cursor, left(), err, "record@%s: {\n", type.name);
+  if (!*err) {
+    const void* payload = payload_of(type, record);
+    if (left() < static_cast<std::int32_t>(type.payload.len(h, txn, payload))) {
+      fail(h, kEmsgsize, err);
+    } else {
+      cursor += type.payload.print(h, txn, buffer + cursor, 2, type.payload.name, payload, left(), err);
+    }
+  }
+  cursor += kvt_print_space(h, txn, buffer + cursor, 0, left(), err);
+  cursor += kvt_snprintf(h, txn, buffer + cursor, left(), err, "}\n");
+  return cursor;
+}
+
+std::int32_t record_print_cr(const TableDesc& type, kvt_handle* h, void* record, char* buffer, std::int32_t room) {
+  if (h->last_error) return -1;
+  const std::uint32_t written = record_print(type, h, h->default_txn, buffer, record, room, &h->last_error);
+  return h->last_error ? -1 : static_cast<std::int32_t>(written);
+}
+
+std::uint32_t pkey_len(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* record, int*) {
+  return type.primary.len(h, txn, primary_key(type, payload_of(type, record)));
+}
+
+std::uint32_t pkey_marshal(const TableDesc& type, kvt_handle* h, std::uint32_t txn, std::uint8_t* buffer, void* record,
+                           std::int32_t length, int* err) {
+  if (*err) {
+    trace(type.trace, kTableMessages, kMsgMarshalError, error_text(*err));
+    return 0;
+  }
+  kvt_clear_last_error(h);
+  const void* field = primary_key(type, payload_of(type, record));
+  if (!fits(type, h, txn, field, length)) {
+    fail(h, kEmsgsize, err);
+    return 0;
+  }
+  return type.primary.marshal(h, txn, buffer, field, length, err);
+}
+
+std::uint32_t pkey_unmarshal(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void** holder,
+                             const std::uint8_t* buffer, std::int32_t length, int* err) {
+  if (*err) {
+    trace(type.trace, kTableMessages, kMsgPkeyUnmarshalError, type.name, error_text(*err));
+    return 0;
+  }
+  kvt_clear_last_error(h);
+  if (!holder) {
+    fail(h, kEfault, err);
+    return 0;
+  }
+  void* object = type.payload.create(h, txn);
+  if (!object) {
+    fail(h, kEnomem, err);
+    return 0;
+  }
+  const std::uint32_t read =
+      type.primary.unmarshal(h, txn, buffer, at_offset(object, type.primary.offset), length, 0, err);
+  *holder = object;
+  return read;
+}
+
+std::uint32_t pkey_print(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table, void* record,
+                         char* buffer, std::int32_t length, int* err) {
+  if (*err) return 0;
+  kvt_clear_last_error(h);
+  if (!table || !record) {
+    fail(h, kEinval, err);
+    return 0;
+  }
+  const void* field = primary_key(type, payload_of(type, record));
+  if (!fits(type, h, txn, field, length)) {
+    fail(h, kEmsgsize, err);
+    return 0;
+  }
+  return type.primary.print(h, txn, buffer, 0, type.keys[0].name, field, length, err);
 }
 
 }  // namespace kvt

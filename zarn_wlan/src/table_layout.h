@@ -37,7 +37,16 @@ STORED_FIELD(TableObject, init_word, 320, std::uint32_t);
 STORED_FIELD(TableObject, table_flags, 360, std::uint32_t);
 STORED_FIELD(TableObject, shadow_count, 364, std::uint32_t);
 
-constexpr std::uint32_t kTableDynamic = 0x80;
+constexpr std::uint32_t kTableDynamic = 0x80, kTableOnGcList = 0x40, kTocDeferredFree = 0x01;
+
+struct IdRoot {  // one for each table type of a database, under a root key
+  std::uint32_t reserved0;
+  std::uint32_t id_table_count;
+  std::uint64_t next_id;
+  std::uint64_t reserved1;
+};
+STORED_SIZE(IdRoot, 24);
+STORED_FIELD(IdRoot, next_id, 8, std::uint64_t);
 constexpr std::size_t kTableNameSize = 208;
 
 struct RecordBlock {  // an index node for each key follows, 12 bytes each, then the payload's reference
@@ -128,6 +137,21 @@ int key_avl_compare(const void* a, const void* b) {
   if (order) return order > 0 ? 2 : 0;
   const auto source_x = load<std::uint8_t>(x + kSource), source_y = load<std::uint8_t>(y + kSource);
   return source_x > source_y ? 2 : source_x < source_y ? 0 : 1;
+}
+
+// A descent to the edge of a tenant's run: stands in for a node.
+struct TenantProbe {
+  std::uint32_t links[2];
+  std::uint32_t tenant;
+};
+// Every node lies above the probe but those of lower tenants, or (not `From`) below it but those of higher tenants.
+template <class Key, bool From>
+int tenant_compare(const void* node, const void* probe) {
+  constexpr std::ptrdiff_t kTenant = static_cast<std::ptrdiff_t>(offsetof(RecordBlock, tenant_id)) -
+                                     static_cast<std::ptrdiff_t>(sizeof(RecordBlock) + kNodeSize * Key::kIndex);
+  const std::uint32_t own = load<std::uint16_t>(static_cast<const char*>(node) + kTenant);
+  const std::uint32_t wanted = static_cast<const TenantProbe*>(probe)->tenant;
+  return (From ? own >= wanted : own > wanted) ? 2 : 0;
 }
 
 template <class Key>
