@@ -5,18 +5,21 @@
 // Secrets are masked in this program. They are bare only in objects that wipe themselves.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "kvt/kvt.h"
@@ -127,6 +130,22 @@ std::array<std::size_t, kCount> count_in_memory(const Masked* const (&wanted)[kC
   return found;
 }
 
+// Does `work` on a stack of its own, and looks while that stack is as the work has left it.
+template <class Work, class Look>
+void look_after(Work work, Look look) {
+  enum { kWorking, kDone, kSeen };
+  std::atomic<int> step{kWorking};
+  std::thread worker([&] {
+    work();
+    step = kDone;
+    while (step != kSeen) sched_yield();
+  });
+  while (step != kDone) sched_yield();
+  look();
+  step = kSeen;
+  worker.join();
+}
+
 std::size_t count_in_file(const std::string& path, const Masked& wanted, std::size_t from = 0, std::size_t to = ~0ul) {
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   struct stat status {};
@@ -191,9 +210,7 @@ class SecretsHunt : public testing::Test {
     kvt_handle_options options;
     kvt_handle_options_init(&options);
     options.create = 1;
-    kvt_handle* handle = kvt_handle_open_database(database_.c_str(), &options, &err_);
-    EXPECT_NE(handle, nullptr);
-    return handle;
+    return kvt_handle_open_database(database_.c_str(), &options, &err_);
   }
 
   template <class Field>
@@ -318,9 +335,8 @@ TEST_F(SecretsHunt, InAPrivateStore) {
   kvt_handle* handle = kvt_handle_open_private(nullptr, &err_);
   auto* secret = field<kvt_aes_vstring>(handle);
   auto* text = field<kvt_vstring>(handle);
-  live(handle, secret, text);
+  look_after([&] { live(handle, secret, text); }, [] { expect_not_in_memory("while the field holds it"); });
   expect_masked_outputs(handle, secret, text);
-  expect_not_in_memory("while the field holds it");
   kvt_aes_vstring_destroy_internal(handle, 0, secret, 0);
   kvt_vstring_destroy_internal(handle, 0, text, 0);
   expect_not_in_memory("in freed blocks");
@@ -331,13 +347,17 @@ TEST_F(SecretsHunt, InAPrivateStore) {
 TEST_F(SecretsHunt, InADatabaseAndWhatItsTransactionsLeave) {
   kvt_handle* handle = open_database();
   kvt_handle* own = kvt_handle_open_private(nullptr, &err_);
+  ASSERT_TRUE(handle && own);
   kvtdb_txn_begin(handle, &err_);
   auto* secret = field<kvt_aes_vstring>(handle);
   auto* text = field<kvt_vstring>(handle);
-  live(handle, secret, text);
-  kvtdb_txn_commit(handle, handle->default_txn, &err_);
+  look_after(
+      [&] {
+        live(handle, secret, text);
+        kvtdb_txn_commit(handle, handle->default_txn, &err_);
+      },
+      [] { expect_not_in_memory("committed"); });
   expect_masked_outputs(handle, secret, text);
-  expect_not_in_memory("committed");
 
   std::uint32_t txn = kvtdb_txn_begin(handle, &err_);
   // Announced as somebody does who is about to write there, so that the old bytes go to the undo log.
@@ -367,26 +387,41 @@ TEST_F(SecretsHunt, InADatabaseAndWhatItsTransactionsLeave) {
 }
 
 TEST_F(SecretsHunt, KeysAreWipedWithTheirLastHandle) {
-  {
+  const auto write_key_file = [this](const char* behind) {
     Bare digits(100);
-    digits.add(kKeyDigits).add(kKeyDigits).add("\n");
-    const int fd = open((database_ + ".key").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    ASSERT_EQ(write(fd, digits.data(), digits.size()), static_cast<ssize_t>(digits.size()));
+    digits.add(kKeyDigits).add(kKeyDigits).add(behind);
+    const int fd = open((database_ + ".key").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    EXPECT_EQ(write(fd, digits.data(), digits.size()), static_cast<ssize_t>(digits.size()));
     close(fd);
-  }
-  kvt_handle* first = open_database();
-  kvt_handle* second = open_database();
-  kvtdb_txn_begin(second, &err_);
-  auto* secret = field<kvt_aes_vstring>(second);
-  assign(second, secret, kSecret, kLong);
-  Bare read(kLong + 100);
-  EXPECT_GT(kvt_aes_vstring_text(secret, read.data(), kLong + 100), 0);
-  kvt_handle_close(first);
-  auto found = count_in_memory({&kKeyBytes, &kKeyDigits});
+  };
+  write_key_file(" and more\n");
+  std::array<std::size_t, 2> found;
+  const auto look = [&found] { found = count_in_memory({&kKeyBytes, &kKeyDigits}); };
+  look_after([this] { EXPECT_EQ(open_database(), nullptr); }, look);
+  EXPECT_EQ(err_, EINVAL);
+  EXPECT_EQ(found[0], 0u) << "of a file that was refused";
+  EXPECT_EQ(found[1], 0u) << "of a file that was refused";
+  err_ = 0;
+  write_key_file("\n");
+  kvt_handle *first, *second;
+  look_after([&] { first = open_database(); }, look);
   EXPECT_EQ(found[0], 2u) << "the two halves of the key, in one place";
   EXPECT_EQ(found[1], 0u) << "what stood in the file";
-  kvt_handle_close(second);
-  found = count_in_memory({&kKeyBytes, &kKeyDigits});
+  second = open_database();
+  ASSERT_TRUE(first && second);
+  kvtdb_txn_begin(second, &err_);
+  auto* secret = field<kvt_aes_vstring>(second);
+  Bare read(kLong + 100);
+  kvt_handle_close(first);
+  look_after(
+      [&] {
+        assign(second, secret, kSecret, kLong);
+        EXPECT_GT(kvt_aes_vstring_text(secret, read.data(), kLong + 100), 0);
+      },
+      look);
+  EXPECT_EQ(found[0], 2u) << "the second handle needs it";
+  EXPECT_EQ(found[1], 0u);
+  look_after([&] { kvt_handle_close(second); }, look);
   EXPECT_EQ(found[0], 0u);
   EXPECT_EQ(found[1], 0u);
 }
