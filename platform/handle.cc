@@ -65,7 +65,7 @@ int open_key(Store* store, const char* path, const kvt_handle_options& options) 
     if (fstat(store->fd(), &file)) return errno;
     request.owner = file.st_uid;
     // A new key in the place of a lost one would hide the loss, and the old file could not come back.
-    if (database->has_key() && !options.replace_key) request.create = false;
+    if (database->has_key()) request.create = options.replace_key != 0;
   }
   int err = 0;
   KeyHold key = key_file_open(request, &err);

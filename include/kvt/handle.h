@@ -95,7 +95,7 @@ typedef struct kvt_handle_options {
   const char* domain_name;  ///< may be NULL
   const char* key_file;     ///< key for secrets; NULL: for a database "<path>.key", else a random key of this process
   int replace_key;          ///< database only: take the key file's key although the database has another one, which may
-                            ///< be lost; a missing file is made with `create`. Older secrets stay as they are
+                            ///< be lost; a missing file is made. Older secrets stay as they are
   char* message;            ///< may be NULL; receives one line of text when an open fails
   size_t message_size;      ///< bytes at `message`
 } kvt_handle_options;

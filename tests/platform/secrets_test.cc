@@ -392,6 +392,7 @@ TEST_F(StoreKeys, ALostKeyIsReplacedOnlyWhenThatIsAskedFor) {
   ASSERT_EQ(rename(at("a.key").c_str(), at("lost.key").c_str()), 0);
   EXPECT_EQ(database_error("a"), ENOENT);
   EXPECT_NE(access(at("a.key").c_str(), F_OK), 0) << "a new key would hide that the old one is lost";
+  options_.create = 0;
   options_.replace_key = 1;
   SecretStore a(database("a"));
   options_.replace_key = 0;
