@@ -1,6 +1,7 @@
 // Tests of wlanctl as a user meets it: exit status, one line of reason, and a database that is whole afterwards.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -286,6 +287,33 @@ TEST_F(Wlanctl, SetTakesASecretFromStandardInput) {
   const Result refused = shell("printf 'House-Maple\\001brass-teapot' | wlanctl --db a.db " + set);
   expect_refused(refused, 1, "value: line 1");
   EXPECT_EQ(refused.err.find("teapot"), std::string::npos) << refused.err;
+}
+
+TEST_F(Wlanctl, ATerminalDoesNotShowTheSecretThatIsTyped) {
+  import_campus();
+  int terminal = -1;
+  const pid_t tool = forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (tool == 0) {
+    if (chdir(dir_.c_str()) == 0)
+      execl(kTool.c_str(), "wlanctl", "--db", "a.db", "set", "--table", "tbl_mpsk_keys_int", "2", "mpsk_key", nullptr);
+    _exit(127);
+  }
+  ASSERT_GT(tool, 0);
+  std::string seen;
+  char part[256];
+  ssize_t got;
+  bool typed = false;
+  while ((got = read(terminal, part, sizeof part)) > 0) {
+    seen.append(part, static_cast<std::size_t>(got));
+    if (!typed && seen.find("mpsk_key: ") != std::string::npos)
+      typed = write(terminal, "House-Maple-brass-teapot\n", 25) == 25;
+  }
+  close(terminal);
+  int status = -1;
+  EXPECT_EQ(waitpid(tool, &status, 0), tool);
+  EXPECT_EQ(status, 0) << seen;
+  EXPECT_NE(seen.find("(secret) -> (secret)"), std::string::npos) << seen;
+  EXPECT_EQ(seen.find("teapot"), std::string::npos) << seen;
 }
 
 TEST_F(Wlanctl, AValueOnTheCommandLineIsOverwrittenThere) {
