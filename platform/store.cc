@@ -74,6 +74,7 @@ void Store::destroy() {
   } else {
     segments_release(static_cast<const Store*>(this));
   }
+  key_.reset();
   std::lock_guard lock(stores_mutex);
   alive_ = false;
   next_free_ = stores_free;
@@ -88,6 +89,11 @@ bool Store::in_range(const void* address) const {
 bool Store::can_write() const { return !database_ || database_->writer() == this; }
 
 std::uint32_t Store::open_txn() const { return database_ ? database_->txn() : 0; }
+
+const Key* Store::sealing_key() {
+  if (!key_ && is_private()) key_ = keyring_process_key();
+  return key_.get();
+}
 
 void* Store::alloc(std::uint32_t txn, std::uint32_t size) {
   if (!database_) return heap_.alloc(size);

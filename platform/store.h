@@ -3,9 +3,11 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 
 #include "kvt/table.h"
 #include "platform/heap.h"
+#include "platform/keyring.h"
 
 namespace kvt {
 
@@ -52,6 +54,10 @@ class Store : public HeapBacking {
   bool in_range(const void* address) const;
   bool can_write() const;  // the lock is held, or there is none
   std::uint32_t open_txn() const;
+  // The key under which secrets lie in this store: the one it was given, else, in a private store, that of the process.
+  // NULL: no randomness.
+  const Key* sealing_key();
+  void set_key(KeyHold key) { key_ = std::move(key); }
 
   void* alloc(std::uint32_t txn, std::uint32_t size);
   // Memory that outlives an abort: for what the process remembers by address.
@@ -86,6 +92,7 @@ class Store : public HeapBacking {
   int fd_ = -1;
   StoreRoots* roots_ = nullptr;
   Heap heap_;  // of a private store
+  KeyHold key_;
   Store* next_free_ = nullptr;
 };
 

@@ -52,7 +52,8 @@ void wait_for_end_of_input() {
 
 void run_import(const Options& options) {
   const ImportFile file(options.file);
-  enter_all(file, Store::open_private(), KVT_NO_TXN, Purpose::kRehearsal);
+  const Store beside = Store::open_private(options.sender_key);
+  enter_all(file, beside, KVT_NO_TXN, Purpose::kRehearsal);
   const Store store = Store::open_database(options, Open::kCreate);
   Transaction transaction(store);
   enter_all(file, store, transaction.txn(), Purpose::kImport);

@@ -98,7 +98,7 @@ void run_receive(const Options& options) {
       options.socket.empty() ? Stream::standard_input() : Stream::accept_at(options.socket, options.wait_sec);
   // All of it is read before the database is locked: a slow sender holds up nobody but us.
   const std::vector<Frame> frames = stream.read_frames();
-  const Store beside = Store::open_private();
+  const Store beside = Store::open_private(options.sender_key);
   enter_all(frames, beside, KVT_NO_TXN, Purpose::kRehearsal);
 
   const Store store = Store::open_database(options, Open::kCreate);

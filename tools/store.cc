@@ -118,6 +118,7 @@ Store Store::open_database(const Options& options, Open how) {
   char message[512] = "";
   opening.tracking = KVT_STTR_ON;
   opening.create = how == Open::kCreate ? 1 : 0;
+  opening.replace_key = options.replace_key ? 1 : 0;
   opening.domain_name = "wlanctl";
   if (!options.key_file.empty()) opening.key_file = options.key_file.c_str();
   opening.message = message;
@@ -130,14 +131,18 @@ Store Store::open_database(const Options& options, Open how) {
   return Store(handle);
 }
 
-Store Store::open_private() {
+Store Store::open_private(const std::string& key_file) {
   kvt_handle_options opening;
   kvt_handle_options_init(&opening);
+  char message[512] = "";
+  if (!key_file.empty()) opening.key_file = key_file.c_str();
+  opening.message = message;
+  opening.message_size = sizeof message;
   opening.tracking = KVT_STTR_ON;
   opening.domain_name = "wlanctl";
   int err = 0;
   kvt_handle* handle = kvt_handle_open_private(&opening, &err);
-  if (handle == nullptr) throw Failure("no working memory" + reason(err));
+  if (handle == nullptr) throw Failure(message[0] != '\0' ? message : "no working memory" + reason(err));
   return Store(handle);
 }
 

@@ -28,7 +28,8 @@ enum class Open { kExisting, kCreate };
 class Store {
  public:
   static Store open_database(const Options& options, Open how);
-  static Store open_private();
+  /// @param key_file the key of its secrets; empty for one of this process
+  static Store open_private(const std::string& key_file = {});
   Store(Store&& other) noexcept : handle_(std::exchange(other.handle_, nullptr)) {}
   Store(const Store&) = delete;
   Store& operator=(const Store&) = delete;

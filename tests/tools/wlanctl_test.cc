@@ -1,5 +1,7 @@
 // Tests of wlanctl as a user meets it: exit status, one line of reason, and a database that is whole afterwards.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -74,7 +76,7 @@ void expect_refused(const Result& result, int status, const std::string& reason)
 
 TEST_F(Wlanctl, WrongCommandLineIsStatusTwo) {
   for (const char* arguments : {"", "--db a.db", "--db a.db fly", "--db a.db find", "--db a.db find --id x",
-                                "--db a.db find --id 1 --ssid b", "--db a.db import", "--db a.db set 1 ssid", "list",
+                                "--db a.db find --id 1 --ssid b", "--db a.db import", "--db a.db set 1", "list",
                                 "--db a.db list --table tbl_none", "--db a.db receive --wait 0"}) {
     SCOPED_TRACE(arguments);
     expect_refused(shell("wlanctl " + std::string(arguments)), 2, "");
@@ -270,6 +272,93 @@ TEST_F(Wlanctl, SetTellsNothingOfASecret) {
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(result.out, "tbl_mpsk_keys_int mpsk_key: (secret) -> (secret), state 0 -> 2\n");
   EXPECT_EQ(slurp(at("a.db")).find("brass-teapot"), std::string::npos);
+}
+
+TEST_F(Wlanctl, SetTakesASecretFromStandardInput) {
+  import_campus();
+  const std::string set = "set --table tbl_mpsk_keys_int 0 mpsk_key";
+  const std::string verify = "wlanctl --db a.db send | wlanctl --db $RANDOM.db --key a.db.key receive --verify '";
+  const Result changed = shell("printf 'House-Maple-brass-teapot' | wlanctl --db a.db " + set);
+  EXPECT_EQ(changed.out, "tbl_mpsk_keys_int mpsk_key: (secret) -> (secret), state 0 -> 2\n") << changed.err;
+  expect_refused(shell(verify + kCampus + "'"), 1, "differs");
+  EXPECT_EQ(shell("echo 'House-Linden-3F-kitchen-radio' | wlanctl --db a.db " + set).status, 0);
+  EXPECT_EQ(shell(verify + kCampus + "'").status, 0) << "the line end belongs to the value";
+  // What cannot be written in XML is refused, and the refusal does not tell it.
+  const Result refused = shell("printf 'House-Maple\\001brass-teapot' | wlanctl --db a.db " + set);
+  expect_refused(refused, 1, "value: line 1");
+  EXPECT_EQ(refused.err.find("teapot"), std::string::npos) << refused.err;
+}
+
+TEST_F(Wlanctl, ATerminalDoesNotShowTheSecretThatIsTyped) {
+  import_campus();
+  int terminal = -1;
+  const pid_t tool = forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (tool == 0) {
+    if (chdir(dir_.c_str()) == 0)
+      execl(kTool.c_str(), "wlanctl", "--db", "a.db", "set", "--table", "tbl_mpsk_keys_int", "2", "mpsk_key", nullptr);
+    _exit(127);
+  }
+  ASSERT_GT(tool, 0);
+  std::string seen;
+  char part[256];
+  ssize_t got;
+  bool typed = false;
+  while ((got = read(terminal, part, sizeof part)) > 0) {
+    seen.append(part, static_cast<std::size_t>(got));
+    if (!typed && seen.find("mpsk_key: ") != std::string::npos)
+      typed = write(terminal, "House-Maple-brass-teapot\n", 25) == 25;
+  }
+  close(terminal);
+  int status = -1;
+  EXPECT_EQ(waitpid(tool, &status, 0), tool);
+  EXPECT_EQ(status, 0) << seen;
+  EXPECT_NE(seen.find("(secret) -> (secret)"), std::string::npos) << seen;
+  EXPECT_EQ(seen.find("teapot"), std::string::npos) << seen;
+}
+
+TEST_F(Wlanctl, AValueOnTheCommandLineIsOverwrittenThere) {
+  import_campus();
+  // The database is locked, so that the tool waits with its arguments in sight.
+  const int file = open(at("a.db").c_str(), O_RDWR | O_CLOEXEC);
+  struct flock region {};
+  region.l_type = F_WRLCK;
+  region.l_whence = SEEK_SET;
+  region.l_len = 1;
+  ASSERT_EQ(fcntl(file, F_OFD_SETLK, &region), 0);
+  const Result seen = shell("'" + kTool +
+                            "' --db a.db set --table tbl_mpsk_keys_int 2 mpsk_key House-brass-teapot & tool=$!\n"
+                            "for i in {1..200}; do arguments=$(tr '\\0' ' ' </proc/$tool/cmdline)\n"
+                            "case $arguments in *'**'*) break;; esac; sleep 0.05; done\n"
+                            "kill $tool; echo \"$arguments\"");
+  close(file);
+  EXPECT_NE(seen.out.find("mpsk_key ******************"), std::string::npos) << seen.out;
+  EXPECT_EQ(seen.out.find("teapot"), std::string::npos) << seen.out;
+}
+
+TEST_F(Wlanctl, WithTheSendersKeySecretsAreSealedAnew) {
+  import_campus();
+  EXPECT_EQ(on_database("export all.xml").status, 0);
+  for (const char* take : {"import --sender-key a.db.key all.xml", "receive --sender-key a.db.key <frames"}) {
+    SCOPED_TRACE(take);
+    const Result taken = shell("wlanctl --db a.db send >frames; rm -f b.db* c.db*; wlanctl --db b.db " +
+                               std::string(take) + " && mv a.db.key away");
+    EXPECT_EQ(taken.status, 0) << taken.err;
+    const Result read = shell("wlanctl --db b.db send | wlanctl --db c.db --key b.db.key receive --verify '" + kCampus +
+                              "'; status=$?; mv away a.db.key; exit $status");
+    EXPECT_EQ(read.status, 0) << read.err;
+  }
+}
+
+TEST_F(Wlanctl, AnotherKeyIsRefusedAndALostOneReplacedOnDemand) {
+  import_campus();
+  const std::string list = on_database("list").out;
+  EXPECT_EQ(shell("wlanctl --db b.db import '" + kCampus + "'").status, 0);
+  expect_refused(on_database("--key b.db.key list"), 1, "key file \"b.db.key\": does not hold the key of the database");
+  EXPECT_EQ(shell("rm a.db.key").status, 0);
+  for (const std::string& command : {std::string("list"), "import '" + kCampus + "'"})
+    expect_refused(on_database(command), 1, "key file \"a.db.key\": No such file or directory");
+  EXPECT_EQ(on_database("--replace-key list").out, list);
+  EXPECT_EQ(on_database("list").out, list);
 }
 
 TEST_F(Wlanctl, SetRefusesWhatTheSchemaDoesNotHave) {
