@@ -15,7 +15,7 @@ int built_of(const void* object) {
 }
 
 template <std::uint32_t kBytes>
-alignas(8) inline constexpr char kZeroObject[kBytes]{};
+[[gnu::visibility("hidden")]] alignas(8) inline constexpr char kZeroObject[kBytes]{};
 
 // An object that an older library built ends before the fields of later variants. There it counts as what a new object
 // holds, zero or empty. So an old object equals the new one that was read from its binary form, the order of objects

@@ -57,6 +57,19 @@ TEST(Hash, IsTheChainOfTheFieldsHashesUnderAnySeed) {
   }
 }
 
+// Stored fingerprints stay good.
+TEST(Hash, GoldenValues) {
+  Rig rig;
+  char* dtim = rig.make(type_of("st_dtim"));
+  st_dtim_set_all(rig.h, rig.txn, dtim, 2, 3, &rig.err);
+  EXPECT_EQ(st_dtim_hash(dtim, 7), 588732804u);
+  EXPECT_EQ(st_dtim_hash(dtim, 7), u_int8_hash(dtim + 8, u_int8_hash(dtim + 7, 7)));
+  char* auth = rig.make(type_of("st_local_eap_auth"));
+  st_local_eap_auth_enable_set_value(rig.h, rig.txn, auth, 1, &rig.err);
+  st_local_eap_auth_profile_name_set(rig.h, rig.txn, auth, StandaloneString(rig, "kvt_vstring", "Library"), &rig.err);
+  EXPECT_EQ(st_local_eap_auth_hash(auth, 0), 3393656420u);
+}
+
 TEST(Hash, EveryFieldCountsAndEqualObjectsHashAlike) {
   Rig rig(Tracking::kOn);
   for (const Type& type : all_types()) {
