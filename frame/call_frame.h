@@ -29,6 +29,11 @@ inline void fail(kvt_handle* h, int code, int* err) {
   kvt_store_err(h, code);
 }
 
+// What a form without write context gives: the count, or -1 when the handle's last error is set by now.
+inline std::int32_t result_cr(const kvt_handle* h, std::uint32_t count) {
+  return h->last_error ? -1 : static_cast<std::int32_t>(count);
+}
+
 inline bool marks_wanted(const kvt_handle* h, std::uint32_t txn) {
   return h->containment && txn != KVT_NO_TXN && h->mode == 1;
 }

@@ -4,8 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -17,6 +19,8 @@ namespace kvt {
 namespace {
 
 thread_local std::uint16_t tenant;
+
+constexpr std::int32_t kWorkspaceBytes = 16 * 1024;
 
 kvt_handle* make_handle(Store* store, const char* name, const kvt_handle_options& options) {
   auto* runtime = new (std::nothrow) kvt_runtime{};
@@ -134,7 +138,23 @@ void kvt_handle_close(kvt_handle* handle) {
   Database* database = runtime->store->database();
   if (database && database->writer() == runtime->store) database->abort();
   runtime->store->destroy();
+  std::free(runtime->workspace);
   delete runtime;
+}
+
+void kvtlib_get_handle_ws(kvt_handle* handle, uint8_t** buffer, int32_t* length) {
+  kvt_runtime* runtime = handle->runtime;
+  const int32_t wanted = std::max(*length, kvt::kWorkspaceBytes);
+  if (wanted > runtime->workspace_length) {
+    // What it held is nobody's any more.
+    if (void* larger = std::malloc(static_cast<std::size_t>(wanted))) {
+      std::free(runtime->workspace);
+      runtime->workspace = static_cast<uint8_t*>(larger);
+      runtime->workspace_length = wanted;
+    }
+  }
+  *buffer = runtime->workspace;
+  *length = runtime->workspace_length;
 }
 
 uint32_t kvtdb_txn_begin(kvt_handle* handle, int* err) {

@@ -42,4 +42,6 @@ struct kvt_runtime {
   kvt::TypeCache types;
   bool txn_open;  // of a private store; a database knows its writer
   std::uint32_t txn_last;
+  std::uint8_t* workspace;  // see kvtlib_get_handle_ws
+  std::int32_t workspace_length;
 };

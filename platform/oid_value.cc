@@ -3,7 +3,9 @@
 #include <cstring>
 
 #include "kvt/primitives.h"
+#include "platform/print_line.h"
 #include "platform/ref.h"
+#include "platform/super_fast_hash.h"
 #include "platform/wire_inline.h"
 
 namespace {
@@ -53,6 +55,19 @@ std::int32_t kvtlib_oid_compare(const void* a, const void* b) {
   return (left > right) - (left < right);
 }
 
+std::uint32_t kvt_oid_print(kvt_handle* handle, std::uint32_t, char* buffer, std::uint32_t indent, const char* label,
+                            const void* oid, std::int32_t room, int* err) {
+  const std::uint64_t locator = kvt::wire_order(kvt::load<std::uint64_t>(oid));
+  const auto* ids = static_cast<const char*>(kvt::at_offset(oid, kIdOffset));
+  return kvt::print_line(handle, buffer, indent, label, "kvt_oid", room, err, [&](kvt::TextSink& sink) {
+    sink.put_hex(std::string_view(reinterpret_cast<const char*>(&locator), sizeof locator));
+    sink.put('/');
+    sink.put_hex(std::string_view(ids, kIdsSize / 2));
+    sink.put('/');
+    sink.put_hex(std::string_view(ids + kIdsSize / 2, kIdsSize / 2));
+  });
+}
+
 // Identities are not counted, so a field that goes away leaves nothing to take back.
 void kvtlib_oid_release_internal(kvt_handle*, std::uint32_t, void*, int*) {}
 
@@ -67,6 +82,10 @@ std::int32_t kvtlib_timer_compare(const void* a, const void* b) {
     if (left != right) return left < right ? -1 : 1;
   }
   return 0;
+}
+
+std::uint32_t kvtlib_timer_hash(const void* p, std::uint32_t seed) {
+  return kvt::super_fast_hash(p, kTimerWords * sizeof(std::int64_t), seed);
 }
 
 }  // extern "C"

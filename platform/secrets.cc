@@ -9,8 +9,10 @@
 #include "kvt/primitives.h"
 #include "platform/content.h"
 #include "platform/handle.h"
+#include "platform/print_line.h"
 #include "platform/ref.h"
 #include "platform/sealing.h"
+#include "platform/super_fast_hash.h"
 #include "platform/wire_inline.h"
 #include "platform/xml_values.h"
 #include "platform/xml_write.h"
@@ -26,6 +28,7 @@ STORED_FIELD(kvt_aes_vstring, plain_length, 8, std::uint32_t);
 
 constexpr std::uint32_t kLengthSize = sizeof(std::uint32_t);
 constexpr kvt_aes_vstring kEmpty{};
+constexpr std::string_view kMask = "********";  // whatever the length of the text
 
 struct Sealed {
   const std::uint8_t* bytes;
@@ -165,6 +168,22 @@ std::int32_t kvt_aes_vstring_compare(const void* a, const void* b) {
   if (left_text.open() != right_text.open()) return left_text.open() ? -1 : 1;
   if (!left_text.open()) return sealed_order;
   return kvt::bytes_compare(left_text.data(), left_text.size(), right_text.data(), right_text.size());
+}
+
+std::uint32_t kvt_aes_vstring_print(kvt_handle* handle, std::uint32_t, char* buffer, std::uint32_t indent,
+                                    const char* label, const void* p, std::int32_t room, int* err) {
+  const bool empty = !sealed_of(p).bytes;
+  return kvt::print_line(handle, buffer, indent, label, "kvt_aes_vstring", room, err, [&](kvt::TextSink& sink) {
+    if (!empty) sink.put(kMask);
+  });
+}
+
+// By the plain text: each sealing of one text gives other bytes. What no key opens is equal only to its own bytes.
+std::uint32_t kvt_aes_vstring_hash(const void* p, std::uint32_t seed) {
+  const Sealed field = sealed_of(p);
+  const PlainText text(field);
+  if (!text.open()) return kvt::hash_content(field.bytes, field.length, seed);
+  return kvt::hash_content(text.data(), text.size(), seed);
 }
 
 void kvt_aes_vstring_assign(kvt_handle* handle, std::uint32_t txn, void* p, const void* bytes, std::size_t length,

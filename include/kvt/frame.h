@@ -120,6 +120,11 @@ KVT_EXPORT void kvtdb_plat_set_detach(kvt_handle* handle, uint32_t txn, void* ob
 KVT_EXPORT void kvtdb_record_containment2(kvt_handle* handle, uint32_t txn, void* child, void* parent, int one);
 KVT_EXPORT void kvtdb_record_containment(kvt_handle* handle, uint32_t txn, int kind, void* child, void* parent,
                                          int one);
+/// The handle's scratch buffer; whoever uses it next overwrites it. In private memory, kept until the handle closes.
+/// @param buffer out: NULL when memory is exhausted
+/// @param length in: bytes wanted, 0 for whatever there is (16 KiB at first); out: bytes there are, fewer when memory
+///   for more cannot be had
+KVT_EXPORT void kvtlib_get_handle_ws(kvt_handle* handle, uint8_t** buffer, int32_t* length);
 /// Memory for the failure objects and records of a module: zeroed, in the cage, for the life of the process.
 KVT_EXPORT void* kvt_cage_static(size_t size);
 /// A zeroed area in the cage for the length of one call, taken and given back in the manner of a stack, for each

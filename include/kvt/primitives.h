@@ -45,15 +45,21 @@ typedef struct kvt_oid_value {
   uint8_t src[16];
 } kvt_oid_value;
 
-#define KVT_PRIMITIVE_SERIAL(X)                                                                                     \
-  KVT_EXPORT uint32_t X##_len(kvt_handle* handle, uint32_t txn, const void* p);                                     \
-  KVT_EXPORT uint32_t X##_marshal(kvt_handle* handle, uint32_t txn, uint8_t* buffer, const void* p, int32_t room,   \
-                                  int* err);                                                                        \
-  KVT_EXPORT uint32_t X##_unmarshal(kvt_handle* handle, uint32_t txn, const uint8_t* buffer, void* p, int32_t room, \
-                                    uint32_t flag, int* err);                                                       \
-  KVT_EXPORT uint32_t X##_to_xml(kvt_handle* handle, uint32_t txn, const char* label, char* buffer, const void* p,  \
-                                 int32_t room, uint32_t state, int* err);                                           \
-  KVT_EXPORT void X##_from_xml(kvt_handle* handle, uint32_t txn, const char* path, kvt_xml_document* document,      \
+#define KVT_PRIMITIVE_SERIAL(X)                                                                                      \
+  KVT_EXPORT uint32_t X##_len(kvt_handle* handle, uint32_t txn, const void* p);                                      \
+  KVT_EXPORT uint32_t X##_marshal(kvt_handle* handle, uint32_t txn, uint8_t* buffer, const void* p, int32_t room,    \
+                                  int* err);                                                                         \
+  KVT_EXPORT uint32_t X##_unmarshal(kvt_handle* handle, uint32_t txn, const uint8_t* buffer, void* p, int32_t room,  \
+                                    uint32_t flag, int* err);                                                        \
+  /** One line, "label@type:" and the value; a secret's is a mask. A NUL follows that is not counted but needs room. \
+   */                                                                                                                \
+  KVT_EXPORT uint32_t X##_print(kvt_handle* handle, uint32_t txn, char* buffer, uint32_t indent, const char* label,  \
+                                const void* p, int32_t room, int* err);                                              \
+  /** Hash of the value under a seed; values that compare equal hash alike. See docs/formats/hash.md. */             \
+  KVT_EXPORT uint32_t X##_hash(const void* p, uint32_t seed);                                                        \
+  KVT_EXPORT uint32_t X##_to_xml(kvt_handle* handle, uint32_t txn, const char* label, char* buffer, const void* p,   \
+                                 int32_t room, uint32_t state, int* err);                                            \
+  KVT_EXPORT void X##_from_xml(kvt_handle* handle, uint32_t txn, const char* path, kvt_xml_document* document,       \
                                void* p, int* err, char* message, size_t size)
 
 #define KVT_PRIMITIVE_INTEGER(X, V)                                                                     \
@@ -149,6 +155,9 @@ KVT_EXPORT uint32_t kvtlib_oid_marshal(kvt_handle* handle, uint32_t txn, uint8_t
 KVT_EXPORT uint32_t kvtlib_oid_unmarshal(kvt_handle* handle, uint32_t txn, const uint8_t* buffer, void* oid,
                                          int32_t room, uint32_t flag, int* err);
 KVT_EXPORT int32_t kvtlib_oid_compare(const void* a, const void* b);
+/// Prints a 40-byte value as "locator/id/src" in hexadecimal digits.
+KVT_EXPORT uint32_t kvt_oid_print(kvt_handle* handle, uint32_t txn, char* buffer, uint32_t indent, const char* label,
+                                  const void* oid, int32_t room, int* err);
 /// Drops the count that a reference field (48 bytes) holds on its target. An empty field, and one whose identity has no
 /// mapping here, is no error.
 KVT_EXPORT void kvtlib_oid_release_internal(kvt_handle* handle, uint32_t txn, void* field, int* err);
@@ -156,6 +165,11 @@ KVT_EXPORT void kvtlib_oid_release_internal(kvt_handle* handle, uint32_t txn, vo
 KVT_EXPORT int kvt_oid_id_is_zero(const void* id);
 /// Orders two 64-byte timer blocks by due time, then interval.
 KVT_EXPORT int32_t kvtlib_timer_compare(const void* a, const void* b);
+/// Hash of what kvtlib_timer_compare looks at.
+KVT_EXPORT uint32_t kvtlib_timer_hash(const void* p, uint32_t seed);
+
+/// The public hash of that name over `length` bytes, with `seed` in place of the length as start value.
+KVT_EXPORT uint32_t SuperFastHash(const void* data, uint32_t length, uint32_t seed);
 
 /// The fixed parts of a serial object; each gives the bytes used, and 0 with EMSGSIZE when there is no room.
 KVT_EXPORT uint32_t _kvt_instance_variant_marshal(kvt_handle* handle, uint32_t txn, uint8_t* buffer,

@@ -131,7 +131,8 @@ void emit_serial(Output& out) {
   const std::string top =
       top_comment(out, "Serial forms of struct types.") +
       fill(
-          "#include \"$(module)_schema.h\"\n#include \"serial/binary.h\"\n#include \"serial/compare.h\"\n"
+          "#include \"$(module)_schema.h\"\n#include \"serial/binary.h\"\n#include \"serial/clone.h\"\n"
+          "#include \"serial/compare.h\"\n#include \"serial/hash.h\"\n#include \"serial/print_form.h\"\n"
           "#include \"serial/xml_form.h\"\n\n",
           {{"module", out.module.name}});
   shard(out, "serial", kSerialShards, top, out.module.structs,
@@ -143,7 +144,7 @@ void emit_scalars(Output& out) {
   source = top_comment(out, "Enumerated and flag types.") +
            fill(
                "#include \"$(module)_schema.h\"\n#include \"objects/enumerated.h\"\n#include \"objects/flag_set.h\"\n"
-               "#include \"serial/binary.h\"\n#include \"serial/xml_form.h\"\n\n",
+               "#include \"serial/binary.h\"\n#include \"serial/print_form.h\"\n#include \"serial/xml_form.h\"\n\n",
                {{"module", out.module.name}});
   for (const Enum* type : out.module.enums) {
     const Holes holes = scalar_holes(type->name, type->top, true);

@@ -21,11 +21,14 @@ const Names kObject = {"adjust_variant",
                        "from_xml",
                        "get",
                        "get_luid",
+                       "hash",
                        "initialize",
                        "is_valid_cr",
                        "len",
                        "len_cr",
                        "marshal",
+                       "print",
+                       "print_cr",
                        "set",
                        "sizeof",
                        "to_xml",
@@ -33,10 +36,10 @@ const Names kObject = {"adjust_variant",
                        "toxml_cr",
                        "unmarshal",
                        "variant_data_index_cap"};
-const Names kStruct = {"get_all",        "offset_remove",
-                       "offset_update",  "post_copyout_cleanup",
-                       "set_all",        "set_all_state_tracking_flag",
-                       "sizeof_internal"};
+const Names kStruct = {
+    "clone",          "clone_cr",      "clone_internal",       "marshal_for_clone", "get_all",
+    "offset_remove",  "offset_update", "post_copyout_cleanup", "set_all",           "set_all_state_tracking_flag",
+    "sizeof_internal"};
 const Names kScalar = {"get_object_references", "get_oid_count", "get_value", "set_value"};
 const Names kEnum = {"map_to_internal_value"};
 const Names kFlag = {"get_cr", "in_range", "set_cr"};
