@@ -242,6 +242,11 @@ void Database::free(void* block) {
   pending_.push_back(at);
 }
 
+std::uint32_t Database::block_size(const void* block) const {
+  if (!in_slot(block) || !is_permanent(cage_ref(block))) return heap_.block_size(block);
+  return (static_cast<const PermanentBlock*>(block) - 1)->size;
+}
+
 // Nothing of the permanent memory is ever rolled back: each step alone must leave it whole.
 void* Database::alloc_permanent(std::uint32_t size) {
   if (size > kSlotSize) return nullptr;

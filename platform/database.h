@@ -84,6 +84,7 @@ class Database final : public HeapBacking {
   void* alloc(std::uint32_t size);
   void* alloc_permanent(std::uint32_t size);
   void free(void* block);
+  std::uint32_t block_size(const void* block) const;  // 0 for what is no allocated block
   bool announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn);
   bool reserve_log(std::uint32_t bytes);
 

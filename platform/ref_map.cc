@@ -55,6 +55,22 @@ const std::uint32_t* ref_map_find(const RefMapHead& map, std::uint32_t key) {
   return entry->key ? &entry->value : nullptr;
 }
 
+std::uint32_t ref_map_key_in(const RefMapHead& map, std::uint32_t begin, std::uint32_t length) {
+  if (!map.count) return 0;
+  // Whichever is less: asking for each place, or looking at each entry.
+  if (length / 8 < map.capacity) {
+    for (std::uint32_t at = 0; at < length; at += 8) {
+      if (ref_map_find(map, begin + at)) return begin + at;
+    }
+    return 0;
+  }
+  for (std::uint32_t i = 0; i < map.capacity; i++) {
+    std::uint32_t key = entries_of(map)[i].key;
+    if (key && key % 8 == 0 && key - begin < length) return key;
+  }
+  return 0;
+}
+
 int ref_map_put(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t key, std::uint32_t value) {
   if (!store.announce_range(&map->count, sizeof map->count, txn)) return EPERM;
   if (map->count + 1 > map->capacity / 4 * 3) {

@@ -14,4 +14,7 @@ int ref_map_put(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t 
 // False when the key is absent.
 bool ref_map_remove(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t key);
 
+// A key in [begin, begin + length) that is a multiple of 8, as `begin` is; 0 if the map has none there.
+std::uint32_t ref_map_key_in(const RefMapHead& map, std::uint32_t begin, std::uint32_t length);
+
 }  // namespace kvt

@@ -1,4 +1,6 @@
 // Type records: static ones by number, registered ones by reference, and the way from one to the other.
+#include "platform/registry.h"
+
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -56,6 +58,19 @@ void count(kvt_handle* handle, std::uint32_t txn, const kvt_type_record* record,
 }
 
 }  // namespace
+
+const kvt_static_type* static_type_of(const kvt_type_record* record) {
+  if (is_static_number(record->varinfo)) return static_type(record->varinfo);
+  for (const Module& module : modules) {
+    const std::uint32_t count = module.count.load(std::memory_order_acquire);
+    const kvt_static_type* types = module.types.load(std::memory_order_relaxed);
+    for (std::uint32_t i = 0; i < count; i++) {
+      if (!std::memcmp(types[i].record->luid, record->luid, sizeof record->luid)) return &types[i];
+    }
+  }
+  return nullptr;
+}
+
 }  // namespace kvt
 
 using namespace kvt;

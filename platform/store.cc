@@ -8,6 +8,7 @@
 
 #include "platform/database.h"
 #include "platform/messages.h"
+#include "platform/oid.h"
 
 namespace kvt {
 namespace {
@@ -103,16 +104,22 @@ bool Store::is_permanent(const void* address) const { return database_ && databa
 
 void Store::free(std::uint32_t txn, void* block) {
   if (!block) return;
-  if (!database_) {
-    if (!heap_.is_block(block)) stop(Message::kBadFree);
-    heap_.free(block);
-    return;
-  }
-  if (!database_->may_write(this, txn)) {
+  if (database_ && !database_->may_write(this, txn)) {
     trace(Message::kFreeRefused, KVT_LEVEL_ERROR);
     return;
   }
-  database_->free(block);
+  const std::uint32_t size = block_size(block);
+  if (!size) stop(Message::kBadFree);
+  forget_oids(*this, txn, cage_ref(block), size);
+  if (database_) {
+    database_->free(block);
+  } else {
+    heap_.free(block);
+  }
+}
+
+std::uint32_t Store::block_size(const void* block) const {
+  return database_ ? database_->block_size(block) : heap_.block_size(block);
 }
 
 bool Store::announce_range(void* at, std::uint32_t length, std::uint32_t txn) {
