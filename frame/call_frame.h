@@ -8,7 +8,7 @@
 
 namespace kvt {
 
-constexpr int kEnoent = 2, kEnomem = 12, kEfault = 14, kEexist = 17, kEinval = 22, kE2big = 7, kEagain = 11,
+constexpr int kEperm = 1, kEnoent = 2, kEnomem = 12, kEfault = 14, kEexist = 17, kEinval = 22, kE2big = 7, kEagain = 11,
               kEidrm = 43, kEbade = 52, kEmsgsize = 90;
 
 enum class Tracking : std::uint8_t { kAbsent, kOff, kOn };

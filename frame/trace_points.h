@@ -35,6 +35,12 @@ inline fenlog_arg trace_arg(const char* text) {
   a.value.text = text ? text : "(null)";
   return a;
 }
+inline fenlog_arg trace_arg(const void* address) {
+  fenlog_arg a;
+  a.kind = FENLOG_ADDRESS;
+  a.value.word = reinterpret_cast<std::uintptr_t>(address);
+  return a;
+}
 inline fenlog_arg trace_arg(std::uint32_t word) {
   fenlog_arg a;
   a.kind = FENLOG_WORD;

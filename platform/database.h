@@ -89,8 +89,7 @@ class Database final : public HeapBacking {
   void* alloc(std::uint32_t size);
   void* alloc_permanent(std::uint32_t size);
   void free(void* block);
-  // 0 for what is no allocated block of the heap.
-  std::uint32_t size_of_block(const void* block) const;
+  std::uint32_t block_size(const void* block) const;  // 0 for what is no allocated block
   bool announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn);
   bool reserve_log(std::uint32_t bytes);
 

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <new>
 
+#include "kvt/primitives.h"
 #include "platform/database.h"
 #include "platform/key_file.h"
 #include "platform/key_store.h"
@@ -182,6 +183,7 @@ uint32_t kvtdb_txn_begin(kvt_handle* handle, int* err) {
 void kvtdb_txn_commit(kvt_handle* handle, uint32_t txn, int* err) {
   if (*err) return;
   if (!kvt::has_open(handle, txn)) return kvt_store_epoch_err(handle, EINVAL, err);
+  kvtlib_oid_settle(handle, txn);
   Database* database = kvt::database_of(handle);
   if (!database) return kvt::end_private(handle);
   handle->default_txn = KVT_NO_TXN;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tools/commands.h"
+#include "tools/references.h"
 #include "tools/store.h"
 #include "tools/text.h"
 
@@ -203,6 +204,7 @@ void run_set(const Options& options) {
   std::string text;
   for (const Target& target : targets(options, store)) {
     text += change(options, value, store, *target.table, transaction.txn(), target.record);
+    if (is_tie(*target.table, options.path)) tie_records(store, transaction.txn());
   }
   transaction.commit();
   write_output(text);

@@ -6,6 +6,7 @@
 
 #include "tools/commands.h"
 #include "tools/document.h"
+#include "tools/references.h"
 #include "tools/store.h"
 #include "tools/text.h"
 
@@ -40,6 +41,7 @@ void enter_all(const ImportFile& file, const Store& store, std::uint32_t txn, Pu
       enter(file, i, group_profiles(), store, txn, opened[&group_profiles()], purpose);
     }
   }
+  tie_records(store, txn);
 }
 
 void wait_for_end_of_input() {

@@ -217,6 +217,16 @@ std::uint32_t count_records(const Store& store, const Table& table) {
   return in == nullptr ? 0 : table.count(store.handle(), KVT_NO_TXN, in);
 }
 
+std::vector<std::uint8_t> record_bytes(const Store& store, const Table& table, void* record) {
+  std::vector<std::uint8_t> bytes(table.length(store.handle(), KVT_NO_TXN, record));
+  int err = 0;
+  // The length is a bound; what was written is the form.
+  bytes.resize(
+      table.marshal(store.handle(), KVT_NO_TXN, bytes.data(), record, static_cast<std::int32_t>(bytes.size()), &err));
+  if (err != 0) throw Failure(std::string(table.name) + " cannot be sent" + reason(err));
+  return bytes;
+}
+
 std::string record_xml(const Store& store, const Table& table, void* record) {
   return written(table.name, [&](char* buffer, std::int32_t room, int* err) {
     return table.to_xml(store.handle(), KVT_NO_TXN, buffer, record, room, err);

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "tools/failure.h"
 #include "tools/options.h"
@@ -143,6 +144,8 @@ void for_each_record(const Store& store, const Table& table, Function function) 
 
 std::uint32_t count_records(const Store& store, const Table& table);
 
+/// The record in binary form.
+std::vector<std::uint8_t> record_bytes(const Store& store, const Table& table, void* record);
 /// The record's XML, in one line.
 std::string record_xml(const Store& store, const Table& table, void* record);
 /// The payload's XML alone, under its struct's name.

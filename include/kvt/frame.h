@@ -109,9 +109,10 @@ KVT_EXPORT void kvt_hd_mapping_destroy(kvt_handle* handle, uint32_t txn, void* o
 /// 0 if the object may be set into a record (`a` 1: neither nested nor embedded) or be the target of a reference (`a`
 /// 0: not nested); else EINVAL.
 KVT_EXPORT int kvtlib_validate_object_flags(const void* object, int a, int b);
-/// Asks for the removal of an object's mapping. Not 0: removed, or there was none.
+/// Asks for the removal of an object's mapping. Not 0: removed, or there was none. 0 without an error: references are
+/// left, and the object's destroy now waits for the last one to go (see kvtlib_oid_settle).
 KVT_EXPORT int kvt_request_oid_mapping_destroy(kvt_handle* handle, uint32_t txn, void* object, int* err);
-/// Gives an object an identity. Not 0 on success.
+/// Gives an object an identity. Not 0 on success. EEXIST, EPERM, ENOMEM; EINVAL: as for kvt_handle_to_oid.
 KVT_EXPORT int kvt_oid_mapping_create(kvt_handle* handle, uint32_t txn, void* object, int kind, uint32_t dynamic,
                                       uint32_t ior, int* err);
 KVT_EXPORT void kvtdb_plat_set_dirty(kvt_handle* handle, uint32_t txn, void* object);

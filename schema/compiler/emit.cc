@@ -144,7 +144,7 @@ bool emit(const Schema& schema, const Module& module, const std::string& directo
       if (f.kind != Kind::kStruct || is_own(module, f)) continue;
       for (const Field& inner : f.nested->fields) {
         if (inner.kind == Kind::kVstring || inner.kind == Kind::kAesVstring || inner.kind == Kind::kBytestr ||
-            inner.kind == Kind::kStruct) {
+            inner.kind == Kind::kStruct || inner.kind == Kind::kReference) {
           message = type->name + "." + f.name + ": a sibling's struct may be nested only if it owns nothing";
           return false;
         }

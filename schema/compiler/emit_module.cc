@@ -101,7 +101,9 @@ extern const fenlog_table k_table_messages, k_type_messages;
     }
     variants += fill("};\nconst kvt_variant_data varinfo_$(i) = {$(count), {0, 0, 0}, $(number)};\n",
                      {{"i", index}, {"count", std::to_string(e.variants.size())}, {"number", number}});
-    statics += fill("    {&$(symbol), &varinfo_$(i), entries_$(i)},\n", {{"symbol", e.symbol}, {"i", index}});
+    statics += fill(
+        "    {&$(symbol), &varinfo_$(i), entries_$(i), $(destroy)},\n",
+        {{"symbol", e.symbol}, {"i", index}, {"destroy", e.kind == "type" ? e.name + "_destroy_internal" : "nullptr"}});
     types += "    &" + e.symbol + ",\n";
   }
   std::string identities;
@@ -132,7 +134,7 @@ namespace {
 
 $(variants)
 constexpr kvt_static_type kStaticTypes[] = {
-$(statics)    {nullptr, nullptr, nullptr},
+$(statics)    {nullptr, nullptr, nullptr, nullptr},
 };
 constexpr const kvt_type_record* kTypes[] = {
 $(types)    nullptr,

@@ -117,12 +117,12 @@ KVT_EXPORT extern uint16_t g_kvt_$(m)_stub_trace_module_id;
 
 void emit_lifecycle(Output& out) {
   std::string& source = out.source("lifecycle.cc");
-  source =
-      top_comment(out, "Lifecycle of struct types.") +
-      fill(
-          "#include \"$(module)_schema.h\"\n#include \"objects/state_tracking.h\"\n#include \"objects/struct_copy.h\"\n"
-          "#include \"objects/struct_lifecycle.h\"\n#include \"objects/variants.h\"\n\n",
-          {{"module", out.module.name}});
+  source = top_comment(out, "Lifecycle of struct types.") +
+           fill(
+               "#include \"$(module)_schema.h\"\n#include \"objects/references.h\"\n#include "
+               "\"objects/state_tracking.h\"\n#include \"objects/struct_copy.h\"\n"
+               "#include \"objects/struct_lifecycle.h\"\n#include \"objects/variants.h\"\n\n",
+               {{"module", out.module.name}});
   for (const Struct* type : out.module.structs)
     source += define(kStructLifecycleFamily, type->name, struct_holes(*type));
 }

@@ -25,6 +25,7 @@ struct Field {
   std::uint32_t place, offset, width;
   int variant;
   std::uint32_t state;
+  std::string target = "-";  // of a reference
 };
 
 struct Type {
@@ -76,7 +77,7 @@ struct Catalogue {
     for (Type& type : types) by_name[type.name] = type;
     for (const auto& row : read_table("fields.tsv")) {
       by_name[row[0]].fields.push_back({row[1], row[3], number(row[2]), number(row[4]), number(row[5]),
-                                        static_cast<int>(number(row[6])), number(row[7])});
+                                        static_cast<int>(number(row[6])), number(row[7]), row[8]});
     }
     for (Type& type : types) type = by_name[type.name];
     // The one struct of another module that stands in an object of this one; its own module publishes no table.

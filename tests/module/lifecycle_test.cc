@@ -25,6 +25,8 @@ const std::vector<std::string> kStructOperations = {"create",
                                                     "get_luid",
                                                     "get",
                                                     "set",
+                                                    "get_oid_count",
+                                                    "get_object_references",
                                                     "get_all",
                                                     "set_all",
                                                     "marshal",
@@ -50,6 +52,9 @@ TEST(Exports, EveryOperationOfEveryFieldIsThere) {
       EXPECT_EQ(find_symbol(name + "_state_flag_set") != nullptr, kind_of(f) != Kind::kTimer) << name;
       EXPECT_EQ(find_symbol(name + "_get") != nullptr, has_set(f)) << name;
       EXPECT_EQ(find_symbol(name + "_set") != nullptr, has_set(f)) << name;
+      for (const char* op : {"_get_by_ref", "_get_by_ref_cr", "_set_by_ref", "_set_by_ref_cr"}) {
+        EXPECT_EQ(find_symbol(name + op) != nullptr, kind_of(f) == Kind::kReference) << name << op;
+      }
       EXPECT_EQ(find_symbol(name + "_get_value") != nullptr, has_value(f)) << name;
       EXPECT_EQ(find_symbol(name + "_set_value") != nullptr, has_value(f)) << name;
     }

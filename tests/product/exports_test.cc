@@ -22,6 +22,8 @@ const Names kObject = {"adjust_variant",
                        "get",
                        "get_luid",
                        "hash",
+                       "get_object_references",
+                       "get_oid_count",
                        "initialize",
                        "is_valid_cr",
                        "len",
@@ -40,11 +42,13 @@ const Names kStruct = {
     "clone",          "clone_cr",      "clone_internal",       "marshal_for_clone", "get_all",
     "offset_remove",  "offset_update", "post_copyout_cleanup", "set_all",           "set_all_state_tracking_flag",
     "sizeof_internal"};
-const Names kScalar = {"get_object_references", "get_oid_count", "get_value", "set_value"};
+const Names kScalar = {"get_value", "set_value"};
 const Names kEnum = {"map_to_internal_value"};
 const Names kFlag = {"get_cr", "in_range", "set_cr"};
 const Names kField = {"get", "set", "state_flag_get", "state_flag_set"};
 const Names kValueField = {"get_value", "set_value"};
+const Names kReferenceField = {"get_by_ref",    "get_by_ref_cr",  "set_by_ref",
+                               "set_by_ref_cr", "state_flag_get", "state_flag_set"};
 const Names kTable = {"create_record",
                       "create_record_w_src",
                       "delete",
@@ -162,7 +166,7 @@ class Exports : public Product {
         if (third == "timer") {
           names.insert(prefix + "_state_flag_get");
         } else if (third == "kvt_oid") {
-          add(prefix, {"state_flag_get", "state_flag_set"});
+          add(prefix, kReferenceField);
         } else {
           add(prefix, kField);
           if (value_types.count(third)) add(prefix, kValueField);

@@ -179,6 +179,64 @@ TEST_F(Wlanctl, ImportedProfileIsFoundByEachKey) {
   expect_refused(on_database("show --table tbl_mpsk_keys_int 256"), 1, "no record");
 }
 
+// The comments behind a record's XML.
+std::string references_in(const std::string& shown) {
+  const std::size_t at = shown.find("<!-- ");
+  return at == std::string::npos ? "" : shown.substr(at);
+}
+
+TEST_F(Wlanctl, ShowFollowsTheReferencesThatNamesMade) {
+  import_campus();
+  const std::string keys =
+      "<!-- int_mpsk_keys_oid leads to tbl_mpsk_keys_int: priority 0; priority 1; priority 2; priority 3; priority 4 "
+      "-->\n";
+  const std::string policies =
+      "<!-- internal_radio_policy_oid leads to tbl_internal_wlan_radio_policy: band DOT11_RADIO_BAND_2_4_GHZ; band "
+      "DOT11_RADIO_BAND_5_GHZ; band DOT11_RADIO_BAND_6_GHZ -->\n";
+  const std::string dormitory = "<!-- parent_wlan_oid leads to tbl_wlan: wlan_id 11, profile_name \"dorm-mpsk\" -->\n";
+  const struct {
+    const char* arguments;
+    std::string references;
+  } cases[] = {{"dorm-mpsk", keys},
+               {"--table tbl_apgroup_wlan dorm-mpsk", keys},
+               {"roaming", policies},
+               {"guest-web", ""},
+               {"--table tbl_mpsk_keys_int 3", dormitory},
+               {"--table tbl_internal_wlan_radio_policy DOT11_RADIO_BAND_6_GHZ",
+                "<!-- parent_wlan_oid leads to tbl_wlan: wlan_id 1, profile_name \"roaming\" -->\n"},
+               {"--table tbl_wireless_aaa_policy aaa-staff", ""}};
+  // In another database the same records refer to each other, not to where they came from.
+  EXPECT_EQ(shell("wlanctl --db a.db send | wlanctl --db b.db --key a.db.key receive").status, 0);
+  for (const char* database : {"a.db", "b.db --key a.db.key"}) {
+    for (const auto& c : cases) {
+      const Result shown = on_database(std::string("show ") + c.arguments, database);
+      EXPECT_EQ(shown.status, 0) << shown.err;
+      EXPECT_EQ(references_in(shown.out), c.references) << database << " " << c.arguments;
+    }
+  }
+  EXPECT_EQ(on_database("set --table tbl_mpsk_keys_int 3 parent_apfvap_profilename_key guest-web").status, 0);
+  EXPECT_EQ(references_in(on_database("show guest-web").out),
+            "<!-- int_mpsk_keys_oid leads to tbl_mpsk_keys_int: priority 3 -->\n");
+  EXPECT_EQ(on_database("delete dorm-mpsk").status, 0);
+  EXPECT_EQ(references_in(on_database("show --table tbl_mpsk_keys_int 0").out),
+            "<!-- parent_wlan_oid leads to tbl_wlan -->\n");
+}
+
+TEST_F(Wlanctl, ANameWithoutAProfileTiesNothing) {
+  spill(at("keys.xml"),
+        "<zarn_wlan><tbl_mpsk_keys_int><st_mpsk_key_info><priority>1</priority><parent_apfvap_profilename_key>a--b"
+        "</parent_apfvap_profilename_key></st_mpsk_key_info></tbl_mpsk_keys_int></zarn_wlan>");
+  EXPECT_EQ(on_database("import keys.xml").status, 0);
+  EXPECT_EQ(references_in(on_database("show --table tbl_mpsk_keys_int 1").out), "");
+  // The profile comes later, with a name that must not end a comment.
+  spill(at("profile.xml"),
+        "<zarn_wlan><tbl_wlan><st_wlan><wlan_id>1</wlan_id><profile_name>a--b</profile_name></st_wlan></tbl_wlan>"
+        "</zarn_wlan>");
+  EXPECT_EQ(on_database("import profile.xml").status, 0);
+  EXPECT_EQ(references_in(on_database("show --table tbl_mpsk_keys_int 1").out),
+            "<!-- parent_wlan_oid leads to tbl_wlan: wlan_id 1, profile_name \"a- -b\" -->\n");
+}
+
 TEST_F(Wlanctl, SecretsStandNowhereInPlainText) {
   import_campus();
   const std::string secret = "House-Linden-3F-kitchen-radio";
