@@ -12,22 +12,24 @@ struct Setting {
   Tracking tracking;
   std::uint32_t containment;
   bool context;  // a write context
+  Place place = Place::kPrivate;
 };
-constexpr Setting kSettings[] = {{0, Tracking::kAbsent, 0, true}, {0, Tracking::kOn, 1, true},
-                                 {1, Tracking::kOff, 1, true},    {1, Tracking::kOn, 1, true},
-                                 {1, Tracking::kOn, 0, true},     {1, Tracking::kOn, 1, false},
-                                 {2, Tracking::kOn, 1, true},     {2, Tracking::kAbsent, 0, false}};
+constexpr Setting kSettings[] = {
+    {0, Tracking::kAbsent, 0, true}, {0, Tracking::kOn, 1, true},      {1, Tracking::kOff, 1, true},
+    {1, Tracking::kOn, 1, true},     {1, Tracking::kOn, 0, true},      {1, Tracking::kOn, 1, false},
+    {2, Tracking::kOn, 1, true},     {2, Tracking::kAbsent, 0, false}, {1, Tracking::kOn, 1, true, Place::kDatabase}};
+constexpr Setting kWatchful = {1, Tracking::kOn, 1, true};
 
 std::string text_of(const Setting& s) {
   return "mode " + std::to_string(s.mode) + ", tracking " + name_of(s.tracking) + ", containment " +
-         std::to_string(s.containment) + (s.context ? "" : ", no write context");
+         std::to_string(s.containment) + (s.context ? "" : ", no write context") + ", " + name_of(s.place);
 }
 
 void apply(Rig& rig, const Setting& s) {
   rig.h->mode = s.mode;
   rig.h->containment = s.containment;
   if (!s.context) rig.txn = KVT_NO_TXN;
-  rig.h->default_txn = s.context ? rig.txn + 5 : rig.txn;
+  rig.h->default_txn = s.context && s.place == Place::kPrivate ? rig.txn + 5 : rig.txn;
 }
 
 std::uint32_t string_size(const Field& f) { return f.kind == "kvt_aes_vstring" ? 12 : 8; }
@@ -326,50 +328,63 @@ std::map<const char*, std::string> counters_of(Rig& rig) {
   return names;
 }
 
+// A rig with all types registered, a bench and a journal of its calls.
+struct Stage {
+  Stage(Rig& rig, const Subject& subject) : bench(rig, subject), journal(rig), whole(rig.blocks[bench.object]) {}
+  // Runs the call with the object's and the other's memory watched. `last`: what the last error is before.
+  std::uintptr_t run(const Call& call, int last, const Setting& setting) {
+    journal.unwatch();
+    journal.forget_names();
+    for (const auto& [block, name] : {std::pair(bench.object, "object"), std::pair(bench.other, "other")}) {
+      if (!bench.rig.blocks.count(block)) continue;
+      journal.watch(block, name);
+      journal.name(block, whole, name);
+    }
+    journal.watch_new(call.op.starts_with("create") ? whole : 0);
+    bench.rig.h->last_error = last;
+    journal.begin();
+    if (bench.object) script_of(call, bench, journal, setting, nullptr);  // tells which stores go unannounced
+    const std::uintptr_t result = call.run(&bench.rig.err);
+    journal.end();
+    journal.unwatch();
+    if (call.op.starts_with("create")) journal.name(reinterpret_cast<const char*>(result), whole, "new");
+    return result;
+  }
+  Bench bench;
+  Journal journal;
+  std::uint32_t whole;
+};
+
+void register_types(Rig& rig) { rig.destroy(type_of("st_wlan"), rig.make(type_of("st_wlan"))); }
+
 void expect_effects(const Setting& setting) {
   SCOPED_TRACE(text_of(setting));
-  Rig rig(setting.tracking);
+  Rig rig(setting.tracking, setting.place);
   apply(rig, setting);
-  rig.destroy(type_of("st_wlan"), rig.make(type_of("st_wlan")));  // registers the types of all modules
+  register_types(rig);
   const auto counter_names = counters_of(rig);
   for (const Subject& subject : all_subjects()) {
-    Bench bench(rig, subject);
-    Journal journal(rig);
-    const std::uint32_t whole = rig.blocks[bench.object];
-    for (const Call& call : bench.calls) {
-      const bool wants_states = call.op.starts_with("f_state_");
-      if (wants_states && setting.tracking != Tracking::kOn) continue;  // refused, see below
-      bench.prepare(call);
-      journal.unwatch();
-      journal.watch(bench.object, "object");
-      journal.watch(bench.other, "other");
-      journal.watch_new(call.op.starts_with("create") ? whole : 0);
-      journal.forget_names();
-      journal.name(bench.object, whole, "object");
-      journal.name(bench.other, whole, "other");
-      rig.h->last_error = call.errors == Errors::kLast ? 0 : 77;
-      int expected_last = call.errors == Errors::kLast || clears_last_error(call, subject.family) ? 0 : 77;
-      if (call.op == "from_xml") expected_last = last_error_of_xml(subject, bench.other);
-      journal.begin();
-      script_of(call, bench, journal, setting, nullptr);  // for the stores that go unannounced
-      const std::uintptr_t result = call.run(&rig.err);
-      journal.end();
+    Stage stage(rig, subject);
+    for (const Call& call : stage.bench.calls) {
+      if (call.op.starts_with("f_state_") && setting.tracking != Tracking::kOn) continue;  // refused
+      stage.bench.prepare(call);
+      int last = call.errors == Errors::kLast || clears_last_error(call, subject.family) ? 0 : 77;
+      if (call.op == "from_xml") last = last_error_of_xml(subject, stage.bench.other);
+      const std::uintptr_t result = stage.run(call, call.errors == Errors::kLast ? 0 : 77, setting);
+      EXPECT_EQ(rig.h->last_error, last) << call.name;
+      EXPECT_EQ(rig.take_err(), 0) << call.name;
       const char* made = reinterpret_cast<const char*>(result);
       if (call.op.starts_with("create")) {
-        journal.name(made, whole, "new");
-        EXPECT_EQ(journal.first_seen(made), std::string(whole, '\0')) << call.name << ": zeroed before it is set up";
+        EXPECT_EQ(stage.journal.first_seen(made), std::string(stage.whole, '\0')) << call.name;
       }
-      EXPECT_EQ(journal.lines(counter_names), script_of(call, bench, journal, setting, made)) << call.name;
-      EXPECT_EQ(journal.stray, "") << call.name;
-      const bool by_handle = call.name.ends_with("_cr");
-      for (const Journal::Event& e : journal.events) {
+      EXPECT_EQ(stage.journal.lines(counter_names), script_of(call, stage.bench, stage.journal, setting, made))
+          << call.name;
+      EXPECT_EQ(stage.journal.stray, "") << call.name;
+      for (const Journal::Event& e : stage.journal.events) {
         if (e.what == "report" || e.what == "trace") continue;
-        EXPECT_EQ(e.txn, by_handle ? rig.h->default_txn : rig.txn) << call.name << " " << e.what;
+        EXPECT_EQ(e.txn, call.name.ends_with("_cr") ? rig.h->default_txn : rig.txn) << call.name << " " << e.what;
       }
-      EXPECT_EQ(rig.take_err(), 0) << call.name;
-      EXPECT_EQ(rig.h->last_error, expected_last) << call.name;
-      journal.unwatch();
-      bench.settle(call, result);
+      stage.bench.settle(call, result);
       if (testing::Test::HasFailure()) return;
     }
   }
@@ -379,6 +394,391 @@ TEST(Effects, OfEveryOperationOfEveryTypeAreThoseToldInTheirOrder) {
   for (const Setting& setting : kSettings) {
     expect_effects(setting);
     if (testing::Test::HasFailure()) return;
+  }
+}
+
+TEST(Effects, AnObserverThatSwitchesReportsOffInTheMiddleIsObeyedAtOnce) {
+  Rig rig(kWatchful.tracking);
+  apply(rig, kWatchful);
+  register_types(rig);
+  const auto counter_names = counters_of(rig);
+  int switched = 0;
+  for (const Subject& subject : all_subjects()) {
+    Stage stage(rig, subject);
+    stage.journal.hook = [&](const Journal::Event& e) {
+      if (e.what == "report") rig.h->containment = 0;
+    };
+    for (const Call& call : stage.bench.calls) {
+      stage.bench.prepare(call);
+      rig.h->containment = 1;
+      const std::uintptr_t result = stage.run(call, 0, kWatchful);
+      std::vector<std::string> expected;
+      bool off = false;
+      for (const std::string& line :
+           script_of(call, stage.bench, stage.journal, kWatchful, reinterpret_cast<const char*>(result))) {
+        const bool report = line.starts_with("report"), mark = line.starts_with("dirty");
+        if (off && (report || mark)) {
+          ++switched;
+        } else {
+          expected.push_back(line);
+        }
+        off |= report;
+      }
+      EXPECT_EQ(stage.journal.lines(counter_names), expected) << call.name;
+      EXPECT_EQ(rig.take_err(), 0) << call.name;
+      stage.bench.settle(call, result);
+    }
+    rig.h->containment = 1;
+  }
+  EXPECT_GT(switched, 400);
+}
+
+// The domain allows more than the object holds: every write begins with the variant's byte, no read touches it.
+TEST(Effects, AWriteRaisesTheVariantFirstAndAnErrorThereStopsTheValueOnly) {
+  Rig rig(kWatchful.tracking);
+  apply(rig, kWatchful);
+  register_types(rig);
+  const auto counter_names = counters_of(rig);
+  const std::set<std::string> writes = {"f_set",   "f_set_value",    "f_state_flag_set", "set",
+                                        "set_all", "adjust_variant", "set_value"};
+  for (const Subject& subject : all_subjects()) {
+    if (subject.top == 0) continue;
+    Stage stage(rig, subject);
+    Bench& bench = stage.bench;
+    for (const Call& call : bench.calls) {
+      if (!writes.count(call.op)) {
+        if (!call.op.ends_with("get") && !call.op.ends_with("get_value") && call.op != "get_all") continue;
+        bench.object[4] = 0;
+        stage.run(call, 0, kWatchful);
+        EXPECT_EQ(rig.take_err(), call.field && call.field->variant > 0 && !call.op.starts_with("f_state") ? 43 : 0);
+        EXPECT_EQ(bench.object[4], 0) << call.name;
+        continue;
+      }
+      bench.prepare(call);
+      bench.object[4] = 0;
+      stage.run(call, 0, kWatchful);
+      std::vector<std::string> expected = script_of(call, bench, stage.journal, kWatchful, nullptr);
+      expected.insert(expected.begin(), "range object+4 1");
+      EXPECT_EQ(stage.journal.lines(counter_names), expected) << call.name;
+      EXPECT_EQ(stage.journal.stray, "") << call.name;
+      EXPECT_EQ(rig.take_err(), 0) << call.name;
+      EXPECT_EQ(bench.object[4], subject.top) << call.name;
+      if (!call.field || kind_of(*call.field) == Kind::kStruct) continue;
+      // The slot is set between the raise and the field.
+      bench.prepare(call);
+      bench.object[4] = 0;
+      stage.journal.hook = [&](const Journal::Event& e) {
+        if (e.what == "range") rig.err = 99;
+      };
+      stage.run(call, 0, kWatchful);
+      stage.journal.hook = nullptr;
+      Script left(stage.journal, kWatchful);
+      left.range(bench.object + 4, 1);
+      if (call.op != "f_set_value") left.state(*call.field, bench.block_of(bench.object));
+      if (call.op == "f_set") left.report(bench.other + call.field->offset, bench.object);
+      if (call.op == "f_set_value") left.report(nullptr, bench.object);
+      EXPECT_EQ(stage.journal.lines(counter_names), left.lines) << call.name;
+      EXPECT_EQ(stage.journal.stray, "") << call.name;
+      EXPECT_EQ(rig.take_err(), 99) << call.name;
+    }
+  }
+}
+
+const char kNotTracked[] = "trace 3 The object is not state tracked";
+
+// The object lacks the flag that its handle wants: values are stored, the marks are refused and said so, the error
+// before the trace or behind it.
+TEST(Effects, OfWritesToAnUntrackedObjectOnATrackingHandle) {
+  Rig rig(kWatchful.tracking);
+  apply(rig, kWatchful);
+  register_types(rig);
+  const auto counter_names = counters_of(rig);
+  for (const Subject& subject : all_subjects()) {
+    if (subject.family != Family::kStruct) continue;
+    Stage stage(rig, subject);
+    Bench& bench = stage.bench;
+    for (const Call& call : bench.calls) {
+      if (!call.field && call.op != "set") continue;
+      bench.prepare(call);
+      (call.field ? bench.object : bench.other)[6] &= ~KVT_OBJ_STATE_TRACKED;
+      stage.run(call, 0, kWatchful);
+      (call.field ? bench.object : bench.other)[6] |= KVT_OBJ_STATE_TRACKED;
+      std::vector<std::string> expected = script_of(call, bench, stage.journal, kWatchful, nullptr);
+      const bool refused = call.op != "f_get" && call.op != "f_get_value";
+      const int err_at_trace = call.op == "f_state_flag_set" ? 0 : 22;
+      if (call.op == "set") {
+        // What the raw copy made shared is taken apart all the same.
+        std::erase(expected, "range object+" + std::to_string(subject.size) + " " + std::to_string(subject.block));
+        bench.object[6] |= KVT_OBJ_STATE_TRACKED;
+      } else if (call.op == "f_state_flag_get") {
+        expected.push_back("trace 3 The object is non state tracked");
+      } else if (refused) {
+        Script mark(stage.journal, kWatchful);
+        mark.state(*call.field, bench.block_of(bench.object));
+        while (expected.back() != mark.lines[0]) expected.pop_back();  // with the report that would follow
+        expected.pop_back();
+      }
+      if (refused && call.op != "f_state_flag_get") expected.push_back(kNotTracked);
+      EXPECT_EQ(stage.journal.lines(counter_names), expected) << call.name;
+      EXPECT_EQ(stage.journal.stray, "") << call.name;
+      for (const Journal::Event& e : stage.journal.events) {
+        if (e.what != "trace") continue;
+        EXPECT_EQ(e.err, err_at_trace) << call.name;
+        EXPECT_EQ(e.last_error, err_at_trace) << call.name;
+      }
+      EXPECT_EQ(rig.h->last_error, refused ? 22 : 0) << call.name;
+      EXPECT_EQ(rig.take_err(), refused ? 22 : 0) << call.name;
+    }
+  }
+}
+
+TEST(Effects, OfStateOperationsOnAnUntrackedHandleAreTheErrorAlone) {
+  for (Tracking tracking : {Tracking::kOff, Tracking::kAbsent}) {
+    Rig rig(tracking);
+    for (const Subject& subject : all_subjects()) {
+      Stage stage(rig, subject);
+      // Without a descriptor the object's own flag decides.
+      if (tracking == Tracking::kOff) stage.bench.object[6] |= KVT_OBJ_STATE_TRACKED;
+      const std::string before = stage.bench.image(stage.bench.object);
+      for (const Call& call : stage.bench.calls) {
+        if (!call.op.starts_with("f_state_flag")) continue;
+        EXPECT_EQ(stage.run(call, 0, {0, tracking, 0, true}), 0u);
+        const bool get = call.op == "f_state_flag_get";
+        std::vector<std::string> expected;
+        if (tracking == Tracking::kAbsent) {
+          expected.push_back(get ? "trace 3 The object is non state tracked" : kNotTracked);
+        }
+        EXPECT_EQ(stage.journal.lines({}), expected) << call.name;
+        EXPECT_EQ(rig.take_err(), 22) << call.name;
+        EXPECT_EQ(stage.bench.image(stage.bench.object), before) << call.name;
+      }
+      stage.bench.object[6] &= ~KVT_OBJ_STATE_TRACKED;
+    }
+  }
+}
+
+// What a call on NULL gives: a slot, and lines.
+struct OnNull {
+  std::string op;
+  int err;
+  std::vector<std::string> lines;
+};
+const std::vector<OnNull>& on_null(Family family) {
+  static const std::string embed_struct = "trace 3 Invalid object pointer passed in to set instance flag";
+  static const std::string embed = "trace 3 Invalid object handle passed to set embedded flag";
+  static const std::vector<OnNull> structs = {
+      {"f_get", 43, {}},
+      {"f_get_value", 43, {}},
+      {"f_set", 43, {}},
+      {"f_set_value", 43, {}},
+      {"f_state_flag_get", 22, {"trace 3 The object is non state tracked"}},
+      {"f_state_flag_set", 22, {kNotTracked}},
+      {"get", 0, {"report null in null"}},
+      {"get_all", 0, {}},
+      {"set_all", 0, {}},
+      {"set", 43, {}},
+      {"adjust_variant", 0, {}},
+      {"set_instance_embedded", 0, {embed_struct}},
+      {"set_all_state_tracking_flag", 0, {}},
+      {"destroy", 0, {}},
+      {"destroy_internal", 0, {}},
+      {"destroy_cr", 0, {}},
+      {"get_luid", 0, {}},
+  };
+  static const std::vector<OnNull> enums = {
+      {"get_value", 22, {}},
+      {"set", 22, {}},
+      {"set_value", 22, {}},
+      {"get", 0, {"report null in null"}},
+      {"adjust_variant", 0, {}},
+      {"set_instance_embedded", 0, {embed}},
+      {"get_oid_count", 22, {"trace 3 Invalid object passed in to get object oid count"}},
+      {"get_object_references", 22, {"trace 3 Cannot get table references. Invalid object passed on"}},
+      {"destroy", 0, {}},
+      {"destroy_internal", 0, {}},
+      {"destroy_cr", 0, {}},
+      {"get_luid", 0, {}},
+  };
+  static const std::vector<OnNull> flags = [] {
+    std::vector<OnNull> all = {{"get_value", 43, {}}, {"set_value", 0, {}}, {"get", 0, {}}};
+    for (const OnNull& c : enums) {
+      if (c.op != "set" && std::none_of(all.begin(), all.end(), [&](const OnNull& own) { return own.op == c.op; })) {
+        all.push_back(c);
+      }
+    }
+    return all;
+  }();
+  return family == Family::kStruct ? structs : family == Family::kEnum ? enums : flags;
+}
+
+TEST(Effects, OfCallsOnNull) {
+  Rig rig(kWatchful.tracking);
+  apply(rig, kWatchful);
+  for (const Subject& subject : all_subjects()) {
+    Stage stage(rig, subject);
+    char* const object = std::exchange(stage.bench.object, nullptr);
+    for (const Call& call : stage.bench.calls) {
+      for (const OnNull& c : on_null(subject.family)) {
+        if (c.op != call.op) continue;
+        EXPECT_EQ(stage.run(call, 0, kWatchful), 0u) << call.name;
+        EXPECT_EQ(stage.journal.lines({}), c.lines) << call.name;
+        EXPECT_EQ(rig.h->last_error, c.err) << call.name;
+        EXPECT_EQ(rig.take_err(), c.err) << call.name;
+      }
+    }
+    stage.bench.object = object;
+  }
+}
+
+// With the store exhausted, or the chain broken already, create still reports and marks what it hands out.
+TEST(Effects, OfCreateWithNothingToGive) {
+  Rig rig(kWatchful.tracking);
+  apply(rig, kWatchful);
+  register_types(rig);
+  for (const Subject& subject : all_subjects()) {
+    Stage stage(rig, subject);
+    for (const Call& call : stage.bench.calls) {
+      if (!call.op.starts_with("create")) continue;
+      const bool by_handle = call.op == "create_cr";
+      for (int pending : {0, 5}) {
+        rig.fail_after = 0;
+        rig.h->cr_create = 0;
+        const std::uintptr_t result = stage.run(call, pending, kWatchful);
+        rig.fail_after = -1;
+        const std::string name = by_handle ? "new+0" : "null";
+        std::vector<std::string> expected = {"alloc null", "report " + name + " in null", "dirty " + name};
+        if (by_handle && pending) expected.erase(expected.begin());
+        EXPECT_EQ(stage.journal.lines({}), expected) << call.name;
+        EXPECT_EQ(result != 0, by_handle) << call.name;
+        EXPECT_EQ(rig.h->last_error, by_handle && !pending ? 12 : pending) << call.name;
+        EXPECT_EQ(rig.h->cr_create, 0u) << call.name;
+      }
+    }
+  }
+}
+
+// The registry is exhausted, so that no type record can be linked: a struct goes, an enumerated or flag object stays.
+TEST(Effects, OfCreateWithoutATypeRecord) {
+  for (const Subject& subject : all_subjects()) {
+    for (const char* op : {"_create", "_create_cr"}) {
+      Rig rig(kWatchful.tracking);
+      apply(rig, kWatchful);
+      rig.h->registry_alloc = [](void*, std::uint32_t, std::uint32_t) -> void* { return nullptr; };
+      std::vector<std::string> errors;
+      fenlog_set_sink(
+          [](void* lines, std::uint32_t level, const char* line) {
+            if (level == KVT_LEVEL_ERROR) static_cast<std::vector<std::string>*>(lines)->push_back(line);
+          },
+          &errors);
+      const std::string name = subject.name + op;
+      void* object = name.ends_with("_cr") ? fn<void*(H)>(name)(rig.h) : fn<Create>(name)(rig.h, rig.txn);
+      fenlog_set_sink(nullptr, nullptr);
+      const bool is_struct = subject.family == Family::kStruct;
+      EXPECT_EQ(errors, std::vector<std::string>{"error in " + subject.name + (is_struct ? " create: " : " create ") +
+                                                 strerror(12)});
+      EXPECT_EQ(object == nullptr, is_struct) << name;
+      EXPECT_EQ(rig.blocks.size(), is_struct ? 0u : 1u) << name;
+      EXPECT_EQ(rig.h->cr_create, 0u) << name;
+      if (object) fn<Destroy>(subject.name + "_destroy")(rig.h, rig.txn, object);
+      EXPECT_TRUE(rig.blocks.empty()) << name;
+    }
+  }
+}
+
+// On raw memory: without announcements, without statistics, nested with and without a place for the state bytes.
+TEST(Effects, OfInitializeByItsArguments) {
+  struct Case {
+    int announce, no_stats, flags;
+    bool base;
+    int err;
+  };
+  Rig rig(kWatchful.tracking);
+  apply(rig, kWatchful);
+  register_types(rig);
+  const auto counter_names = counters_of(rig);
+  for (const Type& type : all_types()) {
+    char* pattern = rig.make(type);
+    const std::uint32_t size = type.size.back();
+    for (const Case& c : {Case{0, 0, 0, false, 0}, Case{0, 1, 0, false, 0}, Case{1, 1, 4, false, 0},
+                          Case{1, 0, 4, false, 22}, Case{1, 0, 4, true, 0}, Case{0, 0, 2, true, 0}}) {
+      SCOPED_TRACE(type.name + " announce " + std::to_string(c.announce) + " no_stats " + std::to_string(c.no_stats) +
+                   " flags " + std::to_string(c.flags) + (c.base ? " with base" : ""));
+      const std::uint32_t whole = size + type.block.back();
+      auto* object = static_cast<char*>(rig.h->store_alloc(rig.h->store, rig.txn, whole));
+      std::memset(object, 0, whole);
+      Journal journal(rig);
+      journal.name(object, whole, "object");
+      journal.begin();
+      fn<Initialize>(type.name + "_initialize")(rig.h, rig.txn, object, record_of(type.name), c.announce, c.no_stats,
+                                                c.flags, c.base ? object + size : nullptr, &rig.err);
+      journal.end();
+      EXPECT_EQ(rig.take_err(), c.err);
+      std::string expected(pattern, whole);
+      expected[6] |= static_cast<char>(c.flags);
+      const bool placed = !c.no_stats && !(c.flags & 4);
+      for (const Slot& slot : slots_of(type, pattern)) {
+        const auto at = static_cast<std::size_t>(slot.at() - pattern);
+        if (kind_of(*slot.field) == Kind::kStruct && !placed) expected[at + 6] &= ~KVT_OBJ_STTR_OFFSET;
+      }
+      if (c.err) {
+        EXPECT_EQ(std::string(object, 7), expected.substr(0, 7));
+        for (const Slot& slot : slots_of(type, object)) {
+          if (kind_of(*slot.field) == Kind::kReference) continue;  // their target links come first of all
+          EXPECT_EQ(slot.at()[0], 0) << "set up all the same: " << slot.path;
+        }
+        EXPECT_EQ(journal.events.back().what, "trace");
+        EXPECT_EQ(journal.events.back().err, 22);
+        EXPECT_TRUE(journal.events.back().text.ends_with("provide the correct state tracking base pointer"));
+      } else {
+        EXPECT_EQ(std::string(object, whole), expected);
+      }
+      if (!c.announce) {
+        Script places(journal, kWatchful);
+        if (placed) places.place(type, object);
+        std::vector<std::string> ranges = journal.lines(counter_names);
+        std::erase_if(ranges, [](const std::string& line) { return !line.starts_with("range"); });
+        EXPECT_EQ(ranges, places.lines) << "the runtime's own flag of nested objects is all";
+      }
+      const std::vector<std::string> lines = journal.lines(counter_names);
+      EXPECT_EQ(std::any_of(lines.begin(), lines.end(), [](const auto& l) { return l.starts_with("counter"); }),
+                !c.no_stats);
+      rig.h->store_free(rig.h->store, rig.txn, object);
+    }
+    rig.destroy(type, pattern);
+  }
+}
+
+// The link lies in a block that the object owns: it is written there, and the block goes with the object.
+TEST(Effects, OfATypeLinkThatTheObjectOwns) {
+  Rig rig(kWatchful.tracking);
+  apply(rig, kWatchful);
+  for (const Type& type : all_types()) {
+    char* object = rig.make(type);
+    const auto link = load<std::uint32_t>(object);
+    auto* owned = static_cast<char*>(rig.h->store_alloc(rig.h->store, rig.txn, 16));
+    std::memset(owned, 0, 16);
+    const std::uint32_t at = kvt_ref_of(owned);
+    std::memcpy(object, &at, 4);
+    object[6] = static_cast<char>(object[6] | KVT_OBJ_TYPE_LINK_OWNED);
+    Journal journal(rig);
+    journal.name(owned, 16, "owned");
+    journal.begin();
+    fn<Initialize>(type.name + "_initialize")(rig.h, rig.txn, object, record_of(type.name), 1, 0, 0, nullptr, &rig.err);
+    journal.end();
+    const std::vector<std::string> setup = journal.lines({});
+    EXPECT_EQ(std::count(setup.begin(), setup.end(), "range owned+0 4"), 1) << type.name;
+    EXPECT_EQ(load<std::uint32_t>(owned), link) << type.name;
+    EXPECT_EQ(load<std::uint32_t>(object), at) << type.name;
+    journal.name(object, 4, "object");
+    journal.begin();
+    rig.destroy(type, object);
+    journal.end();
+    std::vector<std::string> lines = journal.lines({});
+    std::erase_if(lines, [](const std::string& line) { return line.starts_with("counter"); });
+    EXPECT_EQ(lines,
+              (std::vector<std::string>{"destroy object+0", "free owned+0", "range object+0 4", "free object+0"}))
+        << type.name;
+    EXPECT_TRUE(rig.blocks.empty()) << type.name;
   }
 }
 
