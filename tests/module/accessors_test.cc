@@ -80,31 +80,6 @@ TEST(FieldAccess, BelowItsVariantAFieldIsRefusedUntilTheDomainAllowsIt) {
   }
 }
 
-// The published bounds, one for each variant, say which indexes are its fields'.
-TEST(IsValid, GoesByTheVariantThatAnIndexCameWith) {
-  for (const Type& type : all_types()) {
-    Rig rig;
-    char* object = rig.make(type);
-    const auto valid = fn<IsValid>(type.name + "_is_valid_cr");
-    for (int domain = 0; domain <= type.top(); ++domain) {
-      kvt_domain_set_variant(rig.h, record_of(type.name), domain);
-      for (int own = 0; own <= type.top(); ++own) {
-        object[4] = static_cast<char>(own);
-        for (std::uint32_t index = 0; index <= type.bound.back(); ++index) {
-          const auto group = std::upper_bound(type.bound.begin(), type.bound.end(), index);
-          const int needed = group == type.bound.end() ? 127 : static_cast<int>(group - type.bound.begin());
-          EXPECT_EQ(valid(rig.h, object, index, 0), needed <= std::min(domain, own)) << type.name << index;
-          EXPECT_EQ(valid(rig.h, object, index, 1), needed <= domain) << type.name << index;
-        }
-      }
-    }
-    const auto cap = fn<std::int32_t(std::int32_t)>(type.name + "_variant_data_index_cap");
-    EXPECT_EQ(cap(-3), -3);
-    EXPECT_EQ(cap(type.top() + 1), type.top());
-    rig.destroy(type, object);
-  }
-}
-
 TEST(AllFields, AreReadAndStoredUpToTheVariantAndMarkNothing) {
   ASSERT_EQ(all_calls().size(), all_types().size());
   for (const Type& type : all_types()) {
@@ -173,30 +148,6 @@ TEST(SetObject, CopiesDeepAndGivesTheOldContentBack) {
         rig.destroy(type, dest);
         EXPECT_TRUE(rig.blocks.empty());
       }
-    }
-  }
-}
-
-TEST(SetObject, WithAnyAllocationFailingLeavesEveryStringOneOwner) {
-  for (const char* name : {"st_user_qos_policy", "wpa_psk_type", "st_wlan"}) {
-    const Type& type = type_of(name);
-    bool all_passed = false;
-    for (int failures = 0; !all_passed; ++failures) {
-      Rig rig(Tracking::kOn);
-      char* source = rig.make(type);
-      fill(rig, type, source, 1);
-      const Contents before = contents_of(type, source);
-      char* dest = rig.make(type);
-      fill(rig, type, dest, 2);
-      rig.fail_after = failures;
-      fn<Set>(type.name + "_set")(rig.h, rig.txn, dest, source, &rig.err);
-      all_passed = rig.fail_after >= 0;
-      rig.fail_after = -1;
-      EXPECT_EQ(rig.take_err(), all_passed ? 0 : 12) << name << failures;
-      rig.destroy(type, dest);
-      EXPECT_EQ(contents_of(type, source), before) << name << failures;
-      rig.destroy(type, source);
-      EXPECT_TRUE(rig.blocks.empty()) << name << failures;
     }
   }
 }

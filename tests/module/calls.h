@@ -2,6 +2,7 @@
 // all of them, over all struct, enumerated and flag types.
 #pragma once
 
+#include <iterator>
 #include <tuple>
 #include <type_traits>
 
@@ -30,23 +31,23 @@ void call_with_words(R (*function)(A...), const std::vector<std::uintptr_t>& wor
 struct AllCalls {
   std::function<void(const std::vector<std::uintptr_t>&)> get_all, set_all;
 };
-#define ALL_STRUCTS(X)                                                                                                \
-  X(st_local_eap_auth)                                                                                                \
-  X(st_wlan_aaa_settings)                                                                                             \
-  X(st_user_qos_policy)                                                                                               \
-  X(st_wlan_qos_settings) X(st_wlan_policies_settings) X(st_wlan_access_policies_settings) X(st_web_pre_auth_acl)     \
-      X(st_l3_security_settings) X(st_dot11_encryption_template) X(st_static_wep) X(st_dot1x) X(wpa_psk_type)         \
-          X(wpa_ft_type) X(wpa_dorp_type) X(st_mpsk_key_info) X(st_mpsk_key_info_notify) X(st_wpa_auth_key_mgmt)      \
-              X(st_wpa_encryption) X(st_wpa3_sae_params) X(st_wpa_wpa2) X(st_ft_params) X(st_wpa_ft_params)           \
-                  X(st_pmf_params) X(st_wpa_pmf_params) X(st_l2_auth_type) X(st_l2_security_settings)                 \
-                      X(st_wlan_security_settings) X(st_dtim) X(st_wlan_timeout_settings) X(st_wlan_client_settings)  \
-                          X(st_wlan_data_acl_override) X(st_channel_scan) X(st_voice) X(st_assisted_roaming_settings) \
-                              X(st_multicast_buffer_tuning) X(st_802_11v) X(st_802_11ax) X(st_sched_cfg)              \
-                                  X(st_device_analytics) X(st_laa_params) X(st_dot11k_rm_beacon_meas_req)             \
-                                      X(st_wlan_feature_settings) X(st_wlan_ifid) X(st_internal_wlan_radio_policy)    \
-                                          X(st_internal_wlan_radio_policy_notify) X(st_wlan) X(st_wlan_notify)        \
-                                              X(st_wireless_aaa_policy_notify) X(st_nas_id_aaa)                       \
-                                                  X(st_wireless_aaa_policy)
+#define ALL_STRUCTS(X)                                                                                                 \
+  X(st_local_eap_auth)                                                                                                 \
+  X(st_wlan_aaa_settings)                                                                                              \
+  X(st_user_qos_policy)                                                                                                \
+  X(st_wlan_qos_settings)                                                                                              \
+  X(st_wlan_policies_settings) X(st_wlan_access_policies_settings) X(st_web_pre_auth_acl) X(st_l3_security_settings)   \
+      X(st_dot11_encryption_template) X(st_static_wep) X(st_dot1x) X(wpa_psk_type) X(wpa_ft_type) X(wpa_dorp_type)     \
+          X(st_mpsk_key_info) X(st_mpsk_key_info_notify) X(st_wpa_auth_key_mgmt) X(st_wpa_encryption)                  \
+              X(st_wpa3_sae_params) X(st_wpa_wpa2) X(st_ft_params) X(st_wpa_ft_params) X(st_pmf_params)                \
+                  X(st_wpa_pmf_params) X(st_l2_auth_type) X(st_l2_security_settings) X(st_wlan_security_settings)      \
+                      X(st_dtim) X(st_wlan_timeout_settings) X(st_wlan_client_settings) X(st_wlan_data_acl_override)   \
+                          X(st_channel_scan) X(st_voice) X(st_assisted_roaming_settings) X(st_multicast_buffer_tuning) \
+                              X(st_802_11v) X(st_802_11ax) X(st_sched_cfg) X(st_device_analytics) X(st_laa_params)     \
+                                  X(st_dot11k_rm_beacon_meas_req) X(st_wlan_feature_settings) X(st_wlan_ifid)          \
+                                      X(st_internal_wlan_radio_policy) X(st_internal_wlan_radio_policy_notify)         \
+                                          X(st_wlan) X(st_wlan_notify) X(st_wireless_aaa_policy_notify)                \
+                                              X(st_nas_id_aaa) X(st_wireless_aaa_policy)
 #define ALL_CALLS(T)                                                                       \
   {#T,                                                                                     \
    {[](const std::vector<std::uintptr_t>& words) { call_with_words(T##_get_all, words); }, \
@@ -63,6 +64,12 @@ inline std::vector<std::uintptr_t> words_for(Rig& rig, void* object, const std::
   words.insert(words.end(), middle.begin(), middle.end());
   words.push_back(word(err ? err : &rig.err));
   return words;
+}
+
+// A set of the words of a text.
+inline std::set<std::string> words(const std::string& text) {
+  std::istringstream in(text);
+  return {std::istream_iterator<std::string>(in), {}};
 }
 
 enum class Family { kStruct, kEnum, kFlag };
@@ -154,9 +161,8 @@ class Bench {
   }
   // Lets the call have something to change.
   void prepare(const Call& call) {
-    static const std::set<std::string> changing = {"set",        "set_value",       "set_all", "post_copyout_cleanup",
-                                                   "unmarshal",  "from_xml",        "set_cr",  "destroy",
-                                                   "destroy_cr", "destroy_internal"};
+    static const std::set<std::string> changing = words(
+        "set set_value set_all post_copyout_cleanup unmarshal from_xml set_cr destroy destroy_cr destroy_internal");
     if (call.field) {
       refill(*call.field);
     } else if (changing.count(call.op)) {
@@ -272,18 +278,18 @@ class Bench {
     add("len_cr", Errors::kLast, [=, this](int*) { return op<std::uint32_t(H, const void*)>("len_cr")(h, object); });
     outs.assign(subject.type->fields.size(), 0);
     add("get_all", Errors::kSlot, [=, this](int* err) {
-      std::vector<std::uintptr_t> words;
+      std::vector<std::uintptr_t> args;
       for (const Field& f : subject.type->fields) {
-        if (has_value(f)) words.push_back(word(&outs[words.size()]));
+        if (has_value(f)) args.push_back(word(&outs[args.size()]));
       }
-      return all_calls().at(subject.name).get_all(words_for(rig, object, words, err)), 0;
+      return all_calls().at(subject.name).get_all(words_for(rig, object, args, err)), 0;
     });
     add("set_all", Errors::kSlot, [=, this](int* err) {
-      std::vector<std::uintptr_t> words;
+      std::vector<std::uintptr_t> args;
       for (const Field& f : subject.type->fields) {
-        if (has_value(f)) words.push_back(value_for(f));
+        if (has_value(f)) args.push_back(value_for(f));
       }
-      return all_calls().at(subject.name).set_all(words_for(rig, object, words, err)), 0;
+      return all_calls().at(subject.name).set_all(words_for(rig, object, args, err)), 0;
     });
     for (const Field& f : subject.type->fields) add_field_calls(f);
   }

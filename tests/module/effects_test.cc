@@ -285,11 +285,11 @@ std::vector<std::string> script_of(const Call& call, Bench& b, Journal& journal,
 
 // Whether a good call leaves the last error clear: what a struct's initialize or a preamble does.
 bool clears_last_error(const Call& call, Family family) {
-  static const std::set<std::string> of_fields = {"f_get", "f_get_value", "f_set", "f_set_value"};
-  static const std::set<std::string> of_all = {"initialize", "marshal", "unmarshal", "to_xml", "from_xml"};
-  static const std::set<std::string> of_structs = {"create", "create_internal", "get_all", "set_all"};
-  static const std::set<std::string> of_enums = {"get_value", "set_value", "set"};
-  static const std::set<std::string> of_flags = {"set_value", "set"};
+  static const std::set<std::string> of_fields = words("f_get f_get_value f_set f_set_value");
+  static const std::set<std::string> of_all = words("initialize marshal unmarshal to_xml from_xml");
+  static const std::set<std::string> of_structs = words("create create_internal get_all set_all");
+  static const std::set<std::string> of_enums = words("get_value set_value set");
+  static const std::set<std::string> of_flags = words("set_value set");
   if (call.field) return of_fields.count(call.op) > 0;
   const auto& own = family == Family::kStruct ? of_structs : family == Family::kEnum ? of_enums : of_flags;
   return of_all.count(call.op) || own.count(call.op);
@@ -439,8 +439,7 @@ TEST(Effects, AWriteRaisesTheVariantFirstAndAnErrorThereStopsTheValueOnly) {
   apply(rig, kWatchful);
   register_types(rig);
   const auto counter_names = counters_of(rig);
-  const std::set<std::string> writes = {"f_set",   "f_set_value",    "f_state_flag_set", "set",
-                                        "set_all", "adjust_variant", "set_value"};
+  const std::set<std::string> writes = words("f_set f_set_value f_state_flag_set set set_all adjust_variant set_value");
   for (const Subject& subject : all_subjects()) {
     if (subject.top == 0) continue;
     Stage stage(rig, subject);
