@@ -31,6 +31,13 @@ int main(void) {
     CHECK(st_tree_parent_get_by_ref(h, 0, tree, &err) == table && err == 0);
   }
   CHECK(!kvt_request_oid_mapping_destroy(h, 0, table, &err) && err == 0);
+  /* A raw copy brings a nested object the header of one that stands alone. */
+  void* alone = st_tree_create(h, 0);
+  st_tree_parent_set_by_ref(h, 0, alone, table, &err);
+  st_grove_oldest_set(h, 0, groves[0], alone, &err);
+  st_tree_parent_set_by_ref(h, 0, alone, NULL, &err);
+  CHECK(err == 0);
+  st_tree_destroy(h, 0, alone);
   st_grove_destroy(h, 0, groves[0]);
   CHECK(!kvt_request_oid_mapping_destroy(h, 0, table, &err) && err == 0); /* the other one's is left */
   st_grove_destroy(h, 0, groves[1]);
