@@ -13,6 +13,10 @@ constexpr std::uint32_t kSrcAt = kValueAt + offsetof(kvt_oid_value, src);
 constexpr std::uint64_t kFirstLocator = 256;
 constexpr std::int32_t kPrintedId = 33;
 
+bool leads_to_table(const FieldDesc& f) {
+  return f.type->kind == FieldKind::kReference && std::strcmp(f.target->kind, "table") == 0;
+}
+
 template <class... Args>
 void tell(const StructDesc& type, const FieldDesc& f, MessagePlace message, Args... args) {
   const TracePlace place{type.trace.table, type.trace.first + f.message, type.trace.module};
@@ -137,8 +141,6 @@ std::uint32_t struct_get_oid_count(const StructDesc& type, kvt_handle* h, const 
   return type.oid_count;
 }
 
-bool leads_to_table(const FieldDesc& field) { return std::strcmp(field.target->kind, "table") == 0; }
-
 void struct_get_object_references(const StructDesc& type, kvt_handle* h, std::uint32_t txn, const void* object,
                                   void** out, int* err) {
   if (*err) return trace(type.trace, kStructMessages, kMsgStructReferencesError);
@@ -148,7 +150,7 @@ void struct_get_object_references(const StructDesc& type, kvt_handle* h, std::ui
   }
   if (!type.oid_count) return;
   for (const FieldDesc* f = type.fields; f != type.fields + type.field_count; ++f) {
-    if (f->kind != FieldKind::kReference || !leads_to_table(*f)) continue;
+    if (!leads_to_table(*f)) continue;
     void* target = nullptr;
     const void* value = at_offset(object, f->offset + kValueAt);
     if (type.has_room_for(*f, object) && load<std::uint64_t>(value) >= kFirstLocator) {
@@ -156,6 +158,13 @@ void struct_get_object_references(const StructDesc& type, kvt_handle* h, std::ui
       if (*err) return trace(type.trace, kStructMessages, kMsgStructReferencesUnresolved);
     }
     *out++ = target;
+  }
+}
+
+void clear_table_references(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* object) {
+  for (const FieldDesc* f = type.fields; f != type.fields + type.field_count; ++f) {
+    if (!leads_to_table(*f) || !type.has_room_for(*f, object)) continue;
+    store_announced(h, txn, at_offset(object, f->offset + kValueAt), kvt_oid_value{});
   }
 }
 

@@ -15,7 +15,7 @@ std::uint32_t struct_get_oid_count(const StructDesc& type, kvt_handle* h, const 
 // The tables that the object refers to, in schema order; 0 stands for a field that refers to none.
 void struct_get_object_references(const StructDesc& type, kvt_handle* h, std::uint32_t txn, const void* object,
                                   void** out, int* err);
-// Whether a reference's target is a table as a whole.
-bool leads_to_table(const FieldDesc& field);
+// Empties the fields that refer to tables; the counts are the caller's business.
+void clear_table_references(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* object);
 
 }  // namespace kvt

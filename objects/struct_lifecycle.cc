@@ -83,6 +83,8 @@ bool place_state(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void*
     trace(type.trace, kStructMessages, kMsgStructDropFailed, static_cast<const void*>(references[i]), error_text(*err));
     *err = 0;
   }
+  // The nested object's own destroy must not drop them once more.
+  clear_table_references(nested, h, txn, object);
   return true;
 }
 
@@ -106,8 +108,6 @@ bool release_fields(const StructDesc& type, kvt_handle* h, std::uint32_t txn, vo
         f->type->destroy(h, txn, field, 0);
       }
     } else if (f->kind == FieldKind::kReference) {
-      // What a nested object holds on tables, its parent has dropped.
-      if ((flags_of(object) & KVT_OBJ_NESTED) && leads_to_table(*f)) continue;
       kvtlib_oid_release_internal(h, txn, field, err);
       if (*err) {
         const TracePlace place{type.trace.table, type.trace.first + f->message, type.trace.module};

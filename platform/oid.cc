@@ -101,7 +101,7 @@ int publish(Store& store, std::uint32_t txn, OidEntry* entry) {
   while (!random) {
     if (!make_random(&random, sizeof random)) return EIO;
   }
-  // Serials whose lower halves are alike are four milliards of objects apart, but both may live.
+  // Serials whose lower halves are alike are four billion objects apart, but both may live.
   while (!key_of(entry->serial) || ref_map_find(roots->oids_by_serial, key_of(entry->serial))) {
     entry->serial = ++roots->oid_last;
   }
