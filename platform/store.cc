@@ -109,7 +109,7 @@ void Store::free(std::uint32_t txn, void* block) {
     return;
   }
   if (!database_->may_write(this, txn)) {
-    trace(Message::kFreeRefused, KVT_LEVEL_ERROR);
+    trace(Message::kFreeRefused);
     return;
   }
   database_->free(block);
