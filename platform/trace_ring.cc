@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <string_view>
@@ -108,6 +109,14 @@ bool read_call(Reader* in, const RingFile& ring, RingCall* call) {
   return true;
 }
 
+// As another process finds it: the program is only called /proc/self/exe by itself.
+std::string absolute(const std::string& path) {
+  char* const real = realpath(path.c_str(), nullptr);
+  const std::string found = real ? real : path;
+  free(real);
+  return found;
+}
+
 // @return an errno
 int slurp(const std::string& path, std::string* bytes) {
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
@@ -198,7 +207,7 @@ int fenlog_save(const char* path) {
       const bool there = table_home(entry.table, &home, &id);
       tables.append(reinterpret_cast<const char*>(id.data()), id.size());
       put(&tables, there ? entry.table->number : kNoTable);
-      put_text(&tables, home);
+      put_text(&tables, there ? absolute(home) : home);
     }
     put_call(&calls, ticket, place->second, entry);
     ++count;
