@@ -1,5 +1,5 @@
-// The chain of bundle handlers: a module keeps the handler that it is given and hands it on to the modules that it stands
-// on. Nothing here calls a handler; what it is, is the caller's business.
+// The chain of bundle handlers: a module keeps the handler that it is given and hands it on to the modules that it
+// stands on. Nothing here calls a handler; what it is, is the caller's business.
 #pragma once
 
 #include <utility>

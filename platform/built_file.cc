@@ -121,8 +121,7 @@ bool decompress(const std::string& packed, std::size_t size, std::string* text) 
   text->assign(size + 1, '\0');
   unsigned got = static_cast<unsigned>(text->size());
   std::string in = packed;
-  const int result =
-      BZ2_bzBuffToBuffDecompress(text->data(), &got, in.data(), static_cast<unsigned>(in.size()), 0, 0);
+  const int result = BZ2_bzBuffToBuffDecompress(text->data(), &got, in.data(), static_cast<unsigned>(in.size()), 0, 0);
   if (result != BZ_OK || got != size) return false;
   text->resize(size);
   return true;

@@ -1,5 +1,6 @@
 // What a built file tells of itself in sections: message tables with their texts, manifests and build stamps. The forms
-// are told in docs/formats/trace.md and manifest.md. Reads files that may be damaged, and takes no word of theirs on trust.
+// are told in docs/formats/trace.md and manifest.md. Reads files that may be damaged, and takes no word of theirs on
+// trust.
 #pragma once
 
 #include <array>

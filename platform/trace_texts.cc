@@ -33,8 +33,7 @@ const Known* find(const TableId& id) {
 
 // Under the lock.
 void add(const TableId& id, std::vector<BuiltMessage> messages) {
-  g_known.store(new Known{id, std::move(messages), g_known.load(std::memory_order_relaxed)},
-                std::memory_order_release);
+  g_known.store(new Known{id, std::move(messages), g_known.load(std::memory_order_relaxed)}, std::memory_order_release);
 }
 
 std::string path_of(const Dl_info& info, const void* map) {

@@ -69,8 +69,8 @@ void take(Texts& texts, std::vector<kvt::BuiltTable> tables) {
   for (kvt::BuiltTable& table : tables) texts.try_emplace(table.id, std::move(table.messages));
 }
 
-// The lines of a ring. Texts come from the files that are named, and from those that the process had, where they are still
-// the same. A line whose text is nowhere shows its numbers; that is told at the end.
+// The lines of a ring. Texts come from the files that are named, and from those that the process had, where they are
+// still the same. A line whose text is nowhere shows its numbers; that is told at the end.
 void decode_ring(const std::string& file, const std::vector<std::string>& libraries) {
   kvt::RingFile ring;
   std::string why;

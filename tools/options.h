@@ -28,7 +28,7 @@ struct Options {
   std::optional<std::string> ssid;
   std::string socket;  // send, receive; empty: standard output, standard input
   unsigned wait_sec = 30;
-  std::string verify;  // receive
+  std::string verify;              // receive
   std::string ring;                // trace
   std::vector<std::string> files;  // trace
 };

@@ -52,8 +52,8 @@ typedef void (*fenlog_sink)(void* argument, uint32_t level, const char* line);
 KVT_EXPORT void fenlog_set_sink(fenlog_sink sink, void* argument);
 /// Sets the threshold: 0, 3, 6, 7 or 8. The default is 6.
 KVT_EXPORT void fenlog_set_level(unsigned level);
-/// Writes the calls that the ring still holds to a file, for `wlanctl trace --ring`. An old file there is replaced; only
-/// its owner can read the new one. @return 0, or the errno of what failed
+/// Writes the calls that the ring still holds to a file, for `wlanctl trace --ring`. An old file there is replaced;
+/// only its owner can read the new one. @return 0, or the errno of what failed
 KVT_EXPORT int fenlog_save(const char* path);
 /// Names the file in which the ring is saved when the process stops at a level-0 line; NULL: nowhere. Unless this has
 /// been called, the environment variable FENLOG_FILE names it. EINVAL for a name that is too long, else 0.

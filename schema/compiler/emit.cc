@@ -118,8 +118,7 @@ MessageIndex number_messages(const Module& module) {
     index.type_first[type->name] = static_cast<std::uint32_t>(index.type.size());
     add_family(index.type, "STRUCT", {{"type", type->name}});
     for (const Field& f : type->fields) {
-      if (f.kind == Kind::kReference)
-        add_family(index.type, "REFERENCE", {{"type", type->name}, {"field", f.name}});
+      if (f.kind == Kind::kReference) add_family(index.type, "REFERENCE", {{"type", type->name}, {"field", f.name}});
     }
   }
   auto add_scalar = [&](const std::string& name) {

@@ -1,5 +1,5 @@
-// What the built file says of its types to build tools: the manifest, and when and by whom it was made. The form is told
-// in docs/formats/manifest.md.
+// What the built file says of its types to build tools: the manifest, and when and by whom it was made. The form is
+// told in docs/formats/manifest.md.
 #include <openssl/evp.h>
 
 #include <algorithm>

@@ -122,8 +122,8 @@ bool emit_built_file(const BuiltFile& file, const std::string& directory, std::s
                        ". Made by zarnc; not to be edited.\n";
   source += sections;
   if (!texts.empty()) {
-    source += "asm(R\"(.pushsection .fenlog_texts,\"\",%progbits\n" + byte_lines(compressed(texts)) +
-              ".popsection\n)\");\n";
+    source +=
+        "asm(R\"(.pushsection .fenlog_texts,\"\",%progbits\n" + byte_lines(compressed(texts)) + ".popsection\n)\");\n";
   }
   if (!manifests.empty()) {
     source += "asm(R\"(.pushsection .ostrel,\"\",%progbits\n" + manifests + ".balign 4\n.popsection\n)\");\n";

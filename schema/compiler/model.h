@@ -168,7 +168,7 @@ bool emit(const Schema& schema, const Module& module, const std::string& directo
 struct BuiltFile {
   std::string library;  // names the source
   std::vector<const Module*> modules;
-  bool runtime = false;  // the runtime's own messages too
+  bool runtime = false;                      // the runtime's own messages too
   std::map<std::string, std::string> stamp;  // by what stamp_names tells
 };
 // The names of what a stamp holds, in the order of its lines.

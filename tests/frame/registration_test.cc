@@ -1,5 +1,5 @@
-// Tests of frame/registration.h and frame/bundle.h on small modules of their own: the module list as modules come and go,
-// the variant dump, the order in which bundle handlers are handed on.
+// Tests of frame/registration.h and frame/bundle.h on small modules of their own: the module list as modules come and
+// go, the variant dump, the order in which bundle handlers are handed on.
 #include "frame/registration.h"
 
 #include <gtest/gtest.h>
@@ -21,7 +21,8 @@ using Names = std::vector<std::string>;
 struct ToyModule {
   explicit ToyModule(const char* name, std::uint32_t number)
       : record{name, nullptr, nullptr, nullptr},
-        desc{name, "kvt_toy", &trace_id, &trace_state, nullptr, types, 2, number, &zone, 16, {&kTable, 40, &trace_id}} {}
+        desc{name, "kvt_toy", &trace_id, &trace_state, nullptr, types, 2, number, &zone, 16, {&kTable, 40, &trace_id}} {
+  }
   void load() { kvt::load_module(desc, &record, &once); }
   void unload() { kvt::unload_module(desc, &record); }
 

@@ -1,4 +1,5 @@
-// Tests of how the module's types get into a registry, of its variant dump, and of the bundle handlers that it hands on.
+// Tests of how the module's types get into a registry, of its variant dump, and of the bundle handlers that it hands
+// on.
 #include <cstdarg>
 #include <cstdio>
 
@@ -27,8 +28,8 @@ namespace module_test {
 namespace {
 
 constexpr std::size_t kTypes = 79;
-const char* const kSiblings[] = {"qep_comm",        "rudd_common",     "zarn_enum_types",
-                                 "zarn_types",      "zarn_tag_common", "zarn_config_db_const_defs"};
+const char* const kSiblings[] = {"qep_comm",   "rudd_common",     "zarn_enum_types",
+                                 "zarn_types", "zarn_tag_common", "zarn_config_db_const_defs"};
 
 // The names of the type table's records: as published, with the lines of each kind in the order of its kind.
 std::vector<std::string> published_order() {

@@ -1,5 +1,5 @@
-// Tests of what the two built libraries tell of themselves in sections, read here without the project's own reader: that
-// texts and manifests are there and not loaded, and that they say what the published tables say.
+// Tests of what the two built libraries tell of themselves in sections, read here without the project's own reader:
+// that texts and manifests are there and not loaded, and that they say what the published tables say.
 #include <bzlib.h>
 #include <fcntl.h>
 #include <gelf.h>
@@ -94,9 +94,8 @@ std::vector<Table> tables_of(const Image& image) {
     EXPECT_EQ((section.bytes.size() - 20) % 6, 0u);
     tables.push_back({parts[1], std::stoi(parts[2]), section.bytes, {}});
   }
-  std::sort(tables.begin(), tables.end(), [](const Table& a, const Table& b) {
-    return std::tie(a.module, a.number) < std::tie(b.module, b.number);
-  });
+  std::sort(tables.begin(), tables.end(),
+            [](const Table& a, const Table& b) { return std::tie(a.module, a.number) < std::tie(b.module, b.number); });
   const Section& packed = image.section(".fenlog_texts");
   EXPECT_FALSE(packed.loaded);
   std::string text(1 << 22, '\0'), in = packed.bytes;

@@ -2,7 +2,6 @@
 #include "platform/trace.h"
 
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <atomic>

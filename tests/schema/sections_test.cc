@@ -1,5 +1,5 @@
-// Tests of what the schema compiler has a built file tell of itself: digests that follow the definition and nothing else,
-// stamps that are the same for the same build.
+// Tests of what the schema compiler has a built file tell of itself: digests that follow the definition and nothing
+// else, stamps that are the same for the same build.
 #include <stdlib.h>
 
 #include <map>
@@ -125,10 +125,10 @@ TEST_F(Stamp, HonoursTheSourceDate) {
 }
 
 TEST_F(Stamp, TellsWhatItIsTold) {
-  EXPECT_EQ(stamp({"--stamp", "built by=a = b", "--stamp", "on host=h", "--stamp", "pid=7", "--stamp", "comment=",
-                   "--stamp", "pkg_uid=u"}),
-            (std::vector<std::string>{"toy", "pkg_uid: u", "built by: a = b", "on host: h", "pid: 7", "at: -",
-                                      "comment: "}));
+  EXPECT_EQ(
+      stamp({"--stamp", "built by=a = b", "--stamp", "on host=h", "--stamp", "pid=7", "--stamp", "comment=", "--stamp",
+             "pkg_uid=u"}),
+      (std::vector<std::string>{"toy", "pkg_uid: u", "built by: a = b", "on host: h", "pid: 7", "at: -", "comment: "}));
 }
 
 }  // namespace
