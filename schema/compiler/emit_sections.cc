@@ -30,10 +30,11 @@ std::string byte_lines(const std::string& bytes) {
   return out + "\n";
 }
 
-// What stands in a comment of the assembler neither ends it nor opens another one.
+// What stands in a comment of the assembler ends neither it nor the literal around it.
 std::string remark(std::string text) {
   for (std::size_t i = 1; i < text.size(); ++i) {
-    if ((text[i - 1] == '*' && text[i] == '/') || (text[i - 1] == '/' && text[i] == '*')) text[i] = ' ';
+    const std::string pair = text.substr(i - 1, 2);
+    if (pair == "*/" || pair == "/*" || pair == ")\"") text[i] = ' ';
   }
   return "/* " + text + " */";
 }

@@ -124,6 +124,9 @@ TEST_F(Stamp, HonoursTheSourceDate) {
   }
 }
 
+// What is told cannot break out of the remark that shows it.
+TEST_F(Stamp, MayHoldAnyLine) { EXPECT_EQ(stamp({"--stamp", "comment=a */ b )\" c"})[6], "comment: a *  b )  c"); }
+
 TEST_F(Stamp, TellsWhatItIsTold) {
   EXPECT_EQ(
       stamp({"--stamp", "built by=a = b", "--stamp", "on host=h", "--stamp", "pid=7", "--stamp", "comment=", "--stamp",
