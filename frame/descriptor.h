@@ -54,6 +54,7 @@ struct ModuleDesc {
   std::uint32_t number;
   void** failure_zone;  // failure objects and records, made by the module's constructor
   std::uint32_t failure_zone_size;
+  TracePlace trace;
 };
 
 struct StructDesc {

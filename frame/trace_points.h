@@ -21,6 +21,8 @@ constexpr std::uint32_t kReferenceMessages = kMsgReferenceReleaseFailed;
 constexpr std::uint32_t kEnumMessages = kMsgEnumNoVarinfo;
 constexpr std::uint32_t kTableMessages = kMsgTableNoLock;
 constexpr std::uint32_t kKeyMessages = kMsgInsertExists;
+constexpr std::uint32_t kModuleMessages = kMsgModuleNoVarinfo;
+constexpr std::uint32_t kTimerMessages = kMsgTimerNone;
 
 // The level word of each message, by place.
 constexpr std::uint32_t kMessageLevel[] = {

@@ -112,7 +112,7 @@ bool Store::is_permanent(const void* address) const { return database_ && databa
 void Store::free(std::uint32_t txn, void* block) {
   if (!block) return;
   if (database_ && !database_->may_write(this, txn)) {
-    trace(Message::kFreeRefused, KVT_LEVEL_ERROR);
+    trace(Message::kFreeRefused);
     return;
   }
   const std::uint32_t size = block_size(block);

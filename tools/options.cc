@@ -65,6 +65,7 @@ std::optional<int> parse_options(int argc, char** argv, Options& options) {
   app.add_flag("--replace-key", options.replace_key,
                "take the key file's key in place of the database's, if that is lost");
   app.add_flag("--trace", options.trace, "tell every trace line of the library on standard error");
+  app.add_option("--trace-file", options.trace_file, "keep the command's trace in a file, for `wlanctl trace --ring`");
   app.require_subcommand(1);
 
   CLI::App* import = add_command(app, options, Command::kImport, "import", "Take all records of an XML file, or none");
@@ -112,8 +113,18 @@ std::optional<int> parse_options(int argc, char** argv, Options& options) {
   add_key(erase, options);
   add_table(erase, options);
 
+  CLI::App* trace = add_command(app, options, Command::kTrace, "trace", "Show trace messages of built files");
+  trace->add_option("FILE", options.files, "libraries whose messages are listed, or that a ring's lines come from");
+  trace->add_option("--ring", options.ring, "the trace that a process left, to be told in words");
+
+  CLI::App* manifest = add_command(app, options, Command::kManifest, "manifest", "Show a built file's types and stamp");
+  manifest->add_option("FILE", options.file, "the library")->required();
+
   try {
     app.parse(argc, argv);
+    if (options.command == Command::kTrace && options.files.empty() && options.ring.empty())
+      throw CLI::RequiredError("a FILE or --ring");
+    if (options.command == Command::kTrace || options.command == Command::kManifest) return std::nullopt;
     if (options.database.empty()) throw CLI::RequiredError("--db PATH, or ZARN_WLAN_DB in the environment,");
   } catch (const CLI::Success& done) {
     return app.exit(done);

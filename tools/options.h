@@ -4,10 +4,11 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace wlanctl {
 
-enum class Command { kImport, kList, kShow, kFind, kExport, kSend, kReceive, kSet, kDelete };
+enum class Command { kImport, kList, kShow, kFind, kExport, kSend, kReceive, kSet, kDelete, kTrace, kManifest };
 
 struct Options {
   Command command = Command::kList;
@@ -15,9 +16,10 @@ struct Options {
   std::string key_file;  // empty: the database's own
   bool replace_key = false;
   bool trace = false;
+  std::string trace_file;
   bool json = false;
   bool hold = false;
-  std::string file;                  // import, export; empty: standard output
+  std::string file;                  // import, export; empty: standard output; manifest
   std::string table;                 // list, show, set, delete
   std::string key;                   // show, set, delete
   std::string path;                  // set
@@ -28,7 +30,9 @@ struct Options {
   std::optional<std::string> ssid;
   std::string socket;  // send, receive; empty: standard output, standard input
   unsigned wait_sec = 30;
-  std::string verify;  // receive
+  std::string verify;              // receive
+  std::string ring;                // trace
+  std::vector<std::string> files;  // trace
 };
 
 /// Reads the command line into `options`. A value that stands in it is overwritten there, where every user of the

@@ -95,10 +95,16 @@ bool put_key(kvt_handle* handle, std::uint32_t txn, const Table& table, const Ke
 
 }  // namespace
 
-void start_trace(bool to_standard_error) {
+void start_trace(bool to_standard_error, const std::string& file) {
   trace.to_standard_error = to_standard_error;
-  fenlog_set_level(to_standard_error ? kEverything : kErrorsOnly);
+  fenlog_set_level(to_standard_error || !file.empty() ? kEverything : kErrorsOnly);
   fenlog_set_sink(take_trace_line, &trace);
+  if (!file.empty() && fenlog_set_file(file.c_str())) throw Failure("--trace-file: the name is too long");
+}
+
+void save_trace(const std::string& file) {
+  if (const int error = fenlog_save(file.c_str()))
+    throw Failure(file + ": the trace is not saved (" + std::strerror(error) + ")");
 }
 
 std::string trace_reason() {

@@ -15,8 +15,10 @@
 namespace wlanctl {
 
 /// Directs the library's trace: to standard error with --trace, and always so far that trace_reason() can tell the last
-/// error in words.
-void start_trace(bool to_standard_error);
+/// error in words. With a file's name everything is kept for it, and a fatal stop leaves it there.
+void start_trace(bool to_standard_error, const std::string& file);
+/// Leaves the trace in that file.
+void save_trace(const std::string& file);
 /// The library's last message of level error since the last call, in brackets behind a blank; else empty.
 std::string trace_reason();
 

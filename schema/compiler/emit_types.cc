@@ -101,6 +101,8 @@ void emit_headers(Output& out) {
         declare_table(*table));
   }
   const std::string& m = out.module.name;
+  std::string needs;
+  for (const Need& need : out.module.needs) needs += (needs.empty() ? ": " : ", ") + need.name;
   std::string& umbrella = out.header(m + ".h");
   umbrella = wrap(out, "all", "All that the module " + m + " exports.",
                   includes + fill(R"--(
@@ -109,10 +111,20 @@ KVT_EXPORT void $(m)_typeinfo_initialize(kvt_handle *handle, uint32_t txn, int *
 /// Binds the module's trace id; cheap and idempotent.
 KVT_EXPORT void kvt_$(m)_trace_init(void);
 KVT_EXPORT extern uint16_t g_kvt_$(m)_trace_module_id;
+/// Tells `out`, which is a function in the manner of printf, the variants of each type of the module: how many, and of
+/// each the bytes in use and those left over.
+KVT_EXPORT void $(m)_type_variant_dump(int (*out)(const char *format, ...));
+/// Keeps a bundle handler for the module and for those that it stands on$(needs). The library itself never calls it.
+/// @return the handler that was there before, NULL at first
+KVT_EXPORT void *$(m)_bundle_handler_register(void *handler);
+/// Takes the handler away, from the same modules. @return the handler that was there
+KVT_EXPORT void *$(m)_bundle_handler_unregister(void);
+/// The handler kept for the module itself.
+KVT_EXPORT extern void *$(m)_bundle_registered_handler;
 /// The trace id of generated stubs of the module; kept for them, not read here.
 KVT_EXPORT extern uint16_t g_kvt_$(m)_stub_trace_module_id;
 )--",
-                                  {{"m", m}}));
+                                  {{"m", m}, {"needs", needs}}));
 }
 
 void emit_lifecycle(Output& out) {

@@ -12,7 +12,7 @@ class ToySchema : public Product {
  protected:
   const std::string schema = kSource + "/tests/product/toy/toy.zs";
   void generate(const std::string& file, const std::string& out) const {
-    done("'" + kBuild + "/schema/zarnc' --out " + out + " --module toy '" + file + "'");
+    done("env -u SOURCE_DATE_EPOCH '" + kBuild + "/schema/zarnc' --out " + out + " --module toy '" + file + "'");
   }
   std::string run_with(const std::string& changed, const std::string& program) const;
   static std::map<std::string, std::string> files_below(const fs::path& root) {

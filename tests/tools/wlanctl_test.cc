@@ -480,4 +480,81 @@ TEST_F(Wlanctl, NamesCannotStirTheTerminal) {
   EXPECT_NE(on_database("list --json").out.find("a\\u000ab"), std::string::npos);
 }
 
+const std::string kModule = ZARN_BINARY_DIR "/libzarn_wlan.so";
+const std::string kInsertExists = "tbl_wlan insert record exists for st_wlan wlan_id";
+
+TEST_F(Wlanctl, MessagesAndManifestOfABuiltFile) {
+  const Result messages = shell("wlanctl trace '" + kModule + "' '" ZARN_BINARY_DIR "/platform/libkvt.so'");
+  EXPECT_EQ(messages.status, 0) << messages.err;
+  for (const std::string line : {"table zarn_wlan 0: 7 messages, id ", "fatal: Corrupted KVT Handle\n",
+                                 "error: tbl_wlan insert record exists for st_wlan wlan_id\n", "table kvt 0: "}) {
+    EXPECT_NE(messages.out.find(line), std::string::npos) << line;
+  }
+  const Result manifest = shell("wlanctl manifest '" + kModule + "'");
+  EXPECT_EQ(manifest.status, 0) << manifest.err;
+  EXPECT_EQ(manifest.out.rfind("# zarn_wlan.minime\n", 0), 0u);
+  EXPECT_NE(manifest.out.find("type002:00048N\n"), std::string::npos);
+  EXPECT_NE(manifest.out.find("N\nzarn_wlan\npkg_uid: "), std::string::npos);
+}
+
+TEST_F(Wlanctl, OtherFilesHaveNoMessagesAndNoManifest) {
+  spill(at("text"), "no built file");
+  spill(at("cut.so"), slurp(kModule).substr(0, 5000));
+  const struct {
+    const char *arguments, *reason;
+  } cases[] = {
+      {"trace text", "text: is no ELF file"},
+      {"trace missing", "missing: No such file or directory"},
+      {"trace cut.so", "cut.so: "},
+      {"trace '" ZARN_BINARY_DIR "/schema/zarnc'", "holds no message tables"},
+      {"trace --ring text", "text: is no trace ring"},
+      {"trace --ring missing", "missing: No such file or directory"},
+      {"manifest text", "text: is no ELF file"},
+      {"manifest .", ".: Is a directory"},
+      {"manifest cut.so", "cut.so: "},
+      {"manifest '" ZARN_BINARY_DIR "/schema/zarnc'", "holds no manifest"},
+  };
+  for (const auto& [arguments, reason] : cases) {
+    SCOPED_TRACE(arguments);
+    expect_refused(shell("wlanctl " + std::string(arguments)), 1, reason);
+  }
+  for (const char* arguments : {"trace", "manifest", "manifest a b"})
+    expect_refused(shell("wlanctl " + std::string(arguments)), 2, "");
+}
+
+TEST_F(Wlanctl, TraceOfACommandIsDecodedLater) {
+  spill(at("good.xml"), kGood);
+  EXPECT_EQ(on_database("import good.xml").status, 0);
+  expect_refused(on_database("--trace-file ring import good.xml"), 1, kInsertExists);
+  const Result decoded = shell("wlanctl trace --ring ring");
+  EXPECT_EQ(decoded.status, 0) << decoded.err;
+  EXPECT_NE(decoded.out.find(" error kvt_zarn_wlan: " + kInsertExists + "\n"), std::string::npos) << decoded.out;
+  EXPECT_EQ(shell("wlanctl trace --ring ring '" + kModule + "'").out, decoded.out);
+  const Result unsaved = on_database("--trace-file no/where list");
+  EXPECT_EQ(unsaved.status, 1);
+  EXPECT_EQ(unsaved.err, "wlanctl: no/where: the trace is not saved (No such file or directory)\n");
+}
+
+// A library without its texts still works, and its lines tell numbers; the file it was made from has the texts for
+// them.
+TEST_F(Wlanctl, LinesOfAStrippedLibraryAreDecodedWithTheOriginal) {
+  spill(at("good.xml"), kGood);
+  fs::create_directory(dir_ / "lib");
+  EXPECT_EQ(shell("objcopy -R .fenlog_texts '" + kModule + "' lib/libzarn_wlan.so.0").status, 0);
+  const std::string with_it = "export LD_LIBRARY_PATH=lib; wlanctl --db a.db --trace-file ring import good.xml";
+  EXPECT_EQ(shell(with_it).status, 0);
+  const Result refused = shell(with_it);
+  expect_refused(refused, 1, "(message ");
+  EXPECT_EQ(refused.err.find(kInsertExists), std::string::npos);
+  const Result numbers = shell("wlanctl trace --ring ring");
+  EXPECT_EQ(numbers.status, 1);
+  EXPECT_NE(numbers.out.find(" error kvt_zarn_wlan: message "), std::string::npos) << numbers.out;
+  EXPECT_NE(numbers.err.find("have no text: no file has the table with id "), std::string::npos) << numbers.err;
+  EXPECT_NE(numbers.err.find("lib/libzarn_wlan.so.0"), std::string::npos) << numbers.err;
+  const Result words = shell("wlanctl trace --ring ring '" + kModule + "'");
+  EXPECT_EQ(words.status, 0) << words.err;
+  EXPECT_NE(words.out.find(kInsertExists), std::string::npos) << words.out;
+  expect_refused(shell("wlanctl trace lib/libzarn_wlan.so.0"), 1, "holds no message texts");
+}
+
 }  // namespace
