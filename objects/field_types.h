@@ -63,10 +63,7 @@ struct Boolean {
     kvt_boolean_set_value(h, txn, p, v, err);
   }
   static std::int32_t compare(const void* a, const void* b) { return kvt_boolean_compare(a, b); }
-  static std::uint32_t hash(const void* p, std::uint32_t seed) {
-    const std::uint8_t value = load<kvt_boolean>(p) != 0;
-    return hash_bytes<1>(&value, seed);
-  }
+  static std::uint32_t hash(const void* p, std::uint32_t seed) { return hash_boolean(load<kvt_boolean>(p), seed); }
   KVT_NAMED_SERIAL(kvt_boolean)
 };
 

@@ -82,10 +82,8 @@ std::uint32_t kvt_boolean_print(kvt_handle* handle, std::uint32_t, char* buffer,
   });
 }
 
-// All values but 0 are alike.
 std::uint32_t kvt_boolean_hash(const void* p, std::uint32_t seed) {
-  const std::uint8_t value = kvt::load<kvt_boolean>(p) != 0;
-  return kvt::hash_bytes<1>(&value, seed);
+  return kvt::hash_boolean(kvt::load<kvt_boolean>(p), seed);
 }
 
 std::uint32_t kvt_boolean_to_xml(kvt_handle* handle, std::uint32_t, const char* label, char* buffer, const void* p,

@@ -69,6 +69,12 @@ std::uint32_t hash_bytes(const void* p, std::uint32_t start) {
   return hash_end(hash_rest(hash, at + kBytes / 4 * 4, kBytes % 4));
 }
 
+// All values but 0 are alike.
+inline std::uint32_t hash_boolean(std::uint32_t value, std::uint32_t seed) {
+  const std::uint8_t byte = value != 0;
+  return hash_bytes<1>(&byte, seed);
+}
+
 // Text whose length is not fixed starts above the seed by its length, as in the public form, so that zero bytes count
 // under any seed.
 inline std::uint32_t hash_content(const void* data, std::size_t length, std::uint32_t seed) {

@@ -28,9 +28,9 @@ void expect_no_shared_content(const Type& type, void* a, void* b) {
 TEST(Clone, EqualsItsSourceAndSharesNothingWithIt) {
   for (Place place : kPlaces) {
     for (Tracking tracking : kTrackings) {
+      Rig rig(tracking, place);
       for (const Type& type : all_types()) {
         SCOPED_TRACE(type.name + " in " + name_of(place) + ", tracking " + name_of(tracking));
-        Rig rig(tracking, place);
         char* source = rig.make(type);
         fill(rig, type, source, 1);
         const std::uint32_t block = rig.tracked() ? type.block.back() : 0;
@@ -73,6 +73,8 @@ TEST(Clone, EqualsItsSourceAndSharesNothingWithIt) {
 TEST(Clone, WhereTheStoreIsExhaustedNothingIsLeft) {
   for (Place place : kPlaces) {
     for (const Type& type : all_types()) {
+      // Each round takes a database of its own; what is there beyond a private store doesn't depend on the type.
+      if (place == Place::kDatabase && type.name != "wpa_psk_type" && type.name != "st_mpsk_key_info") continue;
       bool all_passed = false;
       for (int failures = 0; !all_passed; ++failures) {
         SCOPED_TRACE(type.name + " in " + name_of(place) + ", failure " + std::to_string(failures));
