@@ -178,6 +178,15 @@ constexpr Output kOutputs[] = {
        at += kvt_vstring_marshal(handle, KVT_NO_TXN, at, text, kRoom, &err);
        return err ? std::string() : out;
      }},
+    {"print",
+     [](kvt_handle* handle, void* secret, void* text) {
+       std::string out(2 * kRoom, '\0');
+       char* at = out.data();
+       int err = 0;
+       at += kvt_aes_vstring_print(handle, KVT_NO_TXN, at, 2, "secret", secret, kRoom, &err);
+       at += kvt_vstring_print(handle, KVT_NO_TXN, at, 2, "text", text, kRoom, &err);
+       return err ? std::string() : out;
+     }},
     {"XML",
      [](kvt_handle* handle, void* secret, void* text) {
        std::string out(2 * kRoom, '\0');
@@ -289,6 +298,11 @@ class SecretsHunt : public testing::Test {
     EXPECT_EQ(err_, EINVAL) << "this is what has to be in the trace";
     err_ = 0;
     read_typed(handle, st_mpsk_key_info_mpsk_key_get(handle, txn, twin, &err_));
+    EXPECT_NE(st_mpsk_key_info_hash(object, 1), st_mpsk_key_info_hash(twin, 1));
+    void* clone = nullptr;
+    st_mpsk_key_info_clone(handle, txn, object, &clone, frame.data(), kRoom, &err_);
+    EXPECT_EQ(st_mpsk_key_info_compare(object, clone), 0);
+    st_mpsk_key_info_destroy(handle, txn, clone);
     st_mpsk_key_info_destroy(handle, txn, twin);
     st_mpsk_key_info_destroy(handle, txn, object);
 
