@@ -180,8 +180,8 @@ void kvtdb_update_tenant_counter(kvt_handle* handle, uint32_t txn, void* table, 
   *head = cage_ref(new (room) TenantCounter{*head, tenant, source, 0, 1});
 }
 
-// The collector has no list of its own: a table that waits stands in the list of tables and not in the contents. Bit 0x40
-// tells of it where the contents defer the free.
+// The collector has no list of its own: a table that waits stands in the list of tables and not in the contents. Bit
+// 0x40 tells of it where the contents defer the free.
 void kvtgc_validate_table_delete(kvt_handle*, void*) {}
 
 void kvtgc_database_gc_list_remove(kvt_handle* handle, uint32_t txn, void* table, int* err) {
@@ -195,14 +195,11 @@ uint32_t kvtgc_collect(kvt_handle* handle, uint32_t txn, int* err) {
   Store& store = store_of(handle);
   StoreRoots* roots = store.roots();
   if (!roots->contents) return 0;
-  auto* toc_flags = static_cast<uint32_t*>(at_offset(cage_at(roots->contents), kTableFlagsAt));
   if (!store.can_write()) {
     kvt_store_epoch_err(handle, EPERM, err);
     return 0;
   }
-  // The second half of a free is the one that a table's free carries out for a collector over contents that defer.
-  const uint32_t flags_before = *toc_flags, gc_before = handle->gc_active;
-  store.write(toc_flags, flags_before | kDeferredFree, txn);
+  const uint32_t gc_before = handle->gc_active;
   handle->gc_active = 1;
   uint32_t freed = 0;
   for (uint32_t at = roots->tables.first; at;) {
@@ -219,6 +216,5 @@ uint32_t kvtgc_collect(kvt_handle* handle, uint32_t txn, int* err) {
     freed += *link != cage_ref(table);
   }
   handle->gc_active = gc_before;
-  store.write(toc_flags, flags_before, txn);
   return freed;
 }

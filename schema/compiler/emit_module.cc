@@ -77,6 +77,28 @@ std::string needs_of(const Module& module) {
   return out + "    {nullptr, nullptr},\n";
 }
 
+// What the runtime calls when the time of an object, a table or a record has come.
+std::string destroy_of(const Entry& e) {
+  if (e.kind == "type") return e.name + "_destroy_internal";
+  return e.kind == "table" || e.kind == "table_record" ? "collect_" + e.name : "nullptr";
+}
+
+std::string collectors(const Module& module) {
+  std::string out;
+  for (const Table* table : module.tables) {
+    out += fill(R"--(void collect_$(table)(kvt_handle* handle, std::uint32_t txn, void* table, int) {
+  table_collect($(table)::kDesc, handle, txn, table);
+}
+void collect_$(table)_record(kvt_handle* handle, std::uint32_t txn, void* record, int) {
+  int err = 0;
+  $(table)_destroy_record(handle, txn, record, &err);
+}
+)--",
+                {{"table", table->name}});
+  }
+  return out;
+}
+
 }  // namespace
 
 void emit_module(Output& out, const MessageIndex& messages, const FailureZone& zone) {
@@ -115,13 +137,16 @@ extern const fenlog_table k_timer_messages, k_table_messages, k_type_messages;
     }
     variants += fill("};\nconst kvt_variant_data varinfo_$(i) = {$(count), {0, 0, 0}, $(number)};\n",
                      {{"i", index}, {"count", std::to_string(e.variants.size())}, {"number", number}});
-    statics += fill(
-        "    {&$(symbol), &varinfo_$(i), entries_$(i), $(destroy)},\n",
-        {{"symbol", e.symbol}, {"i", index}, {"destroy", e.kind == "type" ? e.name + "_destroy_internal" : "nullptr"}});
+    statics += fill("    {&$(symbol), &varinfo_$(i), entries_$(i), $(destroy)},\n",
+                    {{"symbol", e.symbol}, {"i", index}, {"destroy", destroy_of(e)}});
     types += "    &" + e.symbol + ",\n";
   }
   std::string includes;
   for (const Need& need : module.needs) includes += "#include \"" + need.name + "/" + need.name + ".h\"\n";
+  std::string table_includes;
+  if (!module.tables.empty()) {
+    table_includes = "#include \"" + m + "_schema.h\"\n#include \"zarn_wlan/src/table_handle.h\"\n";
+  }
   std::string identities;
   for (const Table* table : module.tables) {
     identities += fill(R"--(extern const uint8_t table_$(table)_luid[16] = {$(bytes)};
@@ -136,7 +161,7 @@ extern const char table_$(table)_name[] = "table $(table)";
 #include "$(m)/$(m).h"
 $(includes)#include "frame/bundle.h"
 #include "frame/registration.h"
-
+$(table_includes)
 uint16_t g_kvt_$(m)_trace_module_id = 0;
 uint16_t g_kvt_$(m)_stub_trace_module_id = 0;
 namespace {
@@ -149,7 +174,7 @@ namespace kvt {
 namespace @schema@ {
 namespace {
 
-$(variants)
+$(collectors)$(variants)
 constexpr kvt_static_type kStaticTypes[] = {
 $(statics)    {nullptr, nullptr, nullptr, nullptr},
 };
@@ -198,6 +223,8 @@ void *$(m)_bundle_handler_unregister(void) {
                                   {"statics", statics},
                                   {"types", types},
                                   {"includes", includes},
+                                  {"collectors", collectors(module)},
+                                  {"table_includes", table_includes},
                                   {"needs", needs_of(module)},
                                   {"messages", message_tables_of(module, messages)},
                                   {"first", std::to_string(messages.module_first)},

@@ -276,7 +276,7 @@ constexpr Operation kKey[] = {
      "const kvt::ByKey by{true, source, neighbour_source, {neighbour_source, neighbour_source != 0, true}};\n"
      "  return kvt::key_beside($(d), $(index), handle, txn, table, key, by, err);"},
     {"get_prev_by_key", "void *", SEARCH, "The last record with source 1 below the key, which need not exist.",
-     "return kvt::key_beside($(d), $(index), handle, txn, table, key, kvt::ByKey{false}, err);"},
+     "return kvt::key_beside($(d), $(index), handle, txn, table, key, kvt::ByKey{false, 1, 1, {}}, err);"},
     {"get_prev_by_key_not_pending_destroy", "void *",
      TABLE ", const void *key, uint32_t source, uint32_t neighbour_source, int *err",
      "As $(prefix)_get_next_by_key_not_pending_destroy, below the key.",
@@ -325,7 +325,7 @@ constexpr Operation kPrimary[] = {
      "const kvt::ByKey by{true, source, source, {source, source != 0, false}};\n"
      "  return kvt::key_beside($(d), 0, handle, txn, table, kvt::key_in_holder($(d), holder), by, err);"},
     {"get_prev_by_key", "void *", HOLDER ", int *err", "The last record below the holder's key.",
-     "return kvt::key_beside($(d), 0, handle, txn, table, kvt::key_in_holder($(d), holder), kvt::ByKey{false}, err);"},
+     "return kvt::key_beside($(d), 0, handle, txn, table, kvt::key_in_holder($(d), holder), kvt::ByKey{false, 1, 1, {}}, err);"},
     {"pkey_get_first", "void *", TABLE ", int *err", "The tenant's first record by the primary key.",
      "return kvt::key_edge($(d), 0, true, handle, txn, table, kvt::kOrdinaryView, *err);"},
     {"pkey_get_first_by_src", "void *", TABLE ", uint32_t source, int *err",

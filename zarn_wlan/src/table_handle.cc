@@ -176,6 +176,49 @@ void* open_contents(const TableDesc& type, kvt_handle* h, std::uint32_t txn, std
   return nullptr;
 }
 
+// What is left of a free when the table is out of the contents.
+void finish_free(const TableDesc& type, kvt_handle* h, std::uint32_t txn, TableObject* table, int* err) {
+  const int removed = kvt_request_oid_mapping_destroy(h, txn, table, err);
+  if (*err) {
+    trace(type.trace, kTableMessages, kMsgFreeMappingFailed, error_text(*err));
+    return;
+  }
+  if (!removed) {
+    fail(h, kEagain, err);
+    return;
+  }
+  trace(type.trace, kTableMessages, kMsgFreeMappingRemoved);
+  if (table->id_mode == kById || table->id_mode == kByAutomaticId) {
+    char key[kTableNameSize];
+    IdRoot* root = find_id_root(type, h, txn, key, err);
+    if (*err) return;
+    if (!root) {
+      fail(h, kEnoent, err);
+      return;
+    }
+    --root->id_table_count;
+  }
+  kvt_table_list* list = kvtlib_database_table_toc_get(h, txn, err);
+  if (*err) {
+    trace(type.trace, kTableMessages, kMsgFreeListFailed, error_text(*err));
+    return;
+  }
+  unlink(type, h, txn, list, table);
+  if (table->table_flags & kTableOnGcList) {
+    trace(type.trace, kTableMessages, kMsgFreeOnGcList);
+    kvtgc_database_gc_list_remove(h, txn, table, err);
+    if (*err) {
+      trace(type.trace, kTableMessages, kMsgFreeGcFailed, error_text(*err));
+      return;
+    }
+  }
+  const kvt_type_record* record = kvt_type_link_at(table->type_record);
+  count_table(type, record ? record : type.table_record, false);
+  *err = 0;
+  if (marks_wanted(h, txn)) kvtdb_plat_set_destroy(h, txn, table);
+  h->store_free(h->store, txn, table);
+}
+
 }  // namespace
 
 void* table_open(const TableDesc& type, kvt_handle* h, std::uint32_t txn, const TableRequest& request, int* err) {
@@ -261,45 +304,12 @@ void table_free(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* o
     // The runtime comes back with the table when nobody needs it any more.
     if (deferred) return;
   }
-  const int removed = kvt_request_oid_mapping_destroy(h, txn, table, err);
-  if (*err) {
-    trace(type.trace, kTableMessages, kMsgFreeMappingFailed, error_text(*err));
-    return;
-  }
-  if (!removed) {
-    fail(h, kEagain, err);
-    return;
-  }
-  trace(type.trace, kTableMessages, kMsgFreeMappingRemoved);
-  if (table->id_mode == kById || table->id_mode == kByAutomaticId) {
-    char key[kTableNameSize];
-    IdRoot* root = find_id_root(type, h, txn, key, err);
-    if (*err) return;
-    if (!root) {
-      fail(h, kEnoent, err);
-      return;
-    }
-    --root->id_table_count;
-  }
-  kvt_table_list* list = kvtlib_database_table_toc_get(h, txn, err);
-  if (*err) {
-    trace(type.trace, kTableMessages, kMsgFreeListFailed, error_text(*err));
-    return;
-  }
-  unlink(type, h, txn, list, table);
-  if (table->table_flags & kTableOnGcList) {
-    trace(type.trace, kTableMessages, kMsgFreeOnGcList);
-    kvtgc_database_gc_list_remove(h, txn, table, err);
-    if (*err) {
-      trace(type.trace, kTableMessages, kMsgFreeGcFailed, error_text(*err));
-      return;
-    }
-  }
-  const kvt_type_record* record = kvt_type_link_at(table->type_record);
-  count_table(type, record ? record : type.table_record, false);
-  *err = 0;
-  if (marks_wanted(h, txn)) kvtdb_plat_set_destroy(h, txn, table);
-  h->store_free(h->store, txn, table);
+  finish_free(type, h, txn, table, err);
+}
+
+void table_collect(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table) {
+  int err = 0;
+  finish_free(type, h, txn, table_of(table), &err);
 }
 
 void table_request_free(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table, int* err) {

@@ -22,6 +22,8 @@ void* table_open_cr(const TableDesc& type, kvt_handle* h, std::uint32_t open_typ
 void table_close(kvt_handle* h, int* err);
 void table_close_cr(const TableDesc& type, kvt_handle* h, void* table, std::uint32_t mode);
 void table_free(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table, int* err);
+// Frees a table that is out of the contents already, for the runtime; it stays where it cannot be freed yet.
+void table_collect(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table);
 void table_request_free(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table, int* err);
 std::uint32_t table_count(kvt_handle* h, std::uint32_t txn, void* table);
 std::uint32_t table_count_by_source(kvt_handle* h, std::uint32_t txn, void* table, std::uint32_t source);
