@@ -62,6 +62,8 @@ bool place_state(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void*
   } else if (!nested) {
     offset_update(type, h, txn, object, sttr_base);
   }
+  // A nested object whose place the runtime could not keep would look for its state bytes where it has none.
+  if (h->last_error) *err = h->last_error;
   return true;
 }
 

@@ -90,7 +90,7 @@ bool read_argument(Reader* in, TraceArgument* argument) {
   const std::string_view text = in->text();
   if (text.size() >= kTraceTextSize) return false;
   std::memset(argument->text, 0, sizeof argument->text);
-  std::memcpy(argument->text, text.data(), text.size());
+  text.copy(argument->text, text.size());
   return true;
 }
 

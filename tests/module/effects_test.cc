@@ -747,6 +747,43 @@ TEST(Effects, OfInitializeByItsArguments) {
   }
 }
 
+// Objects of an older build are shorter: the copy takes what the source has, and announces what the handle takes the
+// destination for.
+TEST(Effects, OfACopyBetweenObjectsOfAnOlderBuild) {
+  for (Tracking tracking : {Tracking::kAbsent, Tracking::kOff}) {
+    Rig rig(tracking);
+    for (const Type& type : all_types()) {
+      for (int built = 0; built < type.top(); ++built) {
+        const std::uint32_t size = type.size[static_cast<std::size_t>(built)], top = type.size.back();
+        char *dest = rig.make(type), *source = rig.make(type);
+        fill(rig, type, dest, 1, built);
+        fill(rig, type, source, 2, built);
+        for (char* object : {dest, source}) {
+          object[4] = object[5] = static_cast<char>(built);
+          std::memset(object + size, object == dest ? 'd' : 's', top - size);
+        }
+        const Contents expected = contents_of(type, source, built);
+        Journal journal(rig);
+        journal.name(dest, top, "dest");
+        journal.begin();
+        fn<Set>(type.name + "_set")(rig.h, rig.txn, dest, source, &rig.err);
+        journal.end();
+        const std::vector<std::string> lines = journal.lines({});
+        const std::uint32_t announced = tracking == Tracking::kAbsent ? top : size;
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), "range dest+0 " + std::to_string(announced) + " of dest+0"), 1)
+            << type.name << built;
+        EXPECT_EQ(std::string(dest + size, top - size), std::string(top - size, 'd')) << type.name << built;
+        EXPECT_EQ(contents_of(type, dest, built), expected) << type.name << built;
+        for (char* object : {dest, source}) {
+          std::memset(object + size, 0, top - size);
+          rig.destroy(type, object);
+        }
+        EXPECT_TRUE(rig.blocks.empty()) << type.name << built;
+      }
+    }
+  }
+}
+
 // The link lies in a block that the object owns: it is written there, and the block goes with the object.
 TEST(Effects, OfATypeLinkThatTheObjectOwns) {
   Rig rig(kWatchful.tracking);

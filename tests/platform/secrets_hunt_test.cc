@@ -116,10 +116,15 @@ std::array<std::size_t, kCount> count_in_memory(const Masked* const (&wanted)[kC
           pread(memory, chunk, std::min<std::size_t>(kChunk + kOverlap, end - at), static_cast<off_t>(at));
       for (std::size_t which = 0; which < kCount; ++which) {
         const Masked& masked = *wanted[which];
-        for (std::size_t i = 0; i < kChunk && got > 0 && i + masked.size() <= static_cast<std::size_t>(got); ++i) {
-          if (chunk[i] != static_cast<std::uint8_t>(masked.at(0) ^ kMask) || !masked.is_at(chunk + i)) continue;
-          if (at + i - own < kChunk + kOverlap) continue;  // what we read ourselves
-          ++found[which];
+        const std::uint8_t* const chunk_end = chunk + std::max<ssize_t>(got, 0);
+        const std::uint8_t* hit = chunk;
+        while ((hit = static_cast<const std::uint8_t*>(
+                    std::memchr(hit, masked.bare(0), static_cast<std::size_t>(chunk_end - hit))))) {
+          const std::uint8_t* const here = hit++;
+          if (here >= chunk + kChunk || masked.size() > static_cast<std::size_t>(chunk_end - here)) break;
+          // What we read ourselves does not count.
+          const std::uintptr_t there = at + static_cast<std::size_t>(here - chunk);
+          if (there - own >= kChunk + kOverlap) found[which] += masked.is_at(here);
         }
       }
     }
@@ -194,6 +199,15 @@ constexpr Output kOutputs[] = {
        int err = 0;
        at += kvt_aes_vstring_to_xml(handle, KVT_NO_TXN, "secret", at, secret, kRoom, 0, &err);
        at += kvt_vstring_to_xml(handle, KVT_NO_TXN, "text", at, text, kRoom, 0, &err);
+       return err ? std::string() : out;
+     }},
+    {"print",
+     [](kvt_handle* handle, void* secret, void* text) {
+       std::string out(2 * kRoom, '\0');
+       char* at = out.data();
+       int err = 0;
+       at += kvt_aes_vstring_print(handle, KVT_NO_TXN, at, 0, "secret", secret, kRoom, &err);
+       at += kvt_vstring_print(handle, KVT_NO_TXN, at, 0, "text", text, kRoom, &err);
        return err ? std::string() : out;
      }},
 };
@@ -278,6 +292,7 @@ class SecretsHunt : public testing::Test {
     EXPECT_EQ(kvt_aes_vstring_compare(secret, copy), 0);
     assign(handle, copy, kSecret, kLong);
     EXPECT_EQ(kvt_aes_vstring_compare(secret, copy), 0);
+    EXPECT_EQ(kvt_aes_vstring_hash(secret, 1), kvt_aes_vstring_hash(copy, 1));
     assign(handle, copy, kOther);
     EXPECT_EQ(kvt_aes_vstring_compare(secret, copy), -1);
     kvt_aes_vstring_destroy_internal(handle, txn, copy, 0);
