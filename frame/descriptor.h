@@ -109,10 +109,11 @@ struct KeyDesc {
   std::uint16_t offset;  // of the key's value in the payload
   std::uint8_t size;     // bytes of that value; a string's are its two words
   e_avl_compare compare;
-  e_avl_compare tenant_from, tenant_up_to;  // find the edges of a tenant's run
-  bool (*same)(const void* payload_a, const void* payload_b);  // equal keys
-  std::uint32_t (*prefix)(const void* payload);                // what a node keeps of the key
-  std::uint32_t message;                                       // first message of the key, counted from the table's
+  e_avl_compare tenant_from, tenant_up_to;                           // find the edges of a tenant's run
+  bool (*same)(const void* payload_a, const void* payload_b);        // equal keys
+  std::uint32_t (*word)(std::uint32_t tenant, const void* payload);  // what a node keeps of the key
+  void* (*find)(std::uint32_t root, const void* value, std::uint16_t tenant, std::uint8_t source);  // a node
+  std::uint32_t message;  // first message of the key, counted from the table's
 };
 
 // The primary key's value on its own: `p` is the field in a payload.
@@ -121,7 +122,8 @@ struct KeyType {
   std::uint32_t (*len)(kvt_handle*, std::uint32_t, const void*);
   std::uint32_t (*marshal)(kvt_handle*, std::uint32_t, std::uint8_t*, const void*, std::int32_t, int*);
   std::uint32_t (*unmarshal)(kvt_handle*, std::uint32_t, const std::uint8_t*, void*, std::int32_t, std::uint32_t, int*);
-  std::uint32_t (*print)(kvt_handle*, std::uint32_t, char*, std::uint32_t, const char*, const void*, std::int32_t, int*);
+  std::uint32_t (*print)(kvt_handle*, std::uint32_t, char*, std::uint32_t, const char*, const void*, std::int32_t,
+                         int*);
 };
 
 // How a table reaches its payload's type.
@@ -138,7 +140,8 @@ struct PayloadType {
   std::uint32_t (*to_xml)(kvt_handle*, std::uint32_t, const char*, char*, const void*, std::int32_t, std::uint32_t,
                           int*);
   void (*from_xml)(kvt_handle*, std::uint32_t, const char*, kvt_xml_document*, void*, int*, char*, std::size_t);
-  std::uint32_t (*print)(kvt_handle*, std::uint32_t, char*, std::uint32_t, const char*, const void*, std::int32_t, int*);
+  std::uint32_t (*print)(kvt_handle*, std::uint32_t, char*, std::uint32_t, const char*, const void*, std::int32_t,
+                         int*);
 };
 
 // Where a process last found a table type's root of numbered tables, and in which store that was.

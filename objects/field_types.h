@@ -168,26 +168,40 @@ struct FlagSet {
 template <class... Fields>
 struct FieldList {};
 
-// 31 bits of a value that order as the values do, as far as they tell them apart: of two values with different prefixes
-// the one with the lower prefix is the lower. Types without a prefix give the same one for all.
+// 27 bits of a value that order as the values do, as far as they tell them apart: of two values with different prefixes
+// the one with the lower prefix is the lower. Small integers are told apart wholly. Types without a prefix give the
+// same one for all.
+constexpr unsigned kPrefixBits = 27;
+constexpr std::uint32_t kExactPrefixes = 1u << (kPrefixBits - 1);
+
 template <class Type>
 std::uint32_t order_prefix(const void* p) {
   if constexpr (std::is_same_v<Type, U8>) {
     return load<std::uint8_t>(p);
   } else if constexpr (std::is_same_v<Type, U16>) {
     return load<std::uint16_t>(p);
-  } else if constexpr (std::is_same_v<Type, U32>) {
-    return load<std::uint32_t>(p) >> 1;
-  } else if constexpr (std::is_same_v<Type, U64>) {
-    return static_cast<std::uint32_t>(load<std::uint64_t>(p) >> 33);
+  } else if constexpr (std::is_same_v<Type, U32> || std::is_same_v<Type, U64>) {
+    const auto value = load<typename Type::Value>(p);
+    constexpr unsigned kShift = 8 * sizeof value - (kPrefixBits - 1);
+    return static_cast<std::uint32_t>(value < kExactPrefixes ? value : kExactPrefixes + (value >> kShift));
   } else if constexpr (std::is_same_v<Type, Vstring>) {
     const auto* text = reinterpret_cast<const unsigned char*>(kvt_vstring_text(p));
     const std::size_t length = kvt_vstring_length(p);
     std::uint32_t prefix = 0;
     for (std::size_t i = 0; i < 4; ++i) prefix = prefix << 8 | (i < length ? text[i] : 0);
-    return prefix >> 1;
+    return prefix >> (32 - kPrefixBits);
   } else {
     return 0;
+  }
+}
+
+// Whether two values with this prefix are equal.
+template <class Type>
+bool prefix_is_exact(std::uint32_t prefix) {
+  if constexpr (Type::kKind == FieldKind::kInteger) {
+    return prefix < kExactPrefixes;
+  } else {
+    return false;
   }
 }
 

@@ -1,29 +1,25 @@
-// Height-balanced trees over nodes inside the caller's blocks. A node is two links and a word that is the caller's.
-// Nodes are 4-aligned, so the lowest bit of each link tells that the subtree on its side is the higher one.
-//
-// There are no links to parents: a change keeps its path on a stack, and moves by compare from the root.
+// Height-balanced trees over nodes inside the caller's blocks; see avl_node.h. There are no links to parents: a change
+// keeps its path on a stack and moves by compare from the root, and a step from node to node follows the threads.
 #include <cerrno>
 #include <cstdint>
 
 #include "kvt/table.h"
+#include "platform/avl_node.h"
 #include "platform/store.h"
 
 namespace kvt {
 namespace {
 
-struct Node {  // stored format
-  std::uint32_t link[2];
-  std::uint32_t word;
-};
-STORED_SIZE(Node, 12);
+using Node = AvlNode;
 
-constexpr std::uint32_t kHigher = 1;
-constexpr std::uint32_t kLinkBits = 3;
+constexpr std::uint32_t kHigher = kAvlHigher;
+constexpr std::uint32_t kLinkBits = kAvlLinkBits;
 constexpr int kMaxHeight = 48;               // 1.44 times the binary logarithm of all nodes that fit in the cage
 constexpr std::uint32_t kMostLogged = 8192;  // undo log that the longest path of changes takes
 
-Node* at(std::uint32_t link) { return static_cast<Node*>(cage_at(link & ~kLinkBits)); }
-Node* child(const Node* node, int side) { return at(node->link[side]); }
+Node* at(std::uint32_t link) { return avl_at(link); }
+Node* child(const Node* node, int side) { return avl_child(node, side); }
+std::uint32_t thread_to(const Node* node) { return cage_ref(node) | kAvlThread; }
 // -1 left is higher, 0, 1 right is higher
 int lean(const Node* node) {
   return static_cast<int>(node->link[1] & kHigher) - static_cast<int>(node->link[0] & kHigher);
@@ -42,9 +38,17 @@ struct Change {
   void set_child(Node* node, int side, const Node* to) const {
     write(&node->link[side], cage_ref(to) | (node->link[side] & kHigher));
   }
+  // `link` is a child or a thread, without the bit of height.
+  void set_link(Node* node, int side, std::uint32_t link) const {
+    write(&node->link[side], (link & ~kHigher) | (node->link[side] & kHigher));
+  }
+  // The subtree `to`, or where there is none a thread to the neighbour that is then next.
+  void set_child_or_thread(Node* node, int side, const Node* to, const Node* neighbour) const {
+    set_link(node, side, to ? cage_ref(to) : thread_to(neighbour));
+  }
   void set_lean(Node* node, int lean) const {
-    write(&node->link[0], (node->link[0] & ~kLinkBits) | (lean < 0 ? kHigher : 0));
-    write(&node->link[1], (node->link[1] & ~kLinkBits) | (lean > 0 ? kHigher : 0));
+    write(&node->link[0], (node->link[0] & ~kHigher) | (lean < 0 ? kHigher : 0));
+    write(&node->link[1], (node->link[1] & ~kHigher) | (lean > 0 ? kHigher : 0));
   }
   // False before the first write, never in the middle: the store is asked for all that a change may need.
   bool may_begin(std::uint32_t* root) const {
@@ -81,7 +85,7 @@ Node* rotate(const Change& change, Node* node, int side, bool* lower) {
   Node* high = child(node, side);
   if (lean(high) != -sign) {
     int left_over = lean(high) == 0 ? sign : 0;
-    change.set_child(node, side, child(high, !side));
+    change.set_child_or_thread(node, side, child(high, !side), high);
     change.set_child(high, !side, node);
     change.set_lean(node, left_over);
     change.set_lean(high, -left_over);
@@ -90,8 +94,8 @@ Node* rotate(const Change& change, Node* node, int side, bool* lower) {
   }
   Node* middle = child(high, !side);
   int was = lean(middle);
-  change.set_child(high, !side, child(middle, side));
-  change.set_child(node, side, child(middle, !side));
+  change.set_child_or_thread(high, !side, child(middle, side), middle);
+  change.set_child_or_thread(node, side, child(middle, !side), middle);
   change.set_child(middle, side, high);
   change.set_child(middle, !side, node);
   change.set_lean(node, was == sign ? -sign : 0);
@@ -139,7 +143,14 @@ int e_avl_insert(void* store, uint32_t txn, uint32_t* root, void* node, uint32_t
   if (!change.may_begin(root)) return 0;
   auto* leaf = static_cast<Node*>(node);
   nadra_set_range(store, leaf, sizeof *leaf, txn);
-  leaf->link[0] = leaf->link[1] = 0;  // the third word is the caller's
+  // The third word is the caller's. The leaf stands between its parent and the neighbour that the parent had there.
+  leaf->link[0] = leaf->link[1] = kvt::kAvlThread;
+  if (path.depth) {
+    const Node* parent = path.nodes[path.depth - 1];
+    const int side = path.sides[path.depth - 1];
+    leaf->link[side] = parent->link[side] & ~kvt::kHigher;
+    leaf->link[!side] = kvt::thread_to(parent);
+  }
   kvt::attach(change, root, path, path.depth, leaf);
   if (state) change.write(state, *state + 1);
   for (int depth = path.depth - 1; depth >= 0; depth--) {
@@ -179,10 +190,9 @@ int e_avl_delete(void* store, uint32_t txn, uint32_t* root, void* node, uint32_t
     }
     Node* orphan = kvt::child(next, 1);
     int lean = kvt::lean(gone);
-    if (path.depth - 1 == place) {
-      change.set_child(next, 1, orphan);
-    } else {
-      change.set_child(path.nodes[path.depth - 1], 0, orphan);
+    change.set_link(kvt::avl_neighbour(gone, 0), 1, kvt::thread_to(next));
+    if (path.depth - 1 != place) {
+      change.set_child_or_thread(path.nodes[path.depth - 1], 0, orphan, next);
       change.set_child(next, 1, kvt::child(gone, 1));
     }
     change.set_child(next, 0, kvt::child(gone, 0));
@@ -190,8 +200,17 @@ int e_avl_delete(void* store, uint32_t txn, uint32_t* root, void* node, uint32_t
     kvt::attach(change, root, path, place, next);
     path.nodes[place] = next;
   } else {
-    Node* orphan = kvt::child(gone, 0) ? kvt::child(gone, 0) : kvt::child(gone, 1);
-    kvt::attach(change, root, path, place, orphan);
+    const int side = kvt::child(gone, 1) ? 1 : 0;
+    Node* orphan = kvt::child(gone, side);
+    if (orphan) {
+      // Its neighbour on that side looks past it now. A lone child has no children.
+      change.set_link(kvt::avl_neighbour(gone, side), !side, gone->link[!side]);
+      kvt::attach(change, root, path, place, orphan);
+    } else if (place) {
+      change.set_link(path.nodes[place - 1], path.sides[place - 1], gone->link[path.sides[place - 1]]);
+    } else {
+      change.write(root, 0);
+    }
   }
   nadra_set_range(store, gone, sizeof *gone, txn);
   *gone = {{0, 0}, 0};
@@ -244,16 +263,10 @@ void* e_avl_get_prev(uint32_t root, const void* node, e_avl_compare compare) {
 }
 
 void e_avl_walk(uint32_t root, e_avl_function function, void* argument) {
-  Node* stack[kvt::kMaxHeight];
-  int depth = 0;
-  auto descend = [&](Node* node) {
-    for (; node && depth < kvt::kMaxHeight; node = kvt::child(node, 0)) stack[depth++] = node;
-  };
-  descend(kvt::at(root));
-  while (depth) {
-    Node* node = stack[--depth];
-    descend(kvt::child(node, 1));  // before the call, which may free the node
+  for (Node* node = kvt::outermost(root, 0); node;) {
+    Node* next = kvt::avl_neighbour(node, 1);  // before the call, which may free the node
     function(node, argument);
+    node = next;
   }
 }
 
@@ -281,6 +294,10 @@ int e_avl_check(uint32_t root, const uint32_t* state, e_avl_compare compare) {
     if (top.step == 1) {
       top.left_height = height;
       if (before && compare(before, top.node) != 0) return EINVAL;
+      // Where there is no subtree, the neighbour is named.
+      const uint32_t left = top.node->link[0];
+      if ((left & kvt::kAvlThread) && kvt::at(left) != before) return EINVAL;
+      if (before && (before->link[1] & kvt::kAvlThread) && kvt::at(before->link[1]) != top.node) return EINVAL;
       before = top.node;
       count++;
     }
@@ -291,5 +308,6 @@ int e_avl_check(uint32_t root, const uint32_t* state, e_avl_compare compare) {
     if (depth == kvt::kMaxHeight) return EINVAL;
     stack[depth++] = {below, 0, 0};
   }
+  if (before && before->link[1] != kvt::kAvlThread) return EINVAL;
   return state && *state != count ? EINVAL : 0;
 }

@@ -220,7 +220,7 @@ void table_record(const Output& out, const Table& table, const MessageIndex& mes
     keys += fill(
         "    {\"$(key)\", $(offset), $(size), $(table)_$(payload)_$(key)_avl_compare, "
         "tenant_compare<$(table)::$(key), true>, tenant_compare<$(table)::$(key), false>, same_key<$(table)::$(key)>, "
-        "key_prefix<$(table)::$(key)>, "
+        "key_word<$(table)::$(key)>, key_find<$(table)::$(key)>, "
         "$(message)},\n",
         {{"key", f.name},
          {"offset", number(f.offset + (is_enum ? 8 : 0))},

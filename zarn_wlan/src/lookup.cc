@@ -21,7 +21,7 @@ class Probe {
     record->tenant_id = mt_get_tenant_id();
     *payload_slot(type, block_) = cage_ref(payload);
     std::memcpy(at_offset(payload, type.keys[key].offset), value, type.keys[key].size);
-    store(at_offset(node_of(block_, key), kNodeWord), type.keys[key].prefix(payload));
+    store(at_offset(node_of(block_, key), kNodeWord), type.keys[key].word(record->tenant_id, payload));
   }
   ~Probe() {
     if (block_) kvt_probe_pop(block_, size_);
@@ -36,12 +36,14 @@ class Probe {
   void* block_;
 };
 
+// The record beside another one, which may have left the table, or be a probe.
 void* neighbour(const TableDesc& type, unsigned key, bool forward, void* table, void* record) {
-  const std::uint32_t root = *index_root(table, key);
   void* node = node_of(record, key);
-  return record_at_node(
-      forward ? e_avl_get_next(root, node, type.keys[key].compare) : e_avl_get_prev(root, node, type.keys[key].compare),
-      key);
+  const bool in_tree = load<std::uint32_t>(at_offset(node, kNodeWord)) && record_of(record)->table == cage_ref(table);
+  if (in_tree) return record_at_node(avl_neighbour(static_cast<AvlNode*>(node), forward), key);
+  const std::uint32_t root = *index_root(table, key);
+  const e_avl_compare compare = type.keys[key].compare;
+  return record_at_node(forward ? e_avl_get_next(root, node, compare) : e_avl_get_prev(root, node, compare), key);
 }
 
 bool same_key_as(const TableDesc& type, unsigned key, void* a, void* b) {
@@ -75,17 +77,18 @@ void* key_search(const TableDesc& type, unsigned key, kvt_handle* h, std::uint32
     return nullptr;
   }
   const std::uint32_t source = options.source ? options.source : kOrdinarySource;
-  const Probe probe(type, key, value, static_cast<std::uint8_t>(source));
-  if (!probe.record()) {
-    fail(h, kEnomem, err);
-    return nullptr;
-  }
-  void* found =
-      record_at_node(e_avl_search(*index_root(table, key), node_of(probe.record(), key), type.keys[key].compare), key);
-  // A source that no record can have matches none, though the probe holds its low byte only.
+  const std::uint16_t tenant = mt_get_tenant_id();
+  void* found = record_at_node(
+      type.keys[key].find(*index_root(table, key), value, tenant, static_cast<std::uint8_t>(source)), key);
+  // A source that no record can have matches none, though its low byte was looked for.
   if (found && source > kShadowSource) found = nullptr;
   if (found && options.skip_pending && (record_of(found)->record_flags & kRecordPending)) found = nullptr;
   if (!found && (options.nearest || options.same_key)) {
+    const Probe probe(type, key, value, static_cast<std::uint8_t>(source));
+    if (!probe.record()) {
+      fail(h, kEnomem, err);
+      return nullptr;
+    }
     const View view{options.neighbour_source, options.neighbour_source != 0, options.skip_pending};
     found = key_step(type, key, options.forward, h, txn, table, probe.record(), view,
                      options.same_key && !options.nearest, err);

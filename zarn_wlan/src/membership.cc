@@ -15,7 +15,9 @@ bool tree_insert(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* 
   void* node = node_of(record, key);
   // A record that a tree holds already, perhaps this one, keeps its word.
   const std::uint32_t kept = *node_word(record, key);
-  if (!kept) store_announced(h, txn, node_word(record, key), type.keys[key].prefix(payload_of(type, record)), record);
+  if (!kept)
+    store_announced(h, txn, node_word(record, key),
+                    type.keys[key].word(record_of(record)->tenant_id, payload_of(type, record)), record);
   if (e_avl_insert(h->store, txn, index_root(table, key), node, index_state(table, key), type.keys[key].compare))
     return true;
   if (!kept) store_announced(h, txn, node_word(record, key), std::uint32_t{0}, record);

@@ -4,7 +4,8 @@
 
 #include <cstddef>
 
-#include "frame/call_frame.h"
+#include "objects/field_types.h"
+#include "platform/avl_node.h"
 
 namespace kvt {
 
@@ -96,47 +97,96 @@ inline void report_contained(kvt_handle* h, std::uint32_t txn, int kind, void* c
   if (h->containment) kvtdb_record_containment(h, txn, kind, child, parent, 1);
 }
 
-// What an index node keeps in its own word while its record is in the tree: the key's prefix, marked by the highest
-// bit, so that most steps of a descent are decided without a visit to the payload. 0 elsewhere, and then the payload is
-// asked.
-constexpr std::uint32_t kPrefixKept = 0x80000000u;
+// What an index node keeps in its own word while its record is in the tree: the tenant, as far as four bits go, and the
+// key's prefix, marked by the highest bit; most steps of a descent are decided without a look at anything else. 0
+// elsewhere, and then the record and its payload are asked.
+constexpr std::uint32_t kWordKept = 0x80000000u;
+constexpr std::uint32_t kLargeTenant = 15;  // and above: the record is asked
 constexpr std::ptrdiff_t kNodeWord = 8;
 
-template <class Key>
-std::uint32_t key_prefix(const void* payload) {
-  return kPrefixKept | order_prefix<typename Key::Type>(at_offset(payload, Key::kOffset));
+constexpr std::uint32_t tenant_part(std::uint32_t tenant) {
+  return (tenant < kLargeTenant ? tenant : kLargeTenant) << kPrefixBits;
 }
 
 template <class Key>
-const void* key_payload(const char* node) {
-  constexpr std::ptrdiff_t kPayload = kNodeSize * (Key::kKeyCount - Key::kIndex);
-  return cage_at(load<std::uint32_t>(node + kPayload));
-}
+struct IndexNode {
+  static constexpr std::ptrdiff_t kRecord = -static_cast<std::ptrdiff_t>(sizeof(RecordBlock) + kNodeSize * Key::kIndex);
+  static constexpr std::ptrdiff_t kPayload = kNodeSize * (Key::kKeyCount - Key::kIndex);
 
+  static std::uint16_t tenant(const void* node) {
+    return load<std::uint16_t>(static_cast<const char*>(node) + kRecord +
+                               static_cast<std::ptrdiff_t>(offsetof(RecordBlock, tenant_id)));
+  }
+  static std::uint8_t source(const void* node) {
+    return load<std::uint8_t>(static_cast<const char*>(node) + kRecord +
+                              static_cast<std::ptrdiff_t>(offsetof(RecordBlock, source)));
+  }
+  static const void* key(const void* node) {
+    return at_offset(cage_at(load<std::uint32_t>(static_cast<const char*>(node) + kPayload)), Key::kOffset);
+  }
+  static std::uint32_t word(const void* node) {
+    const auto kept = load<std::uint32_t>(static_cast<const char*>(node) + kNodeWord);
+    return kept ? kept : make_word(tenant(node), key(node));
+  }
+  static std::uint32_t make_word(std::uint32_t tenant, const void* key) {
+    return kWordKept | tenant_part(tenant) | order_prefix<typename Key::Type>(key);
+  }
+  // The rest of the order where the words are equal: -1, 0 or 1 as the node's lies to tenant, key and source.
+  static int order(const void* node, std::uint32_t word, std::uint16_t tenant, const void* key, std::uint8_t source) {
+    if (word >> kPrefixBits == (kWordKept >> kPrefixBits | kLargeTenant)) {
+      const std::uint16_t own = IndexNode::tenant(node);
+      if (own != tenant) return own < tenant ? -1 : 1;
+    }
+    if (!prefix_is_exact<typename Key::Type>(word & ((1u << kPrefixBits) - 1))) {
+      if (const std::int32_t order = Key::Type::compare(IndexNode::key(node), key)) return order < 0 ? -1 : 1;
+    }
+    const std::uint8_t own = IndexNode::source(node);
+    return own < source ? -1 : own > source;
+  }
+};
+
+// The word that a record's node keeps.
 template <class Key>
-std::uint32_t prefix_at_node(const char* node) {
-  const auto kept = load<std::uint32_t>(node + kNodeWord);
-  return kept ? kept : key_prefix<Key>(key_payload<Key>(node));
+std::uint32_t key_word(std::uint32_t tenant, const void* payload) {
+  return IndexNode<Key>::make_word(tenant, at_offset(payload, Key::kOffset));
 }
 
 // The order of an index: tenant, key, source. Every distance from the node is a constant of the key.
 template <class Key>
 int key_avl_compare(const void* a, const void* b) {
   if (!a || !b) return a ? 2 : b ? 0 : 1;
-  constexpr std::ptrdiff_t kRecord = -static_cast<std::ptrdiff_t>(sizeof(RecordBlock) + kNodeSize * Key::kIndex);
-  constexpr std::ptrdiff_t kTenant = kRecord + static_cast<std::ptrdiff_t>(offsetof(RecordBlock, tenant_id));
-  constexpr std::ptrdiff_t kSource = kRecord + static_cast<std::ptrdiff_t>(offsetof(RecordBlock, source));
-  const auto* x = static_cast<const char*>(a);
-  const auto* y = static_cast<const char*>(b);
-  const auto tenant_x = load<std::uint16_t>(x + kTenant), tenant_y = load<std::uint16_t>(y + kTenant);
-  if (tenant_x != tenant_y) return tenant_x > tenant_y ? 2 : 0;
-  const std::uint32_t prefix_x = prefix_at_node<Key>(x), prefix_y = prefix_at_node<Key>(y);
-  if (prefix_x != prefix_y) return prefix_x > prefix_y ? 2 : 0;
-  const std::int32_t order =
-      Key::Type::compare(at_offset(key_payload<Key>(x), Key::kOffset), at_offset(key_payload<Key>(y), Key::kOffset));
-  if (order) return order > 0 ? 2 : 0;
-  const auto source_x = load<std::uint8_t>(x + kSource), source_y = load<std::uint8_t>(y + kSource);
-  return source_x > source_y ? 2 : source_x < source_y ? 0 : 1;
+  using Node = IndexNode<Key>;
+  const std::uint32_t word_a = Node::word(a), word_b = Node::word(b);
+  if (word_a != word_b) return word_a > word_b ? 2 : 0;
+  return Node::order(a, word_a, Node::tenant(b), Node::key(b), Node::source(b)) + 1;
+}
+
+// The node of that tenant, key and source, or null: the same descent as a search with a probe's node, without the
+// probe.
+template <class Key>
+void* key_find(std::uint32_t root, const void* value, std::uint16_t tenant, std::uint8_t source) {
+  const void* key = value;
+  [[maybe_unused]] alignas(8) char object[kScalarObjectSize] = {};
+  if constexpr (Key::Type::kKind == FieldKind::kEnum) {
+    std::memcpy(object + kEnumValueOffset, value, sizeof(std::uint32_t));
+    key = object;
+  }
+  using Node = IndexNode<Key>;
+  const std::uint32_t word = Node::make_word(tenant, key);
+  AvlNode* node = avl_at(root);
+  while (node) {
+    // Whichever way it goes, the next node is on its way while this one is compared.
+    __builtin_prefetch(avl_at(node->link[0]));
+    __builtin_prefetch(avl_at(node->link[1]));
+    int side = node->word < word;
+    if (node->word == word) {
+      const int order = Node::order(node, word, tenant, key, source);
+      if (!order) return node;
+      side = order < 0;
+    }
+    node = avl_child(node, side);
+  }
+  return nullptr;
 }
 
 // A descent to the edge of a tenant's run: stands in for a node.
@@ -147,9 +197,7 @@ struct TenantProbe {
 // Every node lies above the probe but those of lower tenants, or (not `From`) below it but those of higher tenants.
 template <class Key, bool From>
 int tenant_compare(const void* node, const void* probe) {
-  constexpr std::ptrdiff_t kTenant = static_cast<std::ptrdiff_t>(offsetof(RecordBlock, tenant_id)) -
-                                     static_cast<std::ptrdiff_t>(sizeof(RecordBlock) + kNodeSize * Key::kIndex);
-  const std::uint32_t own = load<std::uint16_t>(static_cast<const char*>(node) + kTenant);
+  const std::uint32_t own = IndexNode<Key>::tenant(node);
   const std::uint32_t wanted = static_cast<const TenantProbe*>(probe)->tenant;
   return (From ? own >= wanted : own > wanted) ? 2 : 0;
 }

@@ -1,0 +1,34 @@
+// The nodes of the ordered trees as descents see them. A node is two links and a word that is the caller's. Nodes are
+// 4-aligned: the lowest bit of a link tells that the subtree on its side is the higher one, the next bit that there is
+// no subtree, and that the link is a thread to the neighbour on its side (0 at the tree's ends).
+#pragma once
+
+#include <cstdint>
+
+#include "platform/ref.h"
+
+namespace kvt {
+
+struct AvlNode {  // stored format
+  std::uint32_t link[2];
+  std::uint32_t word;
+};
+STORED_SIZE(AvlNode, 12);
+
+constexpr std::uint32_t kAvlHigher = 1, kAvlThread = 2, kAvlLinkBits = 3;
+
+inline AvlNode* avl_at(std::uint32_t link) { return static_cast<AvlNode*>(cage_at(link & ~kAvlLinkBits)); }
+inline AvlNode* avl_child(const AvlNode* node, int side) {
+  const std::uint32_t link = node->link[side];
+  return link & kAvlThread ? nullptr : avl_at(link);
+}
+// The neighbour of a node that is in a tree; null at the end.
+inline AvlNode* avl_neighbour(const AvlNode* node, int side) {
+  const std::uint32_t link = node->link[side];
+  AvlNode* near = avl_at(link);
+  if (link & kAvlThread) return near;
+  while (AvlNode* below = avl_child(near, !side)) near = below;
+  return near;
+}
+
+}  // namespace kvt
