@@ -14,6 +14,7 @@ function(zarn_generate module)
   add_custom_command(
     OUTPUT ${stamp}
     BYPRODUCTS ${sources} ${ZARN_GENERATED}/src/${module}_schema.h ${ZARN_GENERATED}/include/${module}/${module}.h
+               ${ZARN_GENERATED}/share/${module}.xsd
     COMMAND zarnc --out ${ZARN_GENERATED} --module ${module} --published ${PROJECT_SOURCE_DIR}/schema/published
             ${ZARN_SCHEMA}
     COMMAND ${CMAKE_COMMAND} -E touch ${stamp}

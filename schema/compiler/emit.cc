@@ -162,6 +162,7 @@ bool emit(const Schema& schema, const Module& module, const std::string& directo
   emit_serial(out);
   emit_scalars(out);
   emit_tables(out);
+  emit_xsd(out);
   for (const auto& [name, raw] : out.files) {
     const std::string text = with_namespace(raw, module);
     const std::filesystem::path path = std::filesystem::path(directory) / name;
