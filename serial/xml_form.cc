@@ -89,8 +89,7 @@ void struct_from_xml(const StructDesc& type, kvt_handle* h, std::uint32_t txn, c
                      kvt_xml_document* document, void* object, int* err, char* message, std::size_t size) {
   if (*err) return;
   kvt_clear_last_error(h);
-  std::uint32_t count = 0;
-  if (xml_get_element_nodecount(document, path, &count) != 0 || count == 0) {
+  if (!kvt_xml_exists(document, path)) {
     fail(h, kAbsent, err);
     return;
   }
