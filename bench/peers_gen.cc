@@ -23,9 +23,9 @@ struct Form {
   std::string plain, proto, flat;
 };
 const std::map<std::string, Form> kForms = {
-    {"u_int8", {"std::uint8_t", "uint32", "ubyte"}},   {"u_int16", {"std::uint16_t", "uint32", "ushort"}},
-    {"u_int32", {"std::uint32_t", "uint32", "uint"}},  {"u_int64", {"std::uint64_t", "uint64", "ulong"}},
-    {"kvt_boolean", {"bool", "bool", "bool"}},         {"kvt_vstring", {"std::string", "bytes", "string"}},
+    {"u_int8", {"std::uint8_t", "uint32", "ubyte"}},     {"u_int16", {"std::uint16_t", "uint32", "ushort"}},
+    {"u_int32", {"std::uint32_t", "uint32", "uint"}},    {"u_int64", {"std::uint64_t", "uint64", "ulong"}},
+    {"kvt_boolean", {"bool", "bool", "bool"}},           {"kvt_vstring", {"std::string", "bytes", "string"}},
     {"qep_bytestr", {"std::string", "bytes", "string"}}, {"kvt_aes_vstring", {"std::string", "bytes", "string"}},
     {"kvt_oid", {"Identity", "bytes", "[ubyte]"}},
 };
@@ -89,9 +89,9 @@ class Writer {
       if (f.type == "timer") continue;
       if (is_struct(f)) write(f.type);
       const Form form = form_of(f);
-      const std::map<char, std::string> holes = {{'t', type},      {'f', f.name},     {'y', f.type},
-                                                 {'o', f.offset},  {'p', form.plain}, {'b', form.proto},
-                                                 {'l', form.flat}, {'n', std::to_string(++number)}};
+      const std::map<char, std::string> holes = {
+          {'t', type},       {'f', f.name},     {'y', f.type},    {'o', f.offset},
+          {'p', form.plain}, {'b', form.proto}, {'l', form.flat}, {'n', std::to_string(++number)}};
       auto add = [&](std::string& to, const char* nested, const char* leaf) {
         to += fill(is_struct(f) ? nested : leaf, holes);
       };
@@ -104,7 +104,8 @@ class Writer {
       add(to_flat, "  l.%f = std::make_unique<peers_fb::%yT>();\n  to_flat(t.%f, *l.%f);\n",
           "  take(value_of(t.%f), l.%f);\n");
       add(from_flat, "  from_flat(*l.%f, t.%f);\n", "  take(l.%f, t.%f);\n");
-      const char *set = "%t_%f_set_value(h, 0, o, value_of(t.%f), &err)", *get = "take(%t_%f_get_value(h, 0, o, &err), t.%f)";
+      const char *set = "%t_%f_set_value(h, 0, o, value_of(t.%f), &err)",
+                 *get = "take(%t_%f_get_value(h, 0, o, &err), t.%f)";
       if (is_struct(f)) {
         set = "to_object(h, t.%f, %t_%f_get(h, 0, o, &err), err)";
         get = "from_object(h, %t_%f_get(h, 0, o, &err), t.%f, err)";
@@ -119,9 +120,9 @@ class Writer {
       to_object += "  " + fill(set, holes) + ";\n";
       from_object += "  " + fill(get, holes) + ";\n";
     }
-    const std::map<char, std::string> holes = {{'t', type}, {'a', plain},       {'e', each},      {'b', to_proto},
-                                               {'c', from_proto}, {'d', to_flat}, {'f', from_flat}, {'g', to_object},
-                                               {'h', from_object}};
+    const std::map<char, std::string> holes = {{'t', type},      {'a', plain},      {'e', each},
+                                               {'b', to_proto},  {'c', from_proto}, {'d', to_flat},
+                                               {'f', from_flat}, {'g', to_object},  {'h', from_object}};
     header_ << fill(R"--(struct %t {
 %a  bool operator==(const %t&) const = default;
 };

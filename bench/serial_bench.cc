@@ -23,8 +23,8 @@ using peers::Identity;
 using peers::Root;
 
 template <class T>
-concept Leaf = std::unsigned_integral<T> || std::same_as<T, std::string> || std::same_as<T, Choice> ||
-               std::same_as<T, Identity>;
+concept Leaf =
+    std::unsigned_integral<T> || std::same_as<T, std::string> || std::same_as<T, Choice> || std::same_as<T, Identity>;
 
 struct Fill {
   std::uint32_t number = 0;
@@ -180,7 +180,9 @@ class Rounds {
   void add(const char* name, std::function<void()> once) {
     entries_.push_back({name, std::move(once), std::numeric_limits<double>::max()});
   }
-  void run(int rounds, double slice_ns) {
+  // Only the entries with `part` in their names, when there is one.
+  void run(int rounds, double slice_ns, const std::string& part) {
+    std::erase_if(entries_, [&](const Entry& entry) { return entry.name.find(part) == std::string::npos; });
     for (int round = 0; round < rounds; ++round) {
       for (Entry& entry : entries_) {
         double begin = cpu_ns(), spent = 0;
@@ -226,7 +228,7 @@ constexpr Goal kGoals[] = {
     {"XML read", "from_xml", "pugixml parse and read", 1.2},
 };
 
-void run(int rounds, double slice_ns) {
+void run(int rounds, double slice_ns, const std::string& part) {
   Root tree;
   each(tree, Fill{});
 
@@ -360,9 +362,8 @@ void run(int rounds, double slice_ns) {
   peers_pb::st_wlan reused;
   all.add("protobuf parse, message reused", [&] { reused.ParseFromString(proto_bytes); });
   peers_fb::st_wlanT unpacked;
-  all.add("FlatBuffers unpack", [&] {
-    flatbuffers::GetRoot<peers_fb::st_wlan>(flat_bytes.data())->UnPackTo(&unpacked);
-  });
+  all.add("FlatBuffers unpack",
+          [&] { flatbuffers::GetRoot<peers_fb::st_wlan>(flat_bytes.data())->UnPackTo(&unpacked); });
   all.add("unmarshal by hand", [&] {
     each(back, HandRead{hand_bytes.data(), hand_bytes.data() + hand_bytes.size()});
     benchmark::ClobberMemory();
@@ -380,21 +381,23 @@ void run(int rounds, double slice_ns) {
   all.add("pugixml build and save", pugi_save);
   all.add("from_xml", [&] { from_xml(from_text); });
   all.add("pugixml parse and read", [&] { pugi_read(back); });
-  all.run(rounds, slice_ns);
+  all.run(rounds, slice_ns, part);
   must(err == 0, "an error was left");
   all.print();
+  kvt_handle_close(h);
+  if (!part.empty()) return;
 
   std::printf("\n%-26s %9s %9s\n", "", "ratio", "at most");
   for (const Goal& goal : kGoals) {
     std::printf("%-26s %9.2f %9.2f\n", goal.what, all.of(goal.entry) / all.of(goal.beside), goal.at_most);
   }
-  kvt_handle_close(h);
 }
 
 }  // namespace
 
+// serial_bench [ROUNDS [PART OF A NAME]]
 int main(int argc, char** argv) {
   const int rounds = argc > 1 ? std::atoi(argv[1]) : 20;
-  run(rounds > 0 ? rounds : 1, 5e6);
+  run(rounds > 0 ? rounds : 1, 5e6, argc > 2 ? argv[2] : "");
   return 0;
 }

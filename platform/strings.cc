@@ -46,6 +46,7 @@ bool assign(kvt_handle* handle, std::uint32_t txn, void* p, const void* bytes, s
     kvt::report_error(handle, ENOMEM, err);
     return false;
   }
+  if (free_old && kvt::text_replaced_in_place(handle, p, bytes, length)) return true;
   if (length) {
     char* block = static_cast<char*>(kvt::content_alloc(handle, txn, length + 1, err));
     if (!block) return false;

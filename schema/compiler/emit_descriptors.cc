@@ -39,11 +39,16 @@ void struct_record(const Module& module, const Struct& type, std::string& header
   header += fill(R"--(struct $(type) {
   static const StructDesc kDesc;
   static constexpr int kTop = $(top);
+  static constexpr std::uint16_t kLenStates[] = {$(states)};
 $(fields)  using Fields = FieldList<$(names)>;
 };
 
 )--",
-                 {{"type", type.name}, {"top", std::to_string(type.top)}, {"fields", fields}, {"names", names}});
+                 {{"type", type.name},
+                  {"top", std::to_string(type.top)},
+                  {"states", list(type.states)},
+                  {"fields", fields},
+                  {"names", names}});
 }
 
 const char* field_kind(const Field& f) {
@@ -135,6 +140,11 @@ const FieldType k_$(type)_field = {
     $(type)_to_xml, $(type)_from_xml, nullptr, nullptr, nullptr};
 
 )--";
+
+std::string scalar_record(const std::string& name, int top) {
+  return "struct " + name + " {\n  static const EnumDesc kDesc;\n  static constexpr int kTop = " + std::to_string(top) +
+         ";\n};\n";
+}
 
 template <class Names>
 void scalar_tables(const Output& out, const std::string& name, const Names& names,
@@ -305,12 +315,12 @@ namespace @schema@ {
                 {{"module", module.name},
                  {"tables", module.tables.empty() ? "" : "#include \"zarn_wlan/src/table_layout.h\"\n"}});
   for (const Enum* type : module.enums) {
-    header += "struct " + type->name + " {\n  static const EnumDesc kDesc;\n};\n";
+    header += scalar_record(type->name, type->top);
     header += "extern const FieldType k_" + type->name + "_field;\n";
     scalar_tables(out, type->name, type->enumerators, type->count, "kEnum", messages, zone, source);
   }
   for (const Flag* type : module.flags) {
-    header += "struct " + type->name + " {\n  static const EnumDesc kDesc;\n};\n";
+    header += scalar_record(type->name, 0);
     header += "extern const FieldType k_" + type->name + "_field;\n";
     scalar_tables(out, type->name, type->bits, {static_cast<std::uint32_t>(type->bits.size())}, "kFlag", messages, zone,
                   source);
