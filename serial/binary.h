@@ -1,6 +1,6 @@
 // The binary form of objects: writer, reader and length, made for each type from its field list. Layout and byte order:
 // docs/formats/wire.md. The writer here tests room and error at every field; serial/quick_write.h has the one for the
-// common case, and comes back to this one in all others.
+// common case, and comes back to this one in all others. The reader: serial/binary_read.h.
 #pragma once
 
 #include "objects/field_types.h"
@@ -14,15 +14,19 @@ constexpr std::uint8_t kWireFlags = KVT_OBJ_STATE_TRACKED | KVT_OBJ_RA_DATA;
 
 // Stores into an object. Where announcing does nothing the calls are left out.
 struct FieldStores {
+  FieldStores(kvt_handle* handle, std::uint32_t context)
+      : h(handle), txn(context), announced(handle->set_range != kvt_set_range_private) {}
   kvt_handle* h;
   std::uint32_t txn;
-  bool announced = h->set_range != kvt_set_range_private;
+  bool announced;
   template <class T>
   void put(void* at, T value) const {
     if (announced) h->set_range(h, at, sizeof value, txn, nullptr);
     store(at, value);
   }
 };
+
+struct ReadContext;
 
 struct WriteFrame {
   std::uint8_t* buffer;
@@ -33,20 +37,6 @@ struct WriteFrame {
   bool states;                 // a state byte follows each field
   const std::uint8_t* source;  // where those bytes are; null: each is 0
   std::int32_t room() const { return length - cursor; }
-};
-
-struct ReadFrame {
-  const std::uint8_t* buffer;
-  std::int32_t length;
-  std::int32_t cursor;
-  std::int32_t jump_at;
-  std::uint32_t jump;
-  int variant;
-  std::uint8_t kept;     // flag bits to be kept
-  bool states;           // a state byte follows each field on the wire
-  std::uint8_t* target;  // where they go; null: dropped
-  std::int32_t room() const { return room_behind(cursor, length); }
-  const std::uint8_t* position() const { return buffer + (room() < 0 ? length : cursor); }
 };
 
 // The entry of every writer and reader. false: nothing is to be done, the result is 0.
@@ -62,23 +52,6 @@ inline bool enter(kvt_handle* h, std::int32_t length, int* err) {
 WriteFrame write_begin(const StructDesc& type, kvt_handle* h, std::uint32_t txn, std::uint8_t* buffer,
                        const void* object, std::int32_t length, bool check_domain, int* err);
 std::uint32_t write_end(kvt_handle* h, const WriteFrame& frame, int* err);
-// The parts of an object's head that are seldom there: remote-access data, state bytes, cut bytes.
-ReadFrame read_unusual_head(const StructDesc& type, kvt_handle* h, std::uint32_t txn, const std::uint8_t* buffer,
-                            void* object, std::int32_t length, int* err);
-[[gnu::cold]] void trace_jump(const StructDesc& type, std::int32_t cursor, std::int32_t base, std::uint32_t jump);
-
-// A wire form carries no type identity: the reader's type goes into the object.
-inline void restore_type_link(const FieldStores& to, void* object, const kvt_type_record* record,
-                              const ModuleDesc& module, int* err) {
-  void* cell = load<std::uint8_t>(at_offset(object, 6)) & KVT_OBJ_TYPE_LINK_OWNED
-                   ? kvt_get_manifested_type_info_ptr_mem(object, err)
-                   : object;
-  if (*err || !cell) return;
-  if (const kvt_type_record* linked = linked_record(to.h, to.txn, record, module)) {
-    to.put(cell, kvt_type_link_of(linked));
-  }
-}
-
 std::uint32_t enum_marshal(const EnumDesc& type, kvt_handle* h, std::uint32_t txn, std::uint8_t* buffer,
                            const void* object, std::int32_t length, int* err);
 std::uint32_t enum_unmarshal(const EnumDesc& type, kvt_handle* h, std::uint32_t txn, const std::uint8_t* buffer,
@@ -93,8 +66,7 @@ template <class D>
 std::uint32_t struct_marshal_checked(kvt_handle* h, std::uint32_t txn, std::uint8_t* buffer, const void* object,
                                      std::int32_t length, bool check_domain, int* err);
 template <class D>
-std::uint32_t struct_unmarshal(kvt_handle* h, std::uint32_t txn, const std::uint8_t* buffer, void* object,
-                               std::int32_t length, std::uint32_t update, int* err);
+std::uint32_t struct_read(const ReadContext& to, const std::uint8_t* buffer, void* object, std::int32_t length);
 template <class D>
 std::uint32_t struct_len(kvt_handle* h, const void* object, std::uint32_t txn);
 
@@ -161,9 +133,8 @@ struct Wire<Nested<D>> {
                                int* err) {
     return struct_marshal_checked<D>(h, txn, b, p, room, true, err);
   }
-  static std::uint32_t unmarshal(kvt_handle* h, std::uint32_t txn, const std::uint8_t* b, void* p, std::int32_t room,
-                                 std::uint32_t update, int* err) {
-    return struct_unmarshal<D>(h, txn, b, p, room, update, err);
+  static std::uint32_t read(const ReadContext& to, const std::uint8_t* b, void* p, std::int32_t room) {
+    return struct_read<D>(to, b, p, room);
   }
 };
 template <class D>
@@ -214,29 +185,6 @@ void write_field(WriteFrame& frame, kvt_handle* h, std::uint32_t txn, const void
 }
 
 template <class Field>
-[[gnu::always_inline]] inline void read_field(ReadFrame& frame, const FieldStores& to, void* object,
-                                              std::uint32_t update, int* err) {
-  if constexpr (kOnWire<Field>) {
-    if (frame.variant < Field::kVariant) return;
-    using Type = typename Field::Type;
-    void* p = at_offset(object, Field::kOffset);
-    if constexpr (HasInlineForm<Type>) {
-      if (wire_room(to.h, InlineForm<Type>::kBytes, frame.room(), err)) {
-        InlineForm<Type>::get(to, frame.buffer + frame.cursor, p);
-        frame.cursor += InlineForm<Type>::kBytes;
-      }
-    } else {
-      frame.cursor = wrapped_sum(frame.cursor,
-                                 Wire<Type>::unmarshal(to.h, to.txn, frame.position(), p, frame.room(), update, err));
-    }
-    if (frame.states && state_has_room<Field>(frame.room())) {
-      const std::uint8_t state = frame.buffer[frame.cursor++];
-      if (frame.target) to.put(frame.target + Field::kState, state);
-    }
-  }
-}
-
-template <class Field>
 std::uint32_t field_len(kvt_handle* h, std::uint32_t txn, const void* object, int variant) {
   if constexpr (kOnWire<Field>) {
     return variant < Field::kVariant ? 0 : Wire<typename Field::Type>::len(h, txn, at_offset(object, Field::kOffset));
@@ -249,85 +197,6 @@ template <class... Fields>
 void write_fields(FieldList<Fields...>, WriteFrame& frame, kvt_handle* h, std::uint32_t txn, const void* object,
                   int* err) {
   (write_field<Fields>(frame, h, txn, object, err), ...);
-}
-// Fields in a run are read without a test between them where nothing can go wrong: all their bytes are there, no state
-// bytes are between them and nobody needs to be told of the stores.
-template <class Type>
-struct RunForm;
-template <HasInlineForm Type>
-struct RunForm<Type> : InlineForm<Type> {};
-template <class D>
-struct RunForm<Enumerated<D>> {
-  static constexpr std::uint32_t kBytes = kEnumBytes;
-  static void get(const FieldStores& to, const std::uint8_t* at, void* p) {
-    int own = 0;
-    const int built = load<std::int8_t>(at_offset(p, 5));
-    store(at_offset(p, 4), static_cast<std::int8_t>(cap_variant(static_cast<std::int8_t>(*at), built)));
-    restore_type_link(to, p, D::kDesc.record, *D::kDesc.module, &own);
-    store(at_offset(p, kEnumValueOffset), wire_order(load<std::uint32_t>(at + 1)));
-  }
-};
-
-// The first fields of a list that make a run, all of one variant, and those behind them.
-template <class Taken, class Left>
-struct LeadingRun {
-  using Run = Taken;
-  using Rest = Left;
-};
-template <class Field, class... Taken>
-concept Joins = requires {
-  RunForm<typename Field::Type>::kBytes;
-}
-&&((Field::kVariant == Taken::kVariant) && ...);
-template <class... Taken, class Field, class... Left>
-requires Joins<Field, Taken...>
-struct LeadingRun<FieldList<Taken...>, FieldList<Field, Left...>>
-    : LeadingRun<FieldList<Taken..., Field>, FieldList<Left...>> {
-};
-
-template <class First, class... Others>
-[[gnu::always_inline]] inline void read_run(FieldList<First, Others...>, ReadFrame& frame, const FieldStores& to,
-                                            void* object, std::uint32_t update, int* err) {
-  constexpr std::uint32_t kBytes =
-      (RunForm<typename First::Type>::kBytes + ... + RunForm<typename Others::Type>::kBytes);
-  if (frame.variant < First::kVariant) return;
-  if (frame.states || to.announced || *err || frame.room() < static_cast<std::int32_t>(kBytes)) {
-    read_field<First>(frame, to, object, update, err);
-    (read_field<Others>(frame, to, object, update, err), ...);
-    return;
-  }
-  const std::uint8_t* at = frame.buffer + frame.cursor;
-  auto get = [&]<class Field>(Field) __attribute__((always_inline)) {
-    using Form = RunForm<typename Field::Type>;
-    Form::get(to, at, at_offset(object, Field::kOffset));
-    at += Form::kBytes;
-  };
-  get(First{});
-  (get(Others{}), ...);
-  frame.cursor += kBytes;
-}
-
-template <class... Fields>
-[[gnu::always_inline]] inline void read_fields(FieldList<Fields...>, ReadFrame& frame, const FieldStores& to,
-                                               void* object, std::uint32_t update, int* err);
-template <class First, class... Rest>
-[[gnu::always_inline]] inline void read_single(FieldList<First, Rest...>, ReadFrame& frame, const FieldStores& to,
-                                               void* object, std::uint32_t update, int* err) {
-  read_field<First>(frame, to, object, update, err);
-  read_fields(FieldList<Rest...>{}, frame, to, object, update, err);
-}
-template <class... Fields>
-[[gnu::always_inline]] inline void read_fields(FieldList<Fields...> all, ReadFrame& frame, const FieldStores& to,
-                                               void* object, std::uint32_t update, int* err) {
-  using Cut = LeadingRun<FieldList<>, FieldList<Fields...>>;
-  if constexpr (sizeof...(Fields) == 0) {
-    return;
-  } else if constexpr (std::is_same_v<typename Cut::Run, FieldList<>>) {
-    read_single(all, frame, to, object, update, err);
-  } else {
-    read_run(typename Cut::Run{}, frame, to, object, update, err);
-    read_fields(typename Cut::Rest{}, frame, to, object, update, err);
-  }
 }
 template <class... Fields>
 std::uint32_t fields_len(FieldList<Fields...>, kvt_handle* h, std::uint32_t txn, const void* object, int variant) {
@@ -342,44 +211,6 @@ template <class D>
   WriteFrame frame = write_begin(D::kDesc, h, txn, buffer, object, length, check_domain, err);
   if (frame.variant >= 0) write_fields(typename D::Fields{}, frame, h, txn, object, err);
   return write_end(h, frame, err);
-}
-
-// Variant, flag and jump in one piece, where they are all that stands in front of the fields.
-template <class D>
-[[gnu::always_inline]] inline ReadFrame read_head(kvt_handle* h, std::uint32_t txn, const std::uint8_t* buffer,
-                                                  void* object, std::int32_t length, int* err) {
-  if (length < static_cast<std::int32_t>(kObjectOverhead) || buffer[1] & kWireFlags ||
-      tracking_of(h, D::kDesc) == Tracking::kOn) {
-    return read_unusual_head(D::kDesc, h, txn, buffer, object, length, err);
-  }
-  const int built = static_cast<const std::int8_t*>(object)[5];
-  return {buffer,
-          length,
-          kObjectOverhead,
-          2,
-          wire_order(load<std::uint32_t>(buffer + 2)),
-          cap_variant(static_cast<std::int8_t>(buffer[0]), built),
-          0,
-          false,
-          nullptr};
-}
-
-template <class D>
-std::uint32_t struct_unmarshal(kvt_handle* h, std::uint32_t txn, const std::uint8_t* buffer, void* object,
-                               std::int32_t length, std::uint32_t update, int* err) {
-  if (!enter(h, length, err)) return 0;
-  ReadFrame frame = read_head<D>(h, txn, buffer, object, length, err);
-  const FieldStores to{h, txn};
-  if (frame.variant >= 0) read_fields(typename D::Fields{}, frame, to, object, update, err);
-  if (const std::int32_t end = wrapped_sum(frame.jump_at, frame.jump); end > frame.cursor) {
-    trace_jump(D::kDesc, frame.cursor, frame.jump_at, frame.jump);
-    frame.cursor = end;
-  }
-  auto* bytes = static_cast<std::uint8_t*>(object);
-  to.put(bytes + 4, static_cast<std::int8_t>(frame.variant));
-  to.put(bytes + 6, static_cast<std::uint8_t>(bytes[6] | frame.kept));
-  restore_type_link(to, object, D::kDesc.record, *D::kDesc.module, err);
-  return static_cast<std::uint32_t>(frame.cursor);
 }
 
 // State bytes are counted by the schema, which counts a field that has no bytes of its own as well.
@@ -399,4 +230,5 @@ std::uint32_t struct_len_cr(kvt_handle* h, const void* object) {
 
 }  // namespace kvt
 
+#include "serial/binary_read.h"
 #include "serial/quick_write.h"
