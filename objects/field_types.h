@@ -144,6 +144,7 @@ struct Enumerated {
     enum_set_value(D::kDesc, h, txn, p, v, err);
   }
   static std::int32_t compare(const void* a, const void* b) { return enum_compare(a, b); }
+  static const kvt_type_record* record() { return D::kDesc.record; }
 };
 template <class D>
 struct FlagSet {
@@ -198,6 +199,7 @@ std::uint32_t order_prefix(const void* p) {
       X##_set_value(h, txn, p, v, err);                                                              \
     }                                                                                                \
     static std::int32_t compare(const void* a, const void* b) { return X##_compare(a, b); }          \
+    static const kvt_type_record* record() { return &_##X##_type_info_internal; }                    \
     KVT_NAMED_SERIAL(X)                                                                              \
   }
 #define KVT_SIBLING_FLAG(X)                                                                          \

@@ -98,7 +98,7 @@ inline WireText wire_text_of(const void* field) {
 inline std::uint32_t wire_text_len(const void* field) { return kWireLengthBytes + wire_text_of(field).length; }
 
 // memmove for the few bytes that most texts have.
-inline void copy_short(std::uint8_t* to, const char* from, std::uint32_t length) {
+[[gnu::always_inline]] inline void copy_short(std::uint8_t* to, const char* from, std::uint32_t length) {
   auto both_ends = [&]<class Part>(Part) {
     const Part first = load<Part>(from), last = load<Part>(from + length - sizeof(Part));
     store(to, first);
@@ -119,12 +119,11 @@ inline void copy_short(std::uint8_t* to, const char* from, std::uint32_t length)
 }
 
 // Gives a field new content in the block of the old, if that is as long as a new block would be and no transaction may
-// want the old content back. The field owns its block; the bytes may lie in it.
-inline bool text_replaced_in_place(kvt_handle* handle, void* field, const void* bytes, std::size_t length) {
+// want the old content back, which `announced` stores tell of. The field owns its block; the bytes may lie in it.
+inline bool text_replaced_in_place(bool announced, void* field, const void* bytes, std::size_t length) {
   constexpr std::size_t kBlockUnit = 8;
   const WireText old = wire_text_of(field);
-  if (!old.bytes || !length || length > old.length || length / kBlockUnit != old.length / kBlockUnit ||
-      handle->set_range != kvt_set_range_private)
+  if (announced || !old.bytes || !length || length > old.length || length / kBlockUnit != old.length / kBlockUnit)
     return false;
   auto* block = const_cast<char*>(old.bytes);
   copy_short(reinterpret_cast<std::uint8_t*>(block), static_cast<const char*>(bytes),

@@ -112,19 +112,11 @@ struct Wire<Type> {
     return Form::kBytes;
   }
 };
-template <>
-struct Wire<Vstring> : Vstring {
+template <class Type>
+concept IsText = std::is_same_v<Type, Vstring> || std::is_same_v<Type, Bytestr>;
+template <IsText Type>
+struct Wire<Type> : Type {
   static std::uint32_t len(kvt_handle*, std::uint32_t, const void* p) { return wire_text_len(p); }
-  static std::uint32_t unmarshal(kvt_handle* h, std::uint32_t txn, const std::uint8_t* b, void* p, std::int32_t room,
-                                 std::uint32_t update, int* err) {
-    if (room >= static_cast<std::int32_t>(kWireLengthBytes) && !*err) {
-      const auto length = wire_order(load<std::uint32_t>(b));
-      const auto left = static_cast<std::uint32_t>(room) - kWireLengthBytes;
-      if (length <= left && text_replaced_in_place(h, p, b + kWireLengthBytes, length))
-        return kWireLengthBytes + length;
-    }
-    return kvt_vstring_unmarshal(h, txn, b, p, room, update, err);
-  }
 };
 template <class D>
 struct Wire<Nested<D>> {

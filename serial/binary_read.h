@@ -45,12 +45,22 @@ inline void restore_type_link(const FieldStores& to, void* object, const kvt_typ
   }
 }
 
-// Reads a field that is in no run, from where the frame stands.
+// Reads a field that is in no run.
 template <class Type>
-std::uint32_t wire_read(const ReadContext& to, const std::uint8_t* b, void* p, std::int32_t room) {
+[[gnu::always_inline]] inline std::uint32_t wire_read(const ReadContext& to, const std::uint8_t* b, void* p,
+                                                      std::int32_t room) {
   if constexpr (requires { Wire<Type>::read(to, b, p, room); }) {
     return Wire<Type>::read(to, b, p, room);
   } else {
+    if constexpr (IsText<Type>) {
+      if (room >= static_cast<std::int32_t>(kWireLengthBytes) && !*to.err) {
+        const auto length = wire_order(load<std::uint32_t>(b));
+        if (length <= static_cast<std::uint32_t>(room) - kWireLengthBytes &&
+            text_replaced_in_place(to.announced, p, b + kWireLengthBytes, length)) {
+          return kWireLengthBytes + length;
+        }
+      }
+    }
     return Wire<Type>::unmarshal(to.h, to.txn, b, p, room, to.update, to.err);
   }
 }
@@ -82,14 +92,19 @@ template <class Type>
 struct RunForm;
 template <HasInlineForm Type>
 struct RunForm<Type> : InlineForm<Type> {};
-template <class D>
-struct RunForm<Enumerated<D>> {
+// Enumerated types, of siblings too.
+template <class Type>
+requires(Type::kKind == FieldKind::kEnum) struct RunForm<Type> {
   static constexpr std::uint32_t kBytes = kEnumBytes;
-  static void get(const FieldStores& to, const std::uint8_t* at, void* p) {
-    int own = 0;
-    const int built = load<std::int8_t>(at_offset(p, 5));
+  static void get(const ReadContext& to, const std::uint8_t* at, void* p) {
+    const std::uint8_t* header = static_cast<const std::uint8_t*>(p);
+    if (to.h->mode || header[6] & KVT_OBJ_TYPE_LINK_OWNED) {
+      Wire<Type>::unmarshal(to.h, to.txn, at, p, kBytes, to.update, to.err);
+      return;
+    }
+    const int built = static_cast<std::int8_t>(header[5]);
     store(at_offset(p, 4), static_cast<std::int8_t>(cap_variant(static_cast<std::int8_t>(*at), built)));
-    restore_type_link(to, p, D::kDesc.record, *D::kDesc.module, &own);
+    store(p, kvt_type_link_of(Type::record()));
     store(at_offset(p, kEnumValueOffset), wire_order(load<std::uint32_t>(at + 1)));
   }
 };

@@ -48,8 +48,8 @@ struct Quick<Type, kStates> {
     return at + kFixed;
   }
 };
-template <bool kStates>
-struct Quick<Vstring, kStates> {
+template <IsText Type, bool kStates>
+struct Quick<Type, kStates> {
   static constexpr std::uint32_t kFixed = kWireLengthBytes;
   static std::uint8_t* put(QuickWrite& to, std::uint8_t* at, const void* p) {
     const WireText text = wire_text_of(p);
@@ -68,12 +68,17 @@ struct Quick<Oid, kStates> {
     return at + kFixed;
   }
 };
-template <class D, bool kStates>
-struct Quick<Enumerated<D>, kStates> {
+template <class Type, bool kStates>
+requires(Type::kKind == FieldKind::kEnum) struct Quick<Type, kStates> {
   static constexpr std::uint32_t kFixed = kEnumBytes;
-  static std::uint8_t* put(QuickWrite&, std::uint8_t* at, const void* p) {
-    const int variant = cap_variant(load<std::int8_t>(at_offset(p, 4)), D::kTop);
-    store(at, static_cast<std::int8_t>(variant));
+  static std::uint8_t* put(QuickWrite& to, std::uint8_t* at, const void* p) {
+    const auto variant = load<std::int8_t>(at_offset(p, 4));
+    if (variant > 0) {  // how many variants there are, the type itself knows
+      int err = 0;
+      if (Wire<Type>::marshal(to.h, to.txn, at, p, kFixed, &err) != kFixed) to.refused = true;
+      return at + kFixed;
+    }
+    store(at, variant);
     store(at + 1, wire_order(load<std::uint32_t>(at_offset(p, kEnumValueOffset))));
     return at + kFixed;
   }

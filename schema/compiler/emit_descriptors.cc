@@ -141,11 +141,6 @@ const FieldType k_$(type)_field = {
 
 )--";
 
-std::string scalar_record(const std::string& name, int top) {
-  return "struct " + name + " {\n  static const EnumDesc kDesc;\n  static constexpr int kTop = " + std::to_string(top) +
-         ";\n};\n";
-}
-
 template <class Names>
 void scalar_tables(const Output& out, const std::string& name, const Names& names,
                    const std::vector<std::uint32_t>& legal, const char* kind, const MessageIndex& messages,
@@ -315,12 +310,12 @@ namespace @schema@ {
                 {{"module", module.name},
                  {"tables", module.tables.empty() ? "" : "#include \"zarn_wlan/src/table_layout.h\"\n"}});
   for (const Enum* type : module.enums) {
-    header += scalar_record(type->name, type->top);
+    header += "struct " + type->name + " {\n  static const EnumDesc kDesc;\n};\n";
     header += "extern const FieldType k_" + type->name + "_field;\n";
     scalar_tables(out, type->name, type->enumerators, type->count, "kEnum", messages, zone, source);
   }
   for (const Flag* type : module.flags) {
-    header += scalar_record(type->name, 0);
+    header += "struct " + type->name + " {\n  static const EnumDesc kDesc;\n};\n";
     header += "extern const FieldType k_" + type->name + "_field;\n";
     scalar_tables(out, type->name, type->bits, {static_cast<std::uint32_t>(type->bits.size())}, "kFlag", messages, zone,
                   source);
