@@ -161,9 +161,32 @@ TEST(Binary, GoldenBytes) {
     st_dtim_set_all(rig.h, rig.txn, dtim, 2, 3, &rig.err);
     if (rig.tracked()) st_wlan_timeout_settings_dtim_state_flag_set(rig.h, rig.txn, object, 7, &rig.err);
     EXPECT_EQ(hex(marshal(rig, type, object)), c.timeout);
+    if (rig.tracked()) {
+      EXPECT_EQ(documented_dump(), c.timeout);
+    }
     EXPECT_EQ(hex(marshal(rig, type_of("st_dtim"), dtim)), c.dtim);
     rig.destroy(type, object);
   }
+}
+
+// The dump of docs/formats/wire.md that is explained byte by byte: lines of a position, bytes and words.
+std::string documented_dump() {
+  std::ifstream file(ZARN_SOURCE_DIR "/docs/formats/wire.md");
+  std::string bytes, line;
+  while (std::getline(file, line) && line.find("Dump: a `st_wlan_timeout_settings`") == std::string::npos) {
+  }
+  while (std::getline(file, line)) {
+    if (line.empty()) continue;
+    if (line[0] != ' ') break;
+    std::istringstream words(line);
+    std::string word;
+    words >> word;
+    EXPECT_EQ(word, std::to_string(bytes.size() / 3)) << "position of: " << line;
+    while (words >> word && word.size() == 2 && word.find_first_not_of("0123456789abcdef") == std::string::npos) {
+      bytes += word + " ";
+    }
+  }
+  return bytes;
 }
 
 TEST(Binary, AWriterAboveItsDomainIsToldSo) {
