@@ -141,6 +141,26 @@ std::string hex(const std::string& bytes) {
   return text;
 }
 
+// The dump of docs/formats/wire.md that is explained byte by byte: lines of a position, bytes and words.
+std::string documented_dump() {
+  std::ifstream file(ZARN_SOURCE_DIR "/docs/formats/wire.md");
+  std::string bytes, line;
+  while (std::getline(file, line) && line.find("Dump: a `st_wlan_timeout_settings`") == std::string::npos) {
+  }
+  while (std::getline(file, line)) {
+    if (line.empty()) continue;
+    if (line[0] != ' ') break;
+    std::istringstream words(line);
+    std::string word;
+    words >> word;
+    EXPECT_EQ(word, std::to_string(bytes.size() / 3)) << "position of: " << line;
+    while (words >> word && word.size() == 2 && word.find_first_not_of("0123456789abcdef") == std::string::npos) {
+      bytes += word + " ";
+    }
+  }
+  return bytes;
+}
+
 TEST(Binary, GoldenBytes) {
   struct Case {
     Tracking tracking;
@@ -167,26 +187,6 @@ TEST(Binary, GoldenBytes) {
     EXPECT_EQ(hex(marshal(rig, type_of("st_dtim"), dtim)), c.dtim);
     rig.destroy(type, object);
   }
-}
-
-// The dump of docs/formats/wire.md that is explained byte by byte: lines of a position, bytes and words.
-std::string documented_dump() {
-  std::ifstream file(ZARN_SOURCE_DIR "/docs/formats/wire.md");
-  std::string bytes, line;
-  while (std::getline(file, line) && line.find("Dump: a `st_wlan_timeout_settings`") == std::string::npos) {
-  }
-  while (std::getline(file, line)) {
-    if (line.empty()) continue;
-    if (line[0] != ' ') break;
-    std::istringstream words(line);
-    std::string word;
-    words >> word;
-    EXPECT_EQ(word, std::to_string(bytes.size() / 3)) << "position of: " << line;
-    while (words >> word && word.size() == 2 && word.find_first_not_of("0123456789abcdef") == std::string::npos) {
-      bytes += word + " ";
-    }
-  }
-  return bytes;
 }
 
 TEST(Binary, AWriterAboveItsDomainIsToldSo) {
