@@ -15,6 +15,7 @@
 #include <string>
 
 #include "peers.h"
+#include "platform/super_fast_hash.h"
 
 namespace {
 
@@ -105,6 +106,20 @@ struct HandRead {
       v = Choice{number<std::uint32_t>()};
     } else {
       v = number<T>();
+    }
+  }
+};
+
+struct HandHash {
+  std::uint32_t hash;
+  template <class T>
+  void operator()(const char*, const T& v) {
+    if constexpr (!Leaf<T>) {
+      each(v, *this);
+    } else if constexpr (std::same_as<T, std::string>) {
+      hash = kvt::super_fast_hash(v.data(), v.size(), hash);
+    } else {
+      hash = kvt::super_fast_hash(&v, sizeof v, hash);
     }
   }
 };
@@ -223,7 +238,9 @@ struct Goal {
 constexpr Goal kGoals[] = {
     {"marshal", "marshal", "protobuf serialize", 1.0 / 3},
     {"unmarshal", "unmarshal into an object", "protobuf parse", 1.0 / 4},
+    {"clone", "clone, destroy", "protobuf copy", 1.0 / 2},
     {"compare of equal objects", "compare", "compare by hand", 2},
+    {"hash", "hash", "hash by hand", 3},
     {"XML write", "to_xml", "pugixml build and save", 1.0 / 2},
     {"XML read", "from_xml", "pugixml parse and read", 1.2},
 };
@@ -372,6 +389,8 @@ void run(int rounds, double slice_ns, const std::string& part) {
     each(back, HandRead{hand_bytes.data(), hand_bytes.data() + hand_bytes.size()});
     benchmark::ClobberMemory();
   });
+  all.add("create, destroy", [&] { st_wlan_destroy(h, 0, st_wlan_create(h, 0)); });
+  all.add("clone, destroy", [&] { st_wlan_destroy(h, 0, st_wlan_clone_cr(h, object)); });
   all.add("protobuf copy", [&] {
     google::protobuf::Arena::CreateMessage<peers_pb::st_wlan>(&arena)->CopyFrom(proto);
     arena.Reset();
@@ -380,6 +399,13 @@ void run(int rounds, double slice_ns, const std::string& part) {
   all.add("compare by hand", [&] {
     benchmark::ClobberMemory();
     DoNotOptimize(back == tree);
+  });
+  all.add("hash", [&] { DoNotOptimize(st_wlan_hash(object, 0)); });
+  all.add("hash by hand", [&] {
+    HandHash hand{0};
+    each(std::as_const(tree), hand);
+    DoNotOptimize(hand.hash);
+    benchmark::ClobberMemory();
   });
   all.add("to_xml", [&] { DoNotOptimize(to_xml()); });
   all.add("pugixml build and save", pugi_save);
