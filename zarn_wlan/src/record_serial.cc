@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "platform/wire_inline.h"
 #include "zarn_wlan/src/record.h"
 
 namespace kvt {
@@ -106,8 +107,9 @@ std::uint32_t record_unmarshal(const TableDesc& type, kvt_handle* h, std::uint32
     return 0;
   }
   if (!*err) {
-    cursor += static_cast<std::int32_t>(
-        type.payload.unmarshal(h, txn, buffer + cursor, payload, length - cursor, update, err));
+    // A payload's jump may lead anywhere.
+    cursor =
+        wrapped_sum(cursor, type.payload.unmarshal(h, txn, buffer + cursor, payload, length - cursor, update, err));
   }
   *slot = record;
   return static_cast<std::uint32_t>(cursor);
