@@ -96,7 +96,7 @@ bool kvt_xml_document::parse(const char* text, std::size_t length, char* message
   text_ = static_cast<char*>(std::malloc(length + 1));
   if (!text_) return fail(0, "out of memory");
   text_size_ = length;
-  std::memcpy(text_, text, length);
+  if (length) std::memcpy(text_, text, length);
   text_[length] = 0;
   kvt::XmlFault fault;
   if (!kvt::xml_screen(text_, length, &lines_, &fault)) return fail(fault.offset, fault.reason);
