@@ -94,6 +94,8 @@ std::uint32_t record_unmarshal(const TableDesc& type, kvt_handle* h, std::uint32
   if (!*err) {
     kvt_message_header header;
     cursor += static_cast<std::int32_t>(_kvt_message_header_unmarshal(h, txn, buffer, &header, length, err));
+    // Told here: an object may end so that nothing else misses its last bytes.
+    if (!*err && header.length > static_cast<std::uint32_t>(length)) fail(h, kEmsgsize, err);
   }
   if (!update) {
     void* payload = type.payload.create_internal(h, txn);
