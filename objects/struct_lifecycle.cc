@@ -214,7 +214,7 @@ void struct_initialize(const StructDesc& type, kvt_handle* h, std::uint32_t txn,
                        int* err) {
   if (*err) return;
   kvt_clear_last_error(h);
-  const Announcer announcer{h, txn, announce != 0};
+  const Announcer announcer{h, txn, announce && h->set_range != kvt_set_range_private};
   const int variant = cap_variant(kvt_domain_lookup_variant(h, &h->domain, record, err), type.top);
   if (!*err) {
     if (type.oid_count) set_target_links(type, announcer, object, err);
