@@ -152,6 +152,7 @@ struct Enumerated {
     enum_set_value(D::kDesc, h, txn, p, v, err);
   }
   static std::int32_t compare(const void* a, const void* b) { return enum_compare(a, b); }
+  static const kvt_type_record* record() { return D::kDesc.record; }
   static std::uint32_t hash(const void* p, std::uint32_t seed) { return enum_hash(p, seed); }
 };
 template <class D>
@@ -222,6 +223,7 @@ bool prefix_is_exact(std::uint32_t prefix) {
       X##_set_value(h, txn, p, v, err);                                                              \
     }                                                                                                \
     static std::int32_t compare(const void* a, const void* b) { return X##_compare(a, b); }          \
+    static const kvt_type_record* record() { return &_##X##_type_info_internal; }                    \
     static std::uint32_t hash(const void* p, std::uint32_t seed) { return X##_hash(p, seed); }       \
     KVT_NAMED_SERIAL(X)                                                                              \
   }
