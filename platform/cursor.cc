@@ -1,6 +1,6 @@
 // Cursors over the changes of a table, and the destruction of records that waits for them. A table has one queue of
-// changes, oldest first; a cursor is a place in it. What all cursors have passed leaves the queue, and a record that was
-// to be destroyed goes then.
+// changes, oldest first; a cursor is a place in it. What all cursors have passed leaves the queue, and a record that
+// was to be destroyed goes then.
 #include <cerrno>
 #include <new>
 
@@ -14,6 +14,7 @@ namespace {
 constexpr std::size_t kQueueAt = 220;    // of a table: reference of its queue
 constexpr std::size_t kPendingAt = 248;  // of a table: records that wait
 constexpr std::size_t kTableAt = 8;      // of a record
+constexpr std::size_t kTenantAt = 32;    // of a record
 constexpr std::size_t kFlagsAt = 36;     // of a record
 constexpr std::uint32_t kPendingDestroy = 0x02;
 
@@ -96,8 +97,11 @@ void destroy_by_type(kvt_handle* handle, std::uint32_t txn, void* record) {
   const kvt_static_type* known = type ? static_type_of(type) : nullptr;
   if (!known || !known->destroy) return;  // of a module that isn't loaded here: it keeps waiting
   const std::uint32_t before = handle->gc_active;
+  const std::uint16_t reader = mt_get_tenant_id();
   handle->gc_active = 1;
+  mt_set_tenant_id(load<std::uint16_t>(at_offset(record, kTenantAt)));  // its counters, whoever was the last to read
   known->destroy(handle, txn, record, 1);
+  mt_set_tenant_id(reader);
   handle->gc_active = before;
 }
 

@@ -141,7 +141,7 @@ void kvtdb_database_toc_delete(kvt_handle* handle, uint32_t txn, void* table, in
   auto* entry = static_cast<TocEntry*>(cage_at(*link));
   if (!store.write(link, entry->next, txn)) return kvt_store_epoch_err(handle, EPERM, err);
   store.free(store.open_txn(), entry);
-  free_counters(store, txn, table);
+  if (!load<uint32_t>(at_offset(table, kRecordCountAt))) free_counters(store, txn, table);
   auto* flags = static_cast<uint32_t*>(at_offset(table, kTableFlagsAt));
   if (load<uint32_t>(at_offset(cage_at(store.roots()->contents), kTableFlagsAt)) & kDeferredFree) {
     store.write(flags, *flags | kOnGcList, txn);
@@ -162,12 +162,18 @@ void kvtdb_update_tenant_counter(kvt_handle* handle, uint32_t txn, void* table, 
   if (*err) return;
   Store& store = store_of(handle);
   auto* head = static_cast<uint32_t*>(at_offset(table, kCountersAt));
-  auto* counter = static_cast<TenantCounter*>(cage_at(*head));
+  uint32_t* link = head;
+  auto* counter = static_cast<TenantCounter*>(cage_at(*link));
   while (counter && (counter->tenant != tenant || counter->source != source)) {
-    counter = static_cast<TenantCounter*>(cage_at(counter->next));
+    link = &counter->next;
+    counter = static_cast<TenantCounter*>(cage_at(*link));
+  }
+  if (counter && !add && counter->count == 1) {
+    // No counter without records: a table that is empty has none to give back.
+    if (!store.write(link, counter->next, txn)) return kvt_store_epoch_err(handle, EPERM, err);
+    return store.free(store.open_txn(), counter);
   }
   if (counter) {
-    if (!add && !counter->count) return;
     if (!store.write(&counter->count, add ? counter->count + 1 : counter->count - 1, txn)) {
       kvt_store_epoch_err(handle, EPERM, err);
     }
@@ -200,14 +206,15 @@ uint32_t kvtgc_collect(kvt_handle* handle, uint32_t txn, int* err) {
     return 0;
   }
   const uint32_t gc_before = handle->gc_active;
+  const int32_t last_before = handle->last_error;  // a table that must wait is no failure of the caller's
   handle->gc_active = 1;
   uint32_t freed = 0;
   for (uint32_t at = roots->tables.first; at;) {
     void* table = cage_at(at);
     at = load<uint32_t>(at_offset(table, kNextAt));
     const kvt_static_type* type = static_type_of(kvt_get_manifested_type_info(table, err));
-    if (find(roots, key_of(table)) == table || load<uint32_t>(at_offset(table, kRecordCountAt)) || !type ||
-        !type->destroy) {
+    if (find(roots, key_of(table)) == table || load<uint32_t>(at_offset(table, kRecordCountAt)) ||
+        kvtdb_table_are_cursors_enabled(handle, txn, table, err) || !type || !type->destroy) {
       continue;
     }
     kvtgc_database_gc_list_remove(handle, txn, table, err);
@@ -216,5 +223,6 @@ uint32_t kvtgc_collect(kvt_handle* handle, uint32_t txn, int* err) {
     freed += *link != cage_ref(table);
   }
   handle->gc_active = gc_before;
+  if (!*err) handle->last_error = last_before;
   return freed;
 }

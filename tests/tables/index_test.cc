@@ -1,6 +1,7 @@
 // A long random history of every table, beside ordered maps that keep the same records, on a private store and in a
 // database where some transactions are aborted.
 #include <array>
+#include <deque>
 #include <map>
 #include <optional>
 #include <random>
@@ -19,6 +20,20 @@ struct Row {
   std::vector<unsigned> keys;
   Grade grade = Grade::kOut;
   bool pending = false;
+  unsigned refs = 1;
+};
+
+// What waits in a table's queue of changes until every cursor that must see it has passed it.
+struct Change {
+  void* record;
+  bool destroy;
+  unsigned cursors;
+};
+struct Cursor {
+  void* handle;
+  bool inserts;
+  std::deque<unsigned> ahead;
+  bool given = false;  // the first one ahead has been seen, and is passed by the next move
 };
 
 using Position = std::tuple<std::uint16_t, std::string, std::uint8_t>;
@@ -29,6 +44,9 @@ struct Model {
   std::array<std::map<Position, void*>, 3> trees;
   std::map<std::pair<std::uint16_t, std::uint8_t>, std::uint32_t> counters;
   std::uint64_t database_pending = 0;
+  std::map<unsigned, Change> changes;
+  std::vector<Cursor> cursors;
+  unsigned next_change = 0;
 
   std::uint32_t count(bool (*wanted)(const Row&)) const {
     std::uint32_t n = 0;
@@ -61,27 +79,60 @@ struct Model {
     }
     return nullptr;
   }
+  // `source` is the whole argument, of which a position has the low byte.
   void* search(std::size_t key, const Position& wanted, bool nearest, bool forward, unsigned neighbour,
-               bool skip_pending, bool same_key) const {
+               bool skip_pending, bool same_key, unsigned source = 1) const {
     const auto exact = trees[key].find(wanted);
-    if (exact != trees[key].end() && !skipped(exact->second, skip_pending)) return exact->second;
+    if (source <= 255 && exact != trees[key].end() && !skipped(exact->second, skip_pending)) return exact->second;
     if (!nearest && !same_key) return nullptr;
     return step(key, wanted, forward, neighbour, neighbour != 0, skip_pending, same_key && !nearest);
   }
-  void* edge(std::size_t key, std::uint16_t tenant, bool first) const {
+  void* beside(std::size_t key, const Position& wanted, bool forward, unsigned source, unsigned neighbour,
+               bool skip_pending) const {
+    if (search(key, wanted, false, forward, 0, skip_pending, false, source)) {
+      return step(key, wanted, forward, neighbour, neighbour != 0, skip_pending, false);
+    }
+    return search(key, wanted, true, forward, neighbour, skip_pending, false, source);
+  }
+  void* edge(std::size_t key, std::uint16_t tenant, bool first, unsigned source, bool filter, bool skip_pending) const {
     void* found = nullptr;
     for (const auto& [p, record] : trees[key]) {
-      if (std::get<0>(p) != tenant || std::get<2>(p) != 1) continue;
+      const unsigned own = std::get<2>(p);
+      if (std::get<0>(p) != tenant || skipped(record, skip_pending)) continue;
+      if (filter ? own != source : source == 0 && own == 255) continue;
       found = record;
       if (first) break;
     }
     return found;
   }
+  // Behind a position, through the records of its key and, where that is the last of its tenant, on to the next one's.
+  void* sub_next(std::size_t key, const Position& from, bool only_shadow) const {
+    const auto& tree = trees[key];
+    for (auto i = tree.upper_bound(from); i != tree.end() && std::get<1>(i->first) == std::get<1>(from); ++i) {
+      if (!only_shadow || std::get<2>(i->first) == 255) return i->second;
+    }
+    return nullptr;
+  }
+  void* next_of_any_source(std::size_t key, const Position& from) const {
+    const auto i = trees[key].upper_bound(from);
+    return i != trees[key].end() && std::get<0>(i->first) == std::get<0>(from) ? i->second : nullptr;
+  }
+
+  void enqueue(void* record, bool destroy) {
+    unsigned waiting = 0;
+    for (Cursor& c : cursors) {
+      if (!destroy && !c.inserts) continue;
+      c.ahead.push_back(next_change);
+      ++waiting;
+    }
+    if (waiting) changes[next_change++] = {record, destroy, waiting};
+  }
 };
 
 class History {
  public:
-  History(const TableOps& table, Kind kind, unsigned seed) : type_(table), rig_(kind), random_(seed) {
+  History(const TableOps& table, Kind kind, int tracking, unsigned seed)
+      : type_(table), rig_(kind, tracking), random_(seed) {
     rig_.begin();
     table_ = open_table(rig_, type_);
     for (const KeyOps& key : type_.keys) {
@@ -92,7 +143,7 @@ class History {
         holders_.back().push_back(holder);
       }
     }
-    for (int i = 0; i < 40; ++i) add_row();
+    fill_up();
     rig_.commit();
   }
 
@@ -126,11 +177,16 @@ class History {
  private:
   static constexpr std::uint16_t kTenants[] = {0, 3, 700};
   static constexpr std::uint8_t kSources[] = {1, 1, 1, 2, 255};
+  static constexpr unsigned kArguments[] = {0, 1, 2, 255, 257};  // no record has the last one
 
   unsigned pick(unsigned below) { return random_() % below; }
   unsigned pick_key(std::size_t k) { return pick(key_values(type_.keys[k].kind)); }
   Position position(const Row& row, std::size_t k) const {
     return {row.tenant, key_order(type_.keys[k].kind, row.keys[k]), row.source};
+  }
+
+  void fill_up() {
+    while (model_.rows.size() < 40 && !testing::Test::HasFatalFailure()) add_row();
   }
 
   void add_row() {
@@ -155,12 +211,16 @@ class History {
   void insert(void* record, Row& row, bool primary_only) {
     const std::optional<std::size_t> refusal = refusing(row, primary_only);
     const std::uint32_t flags = record_flags(record), holder = record_table(record);
+    const bool quiet = pick(4) == 0;
     rig_.lines.clear();
+    rig_->quiet_duplicates = quiet;
     (primary_only ? type_.pkey_insert : type_.insert)(rig_, rig_.txn(), table_, record, &rig_.err);
+    rig_->quiet_duplicates = 0;
     if (refusal) {
       EXPECT_EQ(rig_.take_error(), 17);
-      EXPECT_EQ(rig_.take_line(), std::string(type_.name) + " insert record exists for " + type_.payload + " " +
-                                      type_.keys[*refusal].name);
+      EXPECT_EQ(rig_.take_line(), quiet ? ""
+                                        : std::string(type_.name) + " insert record exists for " + type_.payload + " " +
+                                              type_.keys[*refusal].name);
       EXPECT_EQ(record_flags(record), flags);
       EXPECT_EQ(record_table(record), holder);
       ++refused_[*refusal];
@@ -173,6 +233,7 @@ class History {
     if (row.tenant) ++model_.counters[{row.tenant, row.source}];
     EXPECT_EQ(record_flags(record) & 0x13, primary_only ? 0x11u : 0x01u);
     EXPECT_EQ(record_table(record), kvt_ref_of(table_));
+    model_.enqueue(record, false);
   }
 
   void leave(Row& row) {
@@ -183,7 +244,18 @@ class History {
     row.grade = Grade::kOut;
   }
 
+  // A table with cursors lets no record go directly.
+  bool refused_by_cursors(bool primary_only, void* record) {
+    if (model_.cursors.empty()) return false;
+    rig_.lines.clear();
+    (primary_only ? type_.pkey_remove : type_.remove)(rig_, rig_.txn(), table_, record, &rig_.err);
+    EXPECT_EQ(rig_.take_error(), 22);
+    EXPECT_NE(rig_.take_line(), "");
+    return true;
+  }
+
   void remove(void* record, Row& row) {
+    if (refused_by_cursors(false, record)) return;
     rig_.lines.clear();
     type_.remove(rig_, rig_.txn(), table_, record, &rig_.err);
     if (row.grade == Grade::kOut) {
@@ -199,7 +271,7 @@ class History {
   }
 
   void reduce(void* record, Row& row) {
-    if (row.grade == Grade::kOut) return;
+    if (row.grade == Grade::kOut || refused_by_cursors(true, record)) return;
     type_.pkey_remove(rig_, rig_.txn(), table_, record, &rig_.err);
     EXPECT_EQ(rig_.take_error(), 0);
     if (row.grade == Grade::kFull) {
@@ -209,18 +281,84 @@ class History {
     EXPECT_EQ(record_flags(record) & 0x10, 0x10u);
   }
 
-  // As the runtime does for a record whose destruction is asked for.
-  void mark_pending(void* record, Row& row) {
+  void request_destroy(void* record, Row& row) {
+    const bool short_form = pick(2);
+    rig_->last_error = 0;
+    if (short_form) {
+      rig_.err = type_.request_destroy_cr(rig_, table_, record);
+      rig_->last_error = 0;
+    } else {
+      type_.request_destroy(rig_, rig_.txn(), table_, record, &rig_.err);
+    }
+    EXPECT_EQ(rig_.take_error(), row.grade == Grade::kOut ? 2 : 0);
     if (row.grade == Grade::kOut || row.pending) return;
-    auto put = [&](void* place, auto value) {
-      rig_->set_range(rig_, place, sizeof value, rig_.txn(), nullptr);
-      std::memcpy(place, &value, sizeof value);
-    };
-    put(static_cast<char*>(record) + 36, record_flags(record) | 2u);
-    put(static_cast<char*>(table_) + 248, pending_count(table_) + 1);
-    put(&rig_->db_stats->pending_destroy, rig_->db_stats->pending_destroy + 1);
     row.pending = true;
     ++model_.database_pending;
+    model_.enqueue(record, true);
+    if (model_.cursors.empty()) {
+      drop(record);
+    } else {
+      EXPECT_EQ(record_flags(record) & 2, 2u);
+    }
+  }
+
+  // Takes a reference of a row, and at the last the row.
+  void drop(void* record) {
+    Row& row = model_.rows.at(record);
+    if (--row.refs) return;
+    if (row.grade != Grade::kOut) leave(row);
+    model_.rows.erase(record);
+  }
+
+  void destroy(void* record, Row& row) {
+    const bool refused = row.refs == 1 && row.grade != Grade::kOut && !model_.cursors.empty();
+    const unsigned left = refused ? 1 : row.refs - 1;
+    EXPECT_EQ(type_.destroy(rig_, rig_.txn(), record, &rig_.err), left);
+    EXPECT_EQ(rig_.take_error(), refused ? 22 : 0);
+    if (!refused) drop(record);
+  }
+
+  void pass(Cursor& cursor) {
+    const unsigned number = cursor.ahead.front();
+    cursor.ahead.pop_front();
+    Change& change = model_.changes.at(number);
+    if (--change.cursors) return;
+    const Change last = change;
+    model_.changes.erase(number);
+    if (last.destroy) drop(last.record);
+  }
+
+  void move_cursor(Cursor& cursor) {
+    if (cursor.given) pass(cursor);
+    cursor.given = !cursor.ahead.empty();
+    const Change* expected = cursor.given ? &model_.changes.at(cursor.ahead.front()) : nullptr;
+    int kind = 0;
+    void* record = kvtdb_cursor_next(rig_, rig_.txn(), cursor.handle, &kind, &rig_.err);
+    ASSERT_EQ(record, expected ? expected->record : nullptr);
+    if (expected) {
+      ASSERT_EQ(kind, expected->destroy ? KVT_CHANGE_DESTROY : KVT_CHANGE_INSERT);
+    }
+  }
+
+  void change_cursors() {
+    // Whose records go, and whose counters, is not the reader's tenant's affair.
+    mt_set_tenant_id(kTenants[pick(3)]);
+    std::vector<Cursor>& cursors = model_.cursors;
+    const unsigned at = cursors.empty() ? 0 : pick(static_cast<unsigned>(cursors.size()));
+    const unsigned what = pick(10);
+    if (what < 2 && cursors.size() < 3) {
+      const bool inserts = pick(2);
+      cursors.push_back({kvtdb_cursor_open(rig_, rig_.txn(), table_, inserts, &rig_.err), inserts, {}});
+      ASSERT_NE(cursors.back().handle, nullptr);
+    } else if (what >= 7 && !cursors.empty()) {
+      kvtdb_cursor_close(rig_, rig_.txn(), cursors[at].handle, &rig_.err);
+      Cursor gone = cursors[at];
+      cursors.erase(cursors.begin() + at);
+      while (!gone.ahead.empty()) pass(gone);
+    } else if (!cursors.empty()) {
+      move_cursor(cursors[at]);
+    }
+    ASSERT_EQ(kvtdb_table_are_cursors_enabled(rig_, rig_.txn(), table_, &rig_.err) != 0, !cursors.empty());
   }
 
   void change_keys(void* record, Row& row) {
@@ -237,7 +375,7 @@ class History {
     void* record = chosen->first;
     Row& row = chosen->second;
     mt_set_tenant_id(row.tenant);
-    const unsigned what = pick(20);
+    const unsigned what = pick(26);
     if (what < 8) {
       insert(record, row, false);
     } else if (what < 10) {
@@ -246,16 +384,20 @@ class History {
       remove(record, row);
     } else if (what < 15) {
       reduce(record, row);
-    } else if (what < 16) {
-      mark_pending(record, row);
-    } else if (what < 19) {
+    } else if (what < 17) {
+      request_destroy(record, row);
+    } else if (what < 20) {
       change_keys(record, row);
+    } else if (what < 22) {
+      if (row.refs == 3) return;
+      EXPECT_EQ(type_.add_ref(rig_, rig_.txn(), record, &rig_.err), row.refs);
+      ++row.refs;
+    } else if (what < 24) {
+      change_cursors();
     } else {
-      if (row.grade != Grade::kOut) leave(row);
-      EXPECT_EQ(type_.destroy(rig_, rig_.txn(), record, &rig_.err), 0u);
-      model_.rows.erase(chosen);
-      add_row();
+      destroy(record, row);
     }
+    fill_up();
   }
 
   void check_shape() {
@@ -267,11 +409,16 @@ class History {
     ASSERT_EQ(shadow_count(table_), model_.count([](const Row& row) { return row.source == 255; }));
     ASSERT_EQ(pending_count(table_), model_.count([](const Row& row) { return row.pending; }));
     ASSERT_EQ(rig_->db_stats->pending_destroy, model_.database_pending);
+    for (const auto& [record, row] : model_.rows) {
+      ASSERT_EQ(record_refs(record), row.refs);
+      ASSERT_EQ(record_table(record) != 0, row.grade != Grade::kOut);
+    }
   }
 
   // Every way of reading, at random keys and tenants. None of them takes memory of the store.
   void check_reads(int rounds) {
     const unsigned allocations = rig_.allocations;
+    rig_->last_error = 0;
     int* err = &rig_.err;
     kvt_handle* h = rig_;
     const std::uint32_t txn = rig_.txn();
@@ -292,10 +439,12 @@ class History {
         void* below = model_.step(k, p, false, 1, true, false, false);
         ASSERT_EQ(key.next_by_key(h, txn, table_, value, err), above);
         ASSERT_EQ(key.prev_by_key(h, txn, table_, value, err), below);
-        void* first = model_.edge(k, tenant, true);
-        void* last = model_.edge(k, tenant, false);
+        void* first = model_.edge(k, tenant, true, 1, true, false);
+        void* last = model_.edge(k, tenant, false, 1, true, false);
+        void* very_first = model_.edge(k, tenant, true, 1, false, false);
         ASSERT_EQ(key.first(h, txn, table_, err), first);
         ASSERT_EQ(key.last(h, txn, table_, err), last);
+        ASSERT_EQ(key.first_ignore_src(h, txn, table_, err), very_first);
         if (k == 0) {
           ASSERT_EQ(type_.search(h, txn, table_, holder, 0, err), exact);
           ASSERT_EQ(type_.search(h, txn, table_, holder, 1, err), exact ? exact : above);
@@ -303,33 +452,38 @@ class History {
           ASSERT_EQ(type_.prev_by_key(h, txn, table_, holder, err), below);
           ASSERT_EQ(type_.pkey_first(h, txn, table_, err), first);
           ASSERT_EQ(type_.pkey_last(h, txn, table_, err), last);
+          ASSERT_EQ(type_.pkey_first_ignore_src(h, txn, table_, err), very_first);
         }
         for (unsigned options = 0; options < 16; ++options) {
           const bool nearest = options & 1, forward = options & 2, skip = options & 4, same = options & 8;
-          const unsigned source = std::array{0u, 1u, 2u, 255u}[pick(4)];
-          const unsigned neighbour = std::array{0u, 1u, 2u, 255u}[pick(4)];
+          const unsigned source = kArguments[pick(5)], neighbour = kArguments[pick(5)];
           const Position from{tenant, std::get<1>(p), static_cast<std::uint8_t>(source ? source : 1)};
           ASSERT_EQ(key.search_internal(h, txn, table_, value, nearest, forward, source, neighbour, skip, same, err),
-                    model_.search(k, from, nearest, forward, neighbour, skip, same))
+                    model_.search(k, from, nearest, forward, neighbour, skip, same, source))
               << "options " << options << " source " << source << " neighbour " << neighbour;
           // The short form: `forward` is fixed, pending records count when asked for, and no source means the first.
           const unsigned flags = nearest | (skip ? 0 : 2) | (same ? 4 : 0);
           ASSERT_EQ(key.search_cr(h, table_, value, source, flags),
-                    model_.search(k, from, nearest, true, source || same ? source : 1, skip, same))
+                    model_.search(k, from, nearest, true, source || same ? source : 1, skip, same, source))
               << "flags " << flags << " source " << source;
         }
-        if (void* record = any_record(k, tenant)) {
+        void* record = any_record(k, tenant);
+        check_sources(k, tenant, n, record);
+        if (record) {
           const Position at_record = position(model_.rows.at(record), k);
           void* next = model_.step(k, at_record, true, 1, true, false, false);
           void* prev = model_.step(k, at_record, false, 1, true, false, false);
+          void* sub_next = model_.sub_next(k, at_record, false);
+          void* shadow = std::get<2>(at_record) == 255 ? record : model_.sub_next(k, at_record, true);
+          void* any = model_.next_of_any_source(k, at_record);
           ASSERT_EQ(key.next(h, txn, table_, record, err), next);
           ASSERT_EQ(key.prev(h, txn, table_, record, err), prev);
-          const auto after = model_.trees[k].upper_bound(at_record);
-          const bool same = after != model_.trees[k].end() && std::get<1>(after->first) == std::get<1>(at_record);
-          ASSERT_EQ(key.sub_next(h, txn, table_, record, err), same ? after->second : nullptr);
+          ASSERT_EQ(key.sub_next(h, txn, table_, record, err), sub_next);
+          ASSERT_EQ(key.shadow(h, txn, table_, record, err), shadow);
+          ASSERT_EQ(key.next_ignore_src(h, txn, table_, record, err), any);
           for (unsigned options = 0; options < 8; ++options) {
             const bool filter = options & 1, skip = options & 2, keep = options & 4;
-            const unsigned source = std::array{0u, 1u, 2u, 255u}[pick(4)];
+            const unsigned source = kArguments[pick(5)];
             ASSERT_EQ(key.next_internal(h, txn, table_, record, source, filter, skip, keep, err),
                       model_.step(k, at_record, true, source, filter, skip, keep));
             ASSERT_EQ(key.prev_internal(h, txn, table_, record, source, filter, skip, keep, err),
@@ -338,7 +492,9 @@ class History {
           if (k == 0) {
             ASSERT_EQ(type_.pkey_next(h, txn, table_, record, err), next);
             ASSERT_EQ(type_.pkey_prev(h, txn, table_, record, err), prev);
-            ASSERT_EQ(type_.pkey_sub_next(h, txn, table_, record, err), same ? after->second : nullptr);
+            ASSERT_EQ(type_.pkey_sub_next(h, txn, table_, record, err), sub_next);
+            ASSERT_EQ(type_.pkey_shadow(h, txn, table_, record, err), shadow);
+            ASSERT_EQ(type_.pkey_next_ignore_src(h, txn, table_, record, err), any);
           }
         }
       }
@@ -346,6 +502,69 @@ class History {
     }
     EXPECT_EQ(rig_.err, 0);
     EXPECT_EQ(rig_.allocations, allocations) << "a read has taken memory";
+  }
+
+  // The forms that take a source, at a key and from a record (or none).
+  void check_sources(std::size_t k, std::uint16_t tenant, unsigned n, void* record) {
+    const KeyOps& key = type_.keys[k];
+    const Model& m = model_;
+    kvt_handle* h = rig_;
+    const std::uint32_t txn = rig_.txn();
+    int* err = &rig_.err;
+    void* holder = holders_[k][n];
+    const void* value = key_place(rig_, key, holder);
+    for (const unsigned source : kArguments) {
+      SCOPED_TRACE("source " + std::to_string(source));
+      const unsigned other = kArguments[pick(5)];
+      const Position p{tenant, key_order(key.kind, n), static_cast<std::uint8_t>(source ? source : 1)};
+      void* exact = m.search(k, p, false, true, 0, false, false, source);
+      void* beside = m.beside(k, p, true, source, source, false);
+      void* first = m.edge(k, tenant, true, source, true, false);
+      ASSERT_EQ(key.search_w_src(h, txn, table_, value, source, err), exact);
+      ASSERT_EQ(key.next_by_key_w_src(h, txn, table_, value, source, err), beside);
+      ASSERT_EQ(key.next_by_key_not_pending(h, txn, table_, value, source, other, err),
+                m.beside(k, p, true, source, other, true));
+      ASSERT_EQ(key.prev_by_key_not_pending(h, txn, table_, value, source, other, err),
+                m.beside(k, p, false, source, other, true));
+      ASSERT_EQ(key.first_by_src(h, txn, table_, source, err), first);
+      ASSERT_EQ(key.first_not_pending(h, txn, table_, source, err), m.edge(k, tenant, true, source, source != 0, true));
+      ASSERT_EQ(key.last_not_pending(h, txn, table_, source, err), m.edge(k, tenant, false, source, true, true));
+      for (const bool nearest : {false, true}) {
+        ASSERT_EQ(key.search_not_pending(h, txn, table_, value, source, nearest, err),
+                  m.search(k, p, nearest, true, source, true, source == 0, source));
+        if (k) continue;
+        ASSERT_EQ(type_.search_w_src(h, txn, table_, holder, nearest, source, err),
+                  m.search(k, p, nearest, true, source, false, false, source));
+      }
+      for (unsigned options = 0; options < 4; ++options) {
+        const unsigned own = source ? source : 1;
+        const bool filter = !(options & 1), skip = !(options & 2);
+        ASSERT_EQ(key.get_cr(h, table_, 0, nullptr, source, options), m.edge(k, tenant, true, own, filter, skip));
+        ASSERT_EQ(key.get_cr(h, table_, 1, nullptr, source, options), m.edge(k, tenant, false, own, filter, skip));
+        if (!record) continue;
+        const Position at_record = position(m.rows.at(record), k);
+        ASSERT_EQ(key.get_cr(h, table_, 2, record, source, options),
+                  m.step(k, at_record, false, own, filter, skip, false));
+        ASSERT_EQ(key.get_cr(h, table_, 3, record, source, options),
+                  m.step(k, at_record, true, own, filter, skip, false));
+      }
+      if (k == 0) {
+        ASSERT_EQ(type_.next_by_key_w_src(h, txn, table_, holder, source, err), beside);
+        ASSERT_EQ(type_.pkey_first_by_src(h, txn, table_, source, err), first);
+      }
+      if (!record) continue;
+      const Position at_record = position(m.rows.at(record), k);
+      void* next = m.step(k, at_record, true, source, true, false, false);
+      ASSERT_EQ(key.next_by_src(h, txn, table_, record, source, err), next);
+      ASSERT_EQ(key.next_not_pending(h, txn, table_, record, source, err),
+                m.step(k, at_record, true, source, true, true, false));
+      ASSERT_EQ(key.prev_not_pending(h, txn, table_, record, source, err),
+                m.step(k, at_record, false, source, true, true, false));
+      if (k == 0) {
+        ASSERT_EQ(type_.pkey_next_by_src(h, txn, table_, record, source, err), next);
+      }
+    }
+    ASSERT_EQ(rig_->last_error, 0);
   }
 
   void* any_record(std::size_t k, std::uint16_t tenant) {
@@ -393,8 +612,14 @@ class History {
   std::array<unsigned, 3> refused_{};
 };
 
-TEST_P(EveryTable, PrivateStoreFollowsTheModel) { History(GetParam(), Kind::kPrivate, 20240611).run(150); }
-TEST_P(EveryTable, DatabaseFollowsTheModelThroughAborts) { History(GetParam(), Kind::kDatabase, 4711).run(150); }
+TEST_P(EveryTable, PrivateStoreFollowsTheModel) {
+  History(GetParam(), Kind::kPrivate, 0, 20240611).run(150);
+  History(GetParam(), Kind::kPrivate, KVT_STTR_ON, 11).run(60);
+}
+TEST_P(EveryTable, DatabaseFollowsTheModelThroughAborts) {
+  History(GetParam(), Kind::kDatabase, 0, 4711).run(150);
+  History(GetParam(), Kind::kDatabase, KVT_STTR_ON, 12).run(60);
+}
 INSTANTIATE_TEST_SUITE_P(Tables, EveryTable, testing::ValuesIn(kTables), table_name);
 
 TEST(IndexOrder, NullNodesComeFirst) {

@@ -25,6 +25,11 @@ using Next = void* (*)(kvt_handle*, std::uint32_t, void*, void*, int*);
 using Step = void* (*)(kvt_handle*, std::uint32_t, void*, void*, std::uint32_t, std::uint32_t, std::uint32_t,
                        std::uint32_t, int*);
 
+using Sources = void* (*)(kvt_handle*, std::uint32_t, void*, const void*, std::uint32_t, std::uint32_t, int*);
+using FindSource = void* (*)(kvt_handle*, std::uint32_t, void*, const void*, std::uint32_t, int*);
+using EdgeSource = void* (*)(kvt_handle*, std::uint32_t, void*, std::uint32_t, int*);
+using NextSource = void* (*)(kvt_handle*, std::uint32_t, void*, void*, std::uint32_t, int*);
+
 struct KeyOps {
   const char* name;
   KeyKind kind;
@@ -40,6 +45,13 @@ struct KeyOps {
   Find next_by_key, prev_by_key;
   Next sub_next;
   Step next_internal, prev_internal;
+  FindSource search_w_src, next_by_key_w_src;
+  Sources search_not_pending, next_by_key_not_pending, prev_by_key_not_pending;
+  EdgeSource first_by_src, first_not_pending, last_not_pending;
+  Edge first_ignore_src;
+  NextSource next_by_src, next_not_pending, prev_not_pending;
+  Next next_ignore_src, shadow;
+  void* (*get_cr)(kvt_handle*, void*, std::uint32_t, void*, std::uint32_t, std::uint32_t);
 };
 
 struct TableOps {
@@ -94,14 +106,44 @@ struct TableOps {
   std::uint32_t (*payload_marshal)(kvt_handle*, std::uint32_t, std::uint8_t*, const void*, std::int32_t, int*);
   std::int32_t (*payload_compare)(const void*, const void*);
   const kvt_type_record* payload_record;
+  Sources search_w_src;
+  FindSource next_by_key_w_src;
+  EdgeSource pkey_first_by_src;
+  NextSource pkey_next_by_src;
+  Edge pkey_first_ignore_src;
+  Next pkey_next_ignore_src, pkey_shadow;
+  void* (*open_by_id)(kvt_handle*, std::uint32_t, std::uint64_t, std::uint32_t, int*);
+  void* (*open_auto_id)(kvt_handle*, std::uint32_t, std::uint32_t, int*);
+  void* (*open_ior_name)(kvt_handle*, std::uint32_t, const char*, std::uint32_t, std::uint32_t, std::uint32_t, int*);
+  void* (*open_ior_id)(kvt_handle*, std::uint32_t, std::uint64_t, std::uint32_t, std::uint32_t, std::uint32_t, int*);
+  void* (*open_cr)(kvt_handle*, std::uint32_t, std::uint32_t, const char*, std::uint64_t);
+  void (*close_cr)(kvt_handle*, void*, std::uint32_t);
+  void (*free)(kvt_handle*, std::uint32_t, void*, int*);
+  void (*request_free)(kvt_handle*, std::uint32_t, void*, int*);
+  void (*request_destroy)(kvt_handle*, std::uint32_t, void*, void*, int*);
+  std::int32_t (*request_destroy_cr)(kvt_handle*, void*, void*);
+  std::uint32_t (*print)(kvt_handle*, std::uint32_t, char*, void*, std::int32_t, int*);
+  std::int32_t (*print_cr)(kvt_handle*, void*, char*, std::int32_t);
+  std::uint32_t (*pkey_len)(kvt_handle*, std::uint32_t, void*, int*);
+  std::uint32_t (*pkey_marshal)(kvt_handle*, std::uint32_t, std::uint8_t*, void*, std::int32_t, int*);
+  std::uint32_t (*pkey_unmarshal)(kvt_handle*, std::uint32_t, void**, const std::uint8_t*, std::int32_t, int*);
+  std::uint32_t (*pkey_print)(kvt_handle*, std::uint32_t, void*, void*, char*, std::int32_t, int*);
+  std::uint32_t (*payload_print)(kvt_handle*, std::uint32_t, char*, std::uint32_t, const char*, const void*,
+                                 std::int32_t, int*);
+  std::uint32_t (*payload_len)(kvt_handle*, std::uint32_t, const void*);
 };
 
-#define TABLE_TEST_KEY(P, S, K, kind)                                                                             \
-  KeyOps {                                                                                                        \
-#K, KeyKind::kind, S##_##K##_get, P##_##K##_avl_compare, P##_##K##_walk, P##_##K##_search_internal,           \
-        P##_##K##_search, P##_##K##_search_nearest, P##_##K##_search_cr, P##_##K##_get_first, P##_##K##_get_last, \
-        P##_##K##_get_next, P##_##K##_get_prev, P##_##K##_get_next_by_key, P##_##K##_get_prev_by_key,             \
-        P##_##K##_get_sub_next, P##_##K##_get_next_internal, P##_##K##_get_prev_internal                          \
+#define TABLE_TEST_KEY(P, S, K, kind)                                                                                 \
+  KeyOps {                                                                                                            \
+#K, KeyKind::kind, S##_##K##_get, P##_##K##_avl_compare, P##_##K##_walk, P##_##K##_search_internal,               \
+        P##_##K##_search, P##_##K##_search_nearest, P##_##K##_search_cr, P##_##K##_get_first, P##_##K##_get_last,     \
+        P##_##K##_get_next, P##_##K##_get_prev, P##_##K##_get_next_by_key, P##_##K##_get_prev_by_key,                 \
+        P##_##K##_get_sub_next, P##_##K##_get_next_internal, P##_##K##_get_prev_internal, P##_##K##_search_w_src,     \
+        P##_##K##_get_next_by_key_w_src, P##_##K##_search_not_pending_destroy,                                        \
+        P##_##K##_get_next_by_key_not_pending_destroy, P##_##K##_get_prev_by_key_not_pending_destroy,                 \
+        P##_##K##_get_first_by_src, P##_##K##_get_first_not_pending_destroy, P##_##K##_get_last_not_pending_destroy,  \
+        P##_##K##_get_first_ignore_src, P##_##K##_get_next_by_src, P##_##K##_get_next_not_pending_destroy,            \
+        P##_##K##_get_prev_not_pending_destroy, P##_##K##_get_next_ignore_src, P##_##K##_get_shadow, P##_##K##_get_cr \
   }
 #define TABLE_TEST_TABLE(T, S, size, record_size, ...)                                                                 \
   TableOps {                                                                                                           \
@@ -116,7 +158,12 @@ struct TableOps {
          T##_table_record_to_xml, T##_record_toxml_cr, T##_table_record_from_xml, T##_search, T##_get_next_by_key,     \
          T##_get_prev_by_key, T##_pkey_get_first, T##_pkey_get_last, T##_pkey_get_next, T##_pkey_get_prev,             \
          T##_pkey_get_sub_next, T##_pkey_create, T##_pkey_destroy, S##_create, S##_destroy, S##_marshal, S##_compare,  \
-         &_##S##_type_info_internal                                                                                    \
+         &_##S##_type_info_internal, T##_search_w_src, T##_get_next_by_key_w_src, T##_pkey_get_first_by_src,           \
+         T##_pkey_get_next_by_src, T##_pkey_get_first_ignore_src, T##_pkey_get_next_ignore_src, T##_pkey_get_shadow,   \
+         T##_table_open_by_id, T##_table_open_auto_id, T##_table_open_by_ior_with_name, T##_table_open_by_ior_with_id, \
+         T##_table_open_cr, T##_table_close_cr, T##_table_free, T##_request_table_free, T##_request_record_destroy,    \
+         T##_request_record_destroy_cr, T##_table_record_print, T##_record_print_cr, T##_table_pkey_len,               \
+         T##_table_pkey_marshal, T##_table_pkey_unmarshal, T##_pkey_print, S##_print, S##_len                          \
   }
 
 inline const std::vector<TableOps> kTables = {

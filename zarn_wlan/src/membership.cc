@@ -38,19 +38,30 @@ void add_to(kvt_handle* h, std::uint32_t txn, std::uint32_t* word, std::int32_t 
   store_announced(h, txn, word, *word + static_cast<std::uint32_t>(amount), owner);
 }
 
+void say_exists(const TableDesc& type, kvt_handle* h, unsigned key, int* err) {
+  if (!h->quiet_duplicates) trace(key_place(type, key), kKeyMessages, kMsgInsertExists);
+  fail(h, kEexist, err);
+}
+
 // Why an index did not take the record: an equal one is there, or the store refused the change.
 void refuse(const TableDesc& type, kvt_handle* h, void* table, void* record, unsigned key, int* err) {
   if (!e_avl_search(*index_root(table, key), node_of(record, key), type.keys[key].compare)) {
     fail(h, kEnomem, err);
     return;
   }
-  if (!h->quiet_duplicates) trace(key_place(type, key), kKeyMessages, kMsgInsertExists);
-  fail(h, kEexist, err);
+  say_exists(type, h, key, err);
 }
 
 void say_missing(const TableDesc& type, kvt_handle* h, unsigned key, int* err) {
   trace(key_place(type, key), kKeyMessages, kMsgDeleteMissing);
   fail(h, kEnoent, err);
+}
+
+void count_in_table(kvt_handle* h, std::uint32_t txn, void* table, const RecordBlock* record, std::int32_t amount) {
+  TableObject* t = table_of(table);
+  add_to(h, txn, &t->record_count, amount, nullptr);
+  if (record->source == kShadowSource && (amount > 0 || t->shadow_count))
+    add_to(h, txn, &t->shadow_count, amount, table);
 }
 
 // The database's own count of waiting records; a handle may come without statistics.
@@ -81,9 +92,7 @@ void record_insert(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void
   const std::uint32_t flags = record->record_flags;
   if (record->table && record->table != cage_ref(table)) {
     // Its nodes hang in another table's trees: entering it here would tear those.
-    trace(key_place(type, 0), kKeyMessages, kMsgInsertExists);
-    fail(h, kEexist, err);
-    return;
+    return say_exists(type, h, 0, err);
   }
   if (!tree_insert(type, h, txn, table, record, 0)) return refuse(type, h, table, record, 0, err);
   store_announced(h, txn, &record->table, cage_ref(table), record);
@@ -94,18 +103,27 @@ void record_insert(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void
     store_announced(h, txn, &record->table, std::uint32_t{0}, record);
     return refuse(type, h, table, record, key, err);
   }
-  TableObject* t = table_of(table);
-  add_to(h, txn, &t->record_count, 1, nullptr);
-  if (record->source == kShadowSource) add_to(h, txn, &t->shadow_count, 1, table);
-  if (const std::uint16_t tenant = mt_get_tenant_id()) {
-    kvtdb_update_tenant_counter(h, txn, table, 1, tenant, record->source, err);
-  }
+  count_in_table(h, txn, table, record, 1);
+  const std::uint16_t tenant = mt_get_tenant_id();
+  if (tenant) kvtdb_update_tenant_counter(h, txn, table, 1, tenant, record->source, err);
+  const bool counted = tenant && !*err;
   const std::uint32_t grade = primary_only ? kRecordPrimaryOnly : 0;
   store_announced(h, txn, &record->record_flags,
                   (flags & ~(kRecordPrimaryOnly | kRecordPending)) | kRecordInserted | grade, record);
   if (kvtdb_table_are_cursors_enabled(h, txn, table, err) &&
       kvtdb_table_implicit_write_cursor_enabled(h, txn, table, err)) {
     kvtdb_enq_rec_move_write_cursor_internal(h, txn, table, record, err);
+  }
+  if (*err) {
+    // The runtime has no room for it: the record goes as it came, and the first failure is the answer.
+    const int first = *err;
+    int own = 0;
+    if (counted) kvtdb_update_tenant_counter(h, txn, table, 0, tenant, record->source, &own);
+    count_in_table(h, txn, table, record, -1);
+    for (unsigned key = primary_only ? 1 : type.key_count; key-- > 0;) tree_delete(type, h, txn, table, record, key);
+    store_announced(h, txn, &record->table, std::uint32_t{0}, record);
+    store_announced(h, txn, &record->record_flags, flags, record);
+    return fail(h, first, err);
   }
   report_contained(h, txn, kContainRecord, record, table);
 }
@@ -137,17 +155,15 @@ void record_remove(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void
     if (tree_delete(type, h, txn, table, record, key)) continue;
     // Out of the remaining trees too: the record may be freed after this.
     for (unsigned rest = key + 1; rest < type.key_count; ++rest) tree_delete(type, h, txn, table, record, rest);
-    if (primary_only && record->table != cage_ref(table)) {
+    if (primary_only && record->table && record->table != cage_ref(table)) {
       // It stays whole in the table that has it.
       store_announced(h, txn, &record->record_flags, flags, record);
     }
     return say_missing(type, h, key, err);
   }
   if (primary_only || *err) return;
-  TableObject* t = table_of(table);
-  add_to(h, txn, &t->record_count, -1, nullptr);
-  if (record->source == kShadowSource && t->shadow_count) add_to(h, txn, &t->shadow_count, -1, table);
-  if (record->record_flags & kRecordPending) drop_pending(h, txn, t);
+  count_in_table(h, txn, table, record, -1);
+  if (record->record_flags & kRecordPending) drop_pending(h, txn, table_of(table));
   if (const std::uint16_t tenant = mt_get_tenant_id()) {
     kvtdb_update_tenant_counter(h, txn, table, 0, tenant, record->source, err);
   }

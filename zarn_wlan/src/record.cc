@@ -30,7 +30,13 @@ void put_slot(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* rec
 // The worker of all three create operations.
 void* build_record(const TableDesc& type, kvt_handle* h, std::uint32_t txn, std::uint32_t source, int* err) {
   start_trace(*type.module);
+  auto link = [&] { return linked_record(h, txn, type.record_record, *type.module); };
   void* block = h->store_alloc(h->store, txn, type.record_size);
+  const kvt_type_record* linked = block ? link() : nullptr;
+  if (block && !linked) {  // the database cannot take the type
+    h->store_free(h->store, txn, block);
+    block = nullptr;
+  }
   if (!block) {
     if (!h->cr_create) {
       report_contained(h, txn, kContainRecord, nullptr, nullptr);
@@ -39,11 +45,11 @@ void* build_record(const TableDesc& type, kvt_handle* h, std::uint32_t txn, std:
     }
     if (!h->last_error) kvt_store_err(h, kEnomem);
     block = type.failure_record();
+    linked = link();
+    if (!linked) linked = type.record_record;
   }
   std::memset(block, 0, type.record_size);
   RecordBlock* record = record_of(block);
-  const kvt_type_record* linked = linked_record(h, txn, type.record_record, *type.module);
-  if (!linked) linked = type.record_record;
   store_announced(h, txn, &record->type_record, kvt_type_link_of(linked));
   count_record(type, h, txn, linked, true);
   *err = 0;

@@ -19,7 +19,8 @@ void announce(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* at,
   stop(type, kMsgTableStoreRefused);
 }
 
-// A word of the list or of a table's links: announced, marked, written.
+// A word of the list or of a table's links: announced, marked, written. `owner` is the table at hand for its own words,
+// the list for all others.
 void put_link(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* owner, void* at, std::uint32_t value) {
   announce(type, h, txn, at, sizeof value);
   if (marks_wanted(h, txn)) kvtdb_plat_set_dirty(h, txn, owner);
@@ -35,22 +36,24 @@ void link_at_tail(const TableDesc& type, kvt_handle* h, std::uint32_t txn, kvt_t
 
 void unlink(const TableDesc& type, kvt_handle* h, std::uint32_t txn, kvt_table_list* list, TableObject* table) {
   if (auto* next = static_cast<TableObject*>(cage_at(table->toc_next))) {
-    put_link(type, h, txn, next, &next->toc_prev, table->toc_prev);
+    put_link(type, h, txn, list, &next->toc_prev, table->toc_prev);
   } else {
     put_link(type, h, txn, list, &list->last_link, table->toc_prev);
   }
   put_link(type, h, txn, list, cage_at(table->toc_prev), table->toc_next);
 }
 
-// No announcement of the counter, unlike a record's.
-void count_table(const TableDesc& type, const kvt_type_record* record, bool created) {
+// Unlike a record's, announced as any other words are, and in a database only.
+void count_table(const TableDesc& type, kvt_handle* h, std::uint32_t txn, const kvt_type_record* record, bool created) {
   const kvt_variant_data* varinfo = kvt_varinfo_of(record);
   if (!varinfo) stop(type, kMsgTableNoVarinfo);
   if (varinfo->n_variants < 0) {
     trace(type.trace, kTableMessages, kMsgTableVariants, 0u, static_cast<std::uint32_t>(varinfo->n_variants));
   }
   kvt_variant_entry* entry = stats_entry(varinfo, 0, 0);
-  count_plain(record, created ? &entry->created : &entry->destroyed);
+  std::uint64_t* counter = created ? &entry->created : &entry->destroyed;
+  if (record->db_mode) h->set_range(h, counter, sizeof *counter, txn, nullptr);
+  count_plain(record, counter);
 }
 
 // The path under which a table opened by name stands. false: too long.
@@ -155,7 +158,7 @@ void* make_table(const TableDesc& type, kvt_handle* h, std::uint32_t txn, const 
     h->store_free(h->store, txn, table);
     return nullptr;
   }
-  count_table(type, record, true);
+  count_table(type, h, txn, record, true);
   *err = 0;
   return table;
 }
@@ -213,7 +216,7 @@ void finish_free(const TableDesc& type, kvt_handle* h, std::uint32_t txn, TableO
     }
   }
   const kvt_type_record* record = kvt_type_link_at(table->type_record);
-  count_table(type, record ? record : type.table_record, false);
+  count_table(type, h, txn, record ? record : type.table_record, false);
   *err = 0;
   if (marks_wanted(h, txn)) kvtdb_plat_set_destroy(h, txn, table);
   h->store_free(h->store, txn, table);
@@ -270,6 +273,10 @@ void* table_open(const TableDesc& type, kvt_handle* h, std::uint32_t txn, const 
 
 void* table_open_cr(const TableDesc& type, kvt_handle* h, std::uint32_t open_type, std::uint32_t id_mode,
                     const char* name, std::uint64_t id) {
+  if (id_mode > kByAutomaticId) {
+    if (!h->last_error) kvt_store_err(h, kEinval);
+    return nullptr;
+  }
   const TableRequest request{name, open_type, id, 0, id_mode == kByAutomaticId, id_mode};
   return table_open(type, h, h->default_txn, request, &h->last_error);
 }
@@ -308,6 +315,8 @@ void table_free(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* o
 }
 
 void table_collect(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table) {
+  // A record leads to its table: while there is one, the table waits for the next collection.
+  if (table_of(table)->record_count) return;
   int err = 0;
   finish_free(type, h, txn, table_of(table), &err);
 }
