@@ -612,15 +612,16 @@ class History {
   std::array<unsigned, 3> refused_{};
 };
 
-TEST_P(EveryTable, PrivateStoreFollowsTheModel) {
+using Index = EveryTable;
+TEST_P(Index, PrivateStoreFollowsTheModel) {
   History(GetParam(), Kind::kPrivate, 0, 20240611).run(150);
   History(GetParam(), Kind::kPrivate, KVT_STTR_ON, 11).run(60);
 }
-TEST_P(EveryTable, DatabaseFollowsTheModelThroughAborts) {
+TEST_P(Index, DatabaseFollowsTheModelThroughAborts) {
   History(GetParam(), Kind::kDatabase, 0, 4711).run(150);
   History(GetParam(), Kind::kDatabase, KVT_STTR_ON, 12).run(60);
 }
-INSTANTIATE_TEST_SUITE_P(Tables, EveryTable, testing::ValuesIn(kTables), table_name);
+INSTANTIATE_TEST_SUITE_P(Tables, Index, testing::ValuesIn(kTables), table_name);
 
 TEST(IndexOrder, NullNodesComeFirst) {
   Rig rig;

@@ -2,6 +2,7 @@
 // The long random history is in index_test.cc.
 #include <functional>
 
+#include "tests/tables/faults.h"
 #include "tests/tables/rig.h"
 
 namespace table_test {
@@ -201,6 +202,72 @@ TEST_P(Membership, ReplicatedTableRefusesADirectDelete) {
   EXPECT_EQ(type.destroy(rig, rig.txn(), record, &rig.err), 0u);
   EXPECT_EQ(rig.err, 0);
   EXPECT_EQ(record_count(table), 0u);
+}
+
+// What the runtime has no room for goes as it came.
+TEST_P(Membership, AnInsertThatTheRuntimeRefusesLeavesNothing) {
+  mt_set_tenant_id(6);
+  void* cursor = kvtdb_cursor_open(rig, rig.txn(), table, 1, &rig.err);
+  void* record = make_record(rig, type, 255);
+  const std::string record_before(static_cast<char*>(record), type.record_size);
+  const std::string table_before(static_cast<char*>(table), type.size);
+  for (const char* call : {"kvtdb_update_tenant_counter", "kvtdb_enq_rec_move_write_cursor_internal"}) {
+    for (const auto insert : {type.insert, type.pkey_insert}) {
+      const FaultHere here(call, 12);
+      insert(rig, rig.txn(), table, record, &rig.err);
+      EXPECT_EQ(rig.take_error(), 12) << call;
+      EXPECT_EQ(rig->last_error, 12);
+      EXPECT_EQ(std::string(static_cast<char*>(record), type.record_size), record_before);
+      EXPECT_EQ(std::string(static_cast<char*>(table), type.size), table_before);
+      EXPECT_EQ(type.count(rig, rig.txn(), table), 0u);
+    }
+  }
+  type.insert(rig, rig.txn(), table, record, &rig.err);
+  EXPECT_EQ(type.count(rig, rig.txn(), table), 1u);
+  kvtdb_cursor_close(rig, rig.txn(), cursor, &rig.err);
+  EXPECT_EQ(rig.err, 0);
+}
+
+// A record that no table holds: the mark of the lower grade is set before any index is looked at.
+TEST_P(Membership, ReducingAStranger) {
+  void* record = make_record(rig, type);
+  rig.lines.clear();
+  type.pkey_remove(rig, rig.txn(), table, record, &rig.err);
+  const bool missed = type.keys.size() > 1;
+  EXPECT_EQ(rig.take_error(), missed ? 2 : 0);
+  EXPECT_EQ(
+      rig.take_line(),
+      missed ? std::string(type.name) + " delete, record not found for " + type.payload + " " + type.keys[1].name : "");
+  EXPECT_EQ(record_flags(record), 0x10u);
+  type.insert(rig, rig.txn(), table, record, &rig.err);
+  EXPECT_EQ(record_flags(record), 1u);
+  for (std::size_t key = 0; key < type.keys.size(); ++key) EXPECT_TRUE(found(record, key));
+}
+
+// A record that lost a mark is missing in a later index. It leaves all others, uncounted, and can be destroyed.
+TEST_P(Membership, AMissInALaterIndexLeavesNoTree) {
+  if (type.keys.size() < 2) return;
+  void* record = make_record(rig, type);
+  void* neighbour = make_record(rig, type, 1, 1);
+  type.pkey_insert(rig, rig.txn(), table, record, &rig.err);
+  type.insert(rig, rig.txn(), table, neighbour, &rig.err);
+  std::memset(static_cast<char*>(record) + 36, 1, 1);
+  rig.lines.clear();
+  type.remove(rig, rig.txn(), table, record, &rig.err);
+  EXPECT_EQ(rig.take_error(), 2);
+  EXPECT_EQ(rig.take_line(),
+            std::string(type.name) + " delete, record not found for " + type.payload + " " + type.keys[1].name);
+  EXPECT_EQ(record_table(record), 0u);
+  EXPECT_EQ(record_count(table), 2u);
+  const std::size_t blocks = rig.live_blocks();
+  EXPECT_EQ(type.destroy(rig, rig.txn(), record, &rig.err), 0u);
+  EXPECT_LT(rig.live_blocks(), blocks);
+  for (std::size_t key = 0; key < type.keys.size(); ++key) {
+    EXPECT_EQ(at<std::uint32_t>(table, 372 + 8 * key), 1u);
+    EXPECT_EQ(check_index(type, table, key), 0);
+    EXPECT_TRUE(found(neighbour, key));
+  }
+  EXPECT_EQ(rig.err, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Tables, Membership, testing::ValuesIn(kTables), table_name);

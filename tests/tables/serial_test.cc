@@ -320,6 +320,143 @@ TEST_P(Serial, XmlWithoutTheElementGivesAFreshRecord) {
   EXPECT_EQ(rig.take_error(), 5);
 }
 
+// The texts of a record and of a key in every room, from none to enough: told when it is too small, and nothing
+// behind it.
+TEST_P(Serial, TextsInEveryRoom) {
+  void* record = filled();
+  void* payload = record_payload(type, record);
+  std::string inner(256 * 1024, kUntouched);
+  inner.resize(type.payload_print(rig, rig.txn(), inner.data(), 2, type.payload, payload,
+                                  static_cast<std::int32_t>(inner.size()), &rig.err));
+  const std::string text = std::string("record@") + type.name + ": {\n" + inner + "}\n";
+  std::string out(256 * 1024, kUntouched);
+  EXPECT_EQ(type.print_cr(rig, record, out.data(), static_cast<std::int32_t>(out.size())),
+            static_cast<std::int32_t>(text.size()));
+  EXPECT_EQ(out.substr(0, text.size()), text);
+  rig->last_error = 5;
+  EXPECT_EQ(type.print_cr(rig, record, out.data(), static_cast<std::int32_t>(out.size())), -1);
+  rig->last_error = 0;
+  // The payload wants room for its binary form even where its text is shorter.
+  const std::size_t before = text.find('\n') + 1;
+  const std::size_t need = std::max(text.size() + 1, before + type.payload_len(rig, rig.txn(), payload));
+  for (std::size_t room = 0; room <= need; room += room < 100 || room + 100 > need ? 1 : 53) {
+    std::string buffer(need + 8, kUntouched);
+    const std::uint32_t written =
+        type.print(rig, rig.txn(), buffer.data(), record, static_cast<std::int32_t>(room), &rig.err);
+    ASSERT_EQ(rig.take_error(), room < need ? 90 : 0) << "room " << room;
+    ASSERT_LE(written, room);
+    ASSERT_EQ(buffer.find_first_not_of(kUntouched, room), std::string::npos) << "room " << room;
+    if (room == need) {
+      EXPECT_EQ(buffer.substr(0, written), text);
+    }
+  }
+  void* table = open_table(rig, type);
+  const std::uint32_t bytes = type.pkey_len(rig, rig.txn(), record, &rig.err);
+  bool printed = false;
+  for (std::size_t room = 0; room < 200; ++room) {
+    std::string buffer(208, kUntouched);
+    const std::uint32_t written =
+        type.pkey_print(rig, rig.txn(), table, record, buffer.data(), static_cast<std::int32_t>(room), &rig.err);
+    const int error = rig.take_error();
+    if (room < bytes) {
+      ASSERT_EQ(written, 0u);
+      ASSERT_EQ(buffer, std::string(208, kUntouched)) << "room " << room;
+    }
+    ASSERT_TRUE(error == 0 || (error == 90 && !printed)) << "room " << room << " error " << error;
+    ASSERT_TRUE(room >= bytes || error == 90);
+    ASSERT_EQ(buffer.find_first_not_of(kUntouched, room), std::string::npos) << "room " << room;
+    printed |= !error;
+    if (!error) {
+      ASSERT_EQ(buffer.find(type.keys[0].name), 0u) << "without an indent";
+    }
+  }
+  EXPECT_TRUE(printed);
+  for (void* missing : {table, record}) {
+    rig->last_error = 0;
+    EXPECT_EQ(type.pkey_print(rig, rig.txn(), missing == table ? nullptr : table, missing == table ? record : nullptr,
+                              out.data(), 200, &rig.err),
+              0u);
+    EXPECT_EQ(rig.take_error(), 22);
+    EXPECT_EQ(rig->last_error, 22);
+  }
+}
+
+// The key alone: as long as it says, in the bytes of its type, refused where the room is short, and a holder that finds
+// its record when it is read.
+TEST_P(Serial, KeysThereAndBack) {
+  void* table = open_table(rig, type);
+  fenlog_set_level(7);
+  for (unsigned n = 0; n < key_values(type.keys[0].kind); ++n) {
+    SCOPED_TRACE("key " + std::to_string(n));
+    void* record = make_record(rig, type, 1, n);
+    type.insert(rig, rig.txn(), table, record, &rig.err);
+    const std::uint32_t need = type.pkey_len(rig, rig.txn(), record, &rig.err);
+    std::string bytes(need, kUntouched);
+    for (std::uint32_t room = 0; room <= need; ++room) {
+      std::string buffer(need + 8, kUntouched);
+      const std::uint32_t written =
+          type.pkey_marshal(rig, rig.txn(), bytes_of(buffer), record, static_cast<std::int32_t>(room), &rig.err);
+      ASSERT_EQ(rig.take_error(), room < need ? 90 : 0) << "room " << room;
+      ASSERT_EQ(written, room < need ? 0 : need);
+      ASSERT_EQ(buffer.find_first_not_of(kUntouched, written), std::string::npos) << "room " << room;
+      bytes = buffer.substr(0, need);
+    }
+    if (type.keys[0].kind == KeyKind::kWord || type.keys[0].kind == KeyKind::kByte) {
+      const std::string order = key_order(type.keys[0].kind, n);
+      EXPECT_EQ(bytes, order.substr(order.size() - need)) << "no frame, and the highest byte first";
+    }
+    for (std::uint32_t length = 0; length <= need; ++length) {
+      const std::size_t blocks = rig.live_blocks();
+      void* holder = nullptr;
+      const std::uint32_t read =
+          type.pkey_unmarshal(rig, rig.txn(), &holder, bytes_of(bytes), static_cast<std::int32_t>(length), &rig.err);
+      ASSERT_EQ(rig.take_error() == 0, length == need) << "length " << length;
+      ASSERT_NE(holder, nullptr);
+      if (length == need) {
+        EXPECT_EQ(read, need);
+        EXPECT_EQ(type.search(rig, rig.txn(), table, holder, 0, &rig.err), record);
+      }
+      type.pkey_destroy(rig, rig.txn(), holder);
+      EXPECT_EQ(rig.live_blocks(), blocks);
+    }
+    if (n) continue;
+    EXPECT_EQ(type.pkey_unmarshal(rig, rig.txn(), nullptr, bytes_of(bytes), 8, &rig.err), 0u);
+    EXPECT_EQ(rig.take_error(), 14);
+    void* holder = nullptr;
+    rig.fail_after = 0;
+    EXPECT_EQ(type.pkey_unmarshal(rig, rig.txn(), &holder, bytes_of(bytes), 8, &rig.err), 0u);
+    rig.fail_after = -1;
+    EXPECT_EQ(rig.take_error(), 12);
+    EXPECT_EQ(holder, nullptr);
+
+    // A set error: said at the level of the curious, and nothing done.
+    const std::string because = strerror(5), name = type.name;
+    auto said = [&](const std::string& line) {
+      EXPECT_EQ(rig.err, 5);
+      ASSERT_EQ(rig.lines.size(), 1u);
+      EXPECT_EQ(rig.lines[0].level, 0x7000000u);
+      EXPECT_EQ(rig.take_line(), line + because);
+    };
+    rig.lines.clear();
+    rig.err = 5;
+    std::string buffer(500, kUntouched);
+    EXPECT_EQ(type.pkey_marshal(rig, rig.txn(), bytes_of(buffer), record, 500, &rig.err), 0u);
+    said("Error present in call to table marshal: ");
+    EXPECT_EQ(type.marshal(rig, rig.txn(), bytes_of(buffer), record, 500, &rig.err), 0u);
+    said("Error present in call to table marshal: ");
+    EXPECT_EQ(type.pkey_unmarshal(rig, rig.txn(), &holder, bytes_of(bytes), 8, &rig.err), 0u);
+    said("Error present in call to " + name + " pkey unmarshal: ");
+    EXPECT_EQ(type.unmarshal(rig, rig.txn(), &holder, bytes_of(bytes), 8, 0, &rig.err), 0u);
+    said("Error present in call to " + name + " unmarshal: ");
+    EXPECT_EQ(type.pkey_print(rig, rig.txn(), table, record, buffer.data(), 200, &rig.err), 0u);
+    EXPECT_TRUE(rig.lines.empty());
+    EXPECT_EQ(buffer, std::string(500, kUntouched));
+    EXPECT_EQ(holder, nullptr);
+    rig.take_error();
+  }
+  fenlog_set_level(6);
+}
+
 INSTANTIATE_TEST_SUITE_P(Tables, Serial, testing::ValuesIn(kTables), table_name);
 
 TEST(SerialXml, ABadValueGivesNoRecordAndNoLeak) {
