@@ -1,5 +1,5 @@
-// The binary and the XML form of a filled object of every type and variant, as they were when they were decided on.
-// These files are a promise to every peer and every stored document: docs/formats/golden.md.
+// The binary form, the XML form, the print form and the hash of a filled object of every type and variant, as they were
+// when they were decided on. These files are a promise to every peer and every stored document: docs/formats/golden.md.
 #include "filled.h"
 #include "tests/golden_file.h"
 #include "xml_rig.h"
@@ -37,27 +37,43 @@ std::string marshal(Rig& rig, const std::string& type, const void* object) {
   return bytes;
 }
 
+// For people's eyes, so it stands as it is printed; the hash under seed 1 goes before it.
+std::string print(Rig& rig, const std::string& type, const void* object) {
+  std::string text(1 << 16, '\0');
+  text.resize(fn<Print>(type + "_print")(rig.h, rig.txn, text.data(), 0, type.c_str(), object,
+                                         static_cast<std::int32_t>(text.size()), &rig.err));
+  EXPECT_EQ(rig.take_err(), 0) << type;
+  char hash[32];
+  std::snprintf(hash, sizeof hash, "hash %08x\n",
+                fn<std::uint32_t(const void*, std::uint32_t)>(type + "_hash")(object, 1));
+  return hash + text + (text.empty() || text.back() != '\n' ? "\n" : "");
+}
+
 TEST(Golden, StructsOfEveryTypeAndVariant) {
-  std::map<std::string, std::string> wire, xml;
+  std::map<std::string, std::string> wire, xml, printed;
   for_every_filled([&](Rig& rig, const Type& type, char* object, const std::string& heading) {
     wire[heading] = "# " + heading + "\n" + hex_lines(marshal(rig, type.name, object));
+    if (!rig.tracked()) printed[heading] = "# " + heading + "\n" + print(rig, type.name, object);
     xml[heading] = "# " + heading + "\n" + element_lines(to_xml(rig, type, object, type.name.c_str()));
   });
-  std::string wire_text, xml_text;
+  std::string wire_text, xml_text, printed_text;
   for (const auto& [heading, text] : wire) wire_text += text;
   for (const auto& [heading, text] : xml) xml_text += text;
+  for (const auto& [heading, text] : printed) printed_text += text;
   golden::expect_golden("wire_structs.txt", wire_text);
   golden::expect_golden("xml_structs.txt", xml_text);
+  golden::expect_golden("print_structs.txt", printed_text);
 }
 
 // Each enumerator and each bit, and a number that no enumerator has.
 TEST(Golden, EnumeratedAndFlagTypes) {
   Rig rig;
-  std::string wire, xml;
+  std::string wire, xml, printed;
   auto add = [&](const std::string& type, char* object, const std::string& value) {
     const std::string heading = "# " + type + " " + value + "\n";
     wire += heading + hex_lines(marshal(rig, type, object));
     xml += heading + to_xml(rig, type, object, type.c_str()) + "\n";
+    printed += heading + print(rig, type, object);
   };
   for (const std::string& type : scalar_types(Kind::kEnum)) {
     auto* object = static_cast<char*>(fn<Create>(type + "_create")(rig.h, rig.txn));
@@ -79,6 +95,7 @@ TEST(Golden, EnumeratedAndFlagTypes) {
   }
   golden::expect_golden("wire_scalars.txt", wire);
   golden::expect_golden("xml_scalars.txt", xml);
+  golden::expect_golden("print_scalars.txt", printed);
 }
 
 }  // namespace

@@ -143,6 +143,8 @@ TEST_P(EveryType, ComesBackFromBytes) {
     RC_ASSERT(read == written);
     // What is true of equal objects.
     RC_ASSERT(fn<Compare>(type.name + "_compare")(source, object) == 0);
+    const auto hash = fn<std::uint32_t(const void*, std::uint32_t)>(type.name + "_hash");
+    RC_ASSERT(hash(source, 7) == hash(object, 7));
     RC_ASSERT(object[4] == source[4]);
     for (const char* nested : random.structs) RC_ASSERT(object[nested - source + 4] == nested[4]);
     for (const Slot& slot : random.visible) {
