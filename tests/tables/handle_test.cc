@@ -415,6 +415,23 @@ TEST_P(Handles, ReferencesKeepATable) {
   rig.commit();
   EXPECT_EQ(rig.err, 0);
   EXPECT_TRUE(listed(rig).empty()) << "the last reference takes it along";
+
+  // But not while a record leads to it.
+  rig.begin();
+  table = open_table(rig, type);
+  kvt_handle_to_oid(rig, rig.txn(), table, 2, 1, &rig.err);
+  void* record = make_record(rig, type);
+  type.insert(rig, rig.txn(), table, record, &rig.err);
+  type.free(rig, rig.txn(), table, &rig.err);
+  EXPECT_EQ(rig.take_error(), 11);
+  kvtlib_lookup_and_update_oid_ref_count(rig, rig.txn(), table, 0, &rig.err);
+  rig.commit();
+  EXPECT_EQ(listed(rig), std::vector<void*>{table});
+  rig.begin();
+  EXPECT_EQ(type.destroy(rig, rig.txn(), record, &rig.err), 0u);
+  EXPECT_EQ(kvtgc_collect(rig, rig.txn(), &rig.err), 1u);
+  rig.commit();
+  EXPECT_EQ(rig.err, 0);
 }
 
 // Each failure of the runtime: what is said, at which level, and the code; the database stays as it was.
