@@ -120,7 +120,8 @@ inline std::uint32_t wire_text_len(const void* field) { return kWireLengthBytes 
 
 // Gives a field new content in the block of the old, if that is as long as a new block would be and no transaction may
 // want the old content back, which `announced` stores tell of. The field owns its block; the bytes may lie in it.
-[[gnu::noinline]] inline bool text_replaced_in_place(bool announced, void* field, const void* bytes, std::size_t length) {
+[[gnu::noinline]] inline bool text_replaced_in_place(bool announced, void* field, const void* bytes,
+                                                     std::size_t length) {
   constexpr std::size_t kBlockUnit = 8;
   const WireText old = wire_text_of(field);
   if (announced || !old.bytes || !length || length > old.length || length / kBlockUnit != old.length / kBlockUnit)

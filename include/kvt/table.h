@@ -42,7 +42,8 @@ KVT_EXPORT void kvtdb_update_tenant_counter(kvt_handle* handle, uint32_t txn, vo
 /// Cursors: a reader of changes that keeps its place in the database. While a table has one, its records are destroyed
 /// by request only, and go when every cursor has seen them go.
 /// Opens a cursor behind the newest change. `implicit_write`: inserts are queued too, not only requests to destroy.
-/// In a database the caller holds the write lock, as for all calls below that may write. @param err sticky. ENOMEM, EPERM
+/// In a database the caller holds the write lock, as for all calls below that may write. @param err sticky. ENOMEM,
+/// EPERM
 KVT_EXPORT void* kvtdb_cursor_open(kvt_handle* handle, uint32_t txn, void* table, uint32_t implicit_write, int* err);
 /// The next change: its record, and in `kind` what it was; NULL when there is none. A record that it gives stays until
 /// the cursor's next move, and no longer if it is to be destroyed.

@@ -72,7 +72,8 @@ constexpr Operation kTable[] = {
      "As $(table)_destroy_record with the handle's write context and last error.",
      "return kvt::record_destroy($(d), handle, handle->default_txn, record, &handle->last_error);"},
     {"request_record_destroy", "void", TABLE ", void *record, int *err",
-     "Asks for the record's destruction: it is marked, stays in its indexes while cursors must see it go, and loses one "
+     "Asks for the record's destruction: it is marked, stays in its indexes while cursors must see it go, and loses "
+     "one "
      "reference then, perhaps at once. EINVAL: NULL; ENOENT: in no table; EFAULT: in another table.",
      "kvt::record_request_destroy($(d), handle, txn, table, record, $(table)_destroy_record, err);"},
     {"request_record_destroy_cr", "int32_t", "kvt_handle *handle, void *table, void *record",
@@ -150,7 +151,8 @@ constexpr Operation kTable[] = {
      "return handle->last_error ? 0 : kvt::record_len($(d), handle, handle->default_txn, record);"},
     {"table_record_print", "uint32_t",
      "kvt_handle *handle, uint32_t txn, char *buffer, void *record, int32_t room, int *err",
-     "Prints the record with its payload for a reader; a NUL follows that is not counted. EMSGSIZE: also where the room "
+     "Prints the record with its payload for a reader; a NUL follows that is not counted. EMSGSIZE: also where the "
+     "room "
      "is below the payload's binary length. Characters written.",
      "return kvt::record_print($(d), handle, txn, buffer, record, room, err);"},
     {"record_print_cr", "int32_t", "kvt_handle *handle, void *record, char *buffer, int32_t room",
@@ -220,9 +222,9 @@ constexpr Operation kKey[] = {
      "The record of this key with that source; 0 means 1.",
      "kvt::SearchOptions options;\n  options.source = source;\n"
      "  return kvt::key_search($(d), $(index), handle, txn, table, key, options, err);"},
-    {"search_not_pending_destroy", "void *",
-     TABLE ", const void *key, uint32_t source, uint32_t nearest, int *err",
-     "As $(prefix)_search_w_src, and no record that waits for its destruction; source 0: another source of the key will "
+    {"search_not_pending_destroy", "void *", TABLE ", const void *key, uint32_t source, uint32_t nearest, int *err",
+     "As $(prefix)_search_w_src, and no record that waits for its destruction; source 0: another source of the key "
+     "will "
      "do, but no shadow record.",
      "const kvt::SearchOptions options{nearest != 0, true, source, source, true, source == 0};\n"
      "  void *found = kvt::key_search($(d), $(index), handle, txn, table, key, options, err);\n"
@@ -271,7 +273,8 @@ constexpr Operation kKey[] = {
      "  return kvt::key_beside($(d), $(index), handle, txn, table, key, by, err);"},
     {"get_next_by_key_not_pending_destroy", "void *",
      TABLE ", const void *key, uint32_t source, uint32_t neighbour_source, int *err",
-     "The first record above the key with `neighbour_source` (0: any but shadow records) that waits for no destruction; "
+     "The first record above the key with `neighbour_source` (0: any but shadow records) that waits for no "
+     "destruction; "
      "`source` is that of the key's own record.",
      "const kvt::ByKey by{true, source, neighbour_source, {neighbour_source, neighbour_source != 0, true}};\n"
      "  return kvt::key_beside($(d), $(index), handle, txn, table, key, by, err);"},
@@ -287,7 +290,8 @@ constexpr Operation kKey[] = {
      "return kvt::key_shadow($(d), $(index), handle, txn, table, record, err);"},
     {"get_cr", "void *",
      "kvt_handle *handle, void *table, uint32_t flag, void *record, uint32_t source, uint32_t options",
-     "First (flag 0), last (1), previous (2) or next (3) record, with the handle's write context and last error. Source 0 "
+     "First (flag 0), last (1), previous (2) or next (3) record, with the handle's write context and last error. "
+     "Source 0 "
      "means 1. Options: 1 any source, 2 pending records count. EINVAL in the last error: no such flag.",
      "return kvt::key_get_cr($(d), $(index), handle, table, flag, record, source, options);"},
     {"get_sub_next", "void *", TABLE ", void *record, int *err",
@@ -325,7 +329,8 @@ constexpr Operation kPrimary[] = {
      "const kvt::ByKey by{true, source, source, {source, source != 0, false}};\n"
      "  return kvt::key_beside($(d), 0, handle, txn, table, kvt::key_in_holder($(d), holder), by, err);"},
     {"get_prev_by_key", "void *", HOLDER ", int *err", "The last record below the holder's key.",
-     "return kvt::key_beside($(d), 0, handle, txn, table, kvt::key_in_holder($(d), holder), kvt::ByKey{false, 1, 1, {}}, err);"},
+     "return kvt::key_beside($(d), 0, handle, txn, table, kvt::key_in_holder($(d), holder), kvt::ByKey{false, 1, 1, "
+     "{}}, err);"},
     {"pkey_get_first", "void *", TABLE ", int *err", "The tenant's first record by the primary key.",
      "return kvt::key_edge($(d), 0, true, handle, txn, table, kvt::kOrdinaryView, *err);"},
     {"pkey_get_first_by_src", "void *", TABLE ", uint32_t source, int *err",
