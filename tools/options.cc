@@ -129,6 +129,11 @@ std::optional<int> parse_options(int argc, char** argv, Options& options) {
   } catch (const CLI::Success& done) {
     return app.exit(done);
   } catch (const CLI::ParseError& error) {
+    // What was typed instead of a command is the better message.
+    if (const auto extras = app.remaining(); app.get_subcommands().empty() && !extras.empty()) {
+      std::cerr << "wlanctl: there is no command '" << flattened(extras.front()) << "' (wlanctl --help tells more)\n";
+      return kUsage;
+    }
     std::cerr << "wlanctl: " << flattened(error.what()) << " (wlanctl --help tells more)\n";
     return kUsage;
   }
