@@ -1,0 +1,70 @@
+// Objects from bytes. Input: the type, the options, then the bytes as they come from a peer.
+#include <cerrno>
+
+#include "fuzz/rig.h"
+
+namespace fuzz {
+namespace {
+
+constexpr std::size_t kHead = 2;
+
+void run(const std::uint8_t* data, std::size_t size) {
+  if (size < kHead) return;
+  const Subject& subject = subjects()[data[0] % subjects().size()];
+  const Options options(data[1]);
+  Rig& rig = rig_for(options);
+  const Balance balance(rig);
+  const Exact bytes(data + kHead, size - kHead);
+
+  void* object = make_object(rig, subject, options);
+  const Spending spending;
+  int err = 0;
+  const std::uint32_t read =
+      subject.unmarshal(rig.h, rig.txn, bytes.bytes(), object, bytes.room(), options.update, &err);
+  FUZZ_CHECK(read <= bytes.size(), subject.name + ": read beyond the end");
+  FUZZ_CHECK(err == 0 || err == EMSGSIZE || err == EINVAL, subject.name + ": error " + std::to_string(err));
+  FUZZ_CHECK(rig.h->last_error == err, subject.name + ": the handle's error is another one");
+  // A string takes its bytes and a terminator, and has at least its length on the wire.
+  FUZZ_CHECK(spending.bytes() <= bytes.size() && spending.calls() <= bytes.size() / 5,
+             subject.name + ": " + std::to_string(spending.bytes()) + " bytes asked for");
+  check_whole(rig, subject, object);
+  check_round_trip(rig, subject, object);
+  if (options.extra) {
+    const std::string xml = xml_of(rig, subject, object);
+    kvt_xml_document* document = kvt_xml_parse(xml.data(), xml.size(), nullptr, 0);
+    FUZZ_CHECK(document || has_nameless_value(subject, object), subject.name + ": its XML is not read");
+    kvt_xml_free(document);
+    FUZZ_CHECK(subject.compare(object, object) == 0, subject.name + ": differs from itself");
+  }
+  drop_object(rig, subject, object);
+}
+
+void seeds(const Sow& sow) {
+  for (std::size_t i = 0; i < subjects().size(); ++i) {
+    const Subject& subject = subjects()[i];
+    for (int variant = 0; variant <= (subject.type ? subject.type->top() : 0); ++variant) {
+      for (Tracking tracking : {Tracking::kOff, Tracking::kOn}) {
+        const int limit = subject.type && variant < subject.type->top() ? variant : kNoLimit;
+        Options options(Options::byte(tracking, kNoLimit, true, false, false));
+        options.limit = limit;  // of the writer; a reader takes it all
+        Rig& rig = rig_for(options);
+        int err = 0;
+        void* object = make_object(rig, subject, options);
+        const std::string bytes = marshalled(rig, subject, object, &err);
+        drop_object(rig, subject, object);
+        const std::string base = subject.name + "_" + std::to_string(variant) + "_" + module_test::name_of(tracking);
+        for (Tracking reader : {Tracking::kAbsent, Tracking::kOn}) {
+          const std::uint8_t head[kHead] = {static_cast<std::uint8_t>(i),
+                                            Options::byte(reader, kNoLimit, reader == tracking, false, true)};
+          sow(base + "_to_" + module_test::name_of(reader), std::string(head, head + kHead) + bytes);
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
+
+const Target kObject{"object", run, seeds, nullptr};
+
+}  // namespace fuzz
