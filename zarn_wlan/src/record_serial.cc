@@ -95,7 +95,9 @@ std::uint32_t record_unmarshal(const TableDesc& type, kvt_handle* h, std::uint32
     cursor += static_cast<std::int32_t>(_kvt_message_header_unmarshal(h, txn, buffer, &header, length, err));
   }
   if (!update) {
+    const int failed = *err;
     void* payload = type.payload.create_internal(h, txn);
+    if (failed) fail(h, failed, err);  // a new object clears the handle's last error, which may be the slot
     store_announced(h, txn, payload_slot(type, record), cage_ref(payload), record);
     report_contained(h, txn, kContainPayload, payload, record);
   }
