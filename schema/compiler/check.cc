@@ -16,6 +16,7 @@ constexpr int kVariantMost = 126;  // the number of variants is a signed byte
 constexpr int kNoneYet = -1;       // before the first variant
 constexpr std::size_t kBitsMost = 8;
 constexpr std::size_t kKeysMost = 3;
+constexpr std::size_t kNestingMost = 32;
 
 class Checker {
  public:
@@ -181,23 +182,32 @@ class Checker {
     }
   }
 
-  // An object that holds itself has no size. Reported once, at the field that closes the ring.
-  void walk_nesting(const Struct& type) {
-    if (finished_[&type]) return;
+  // An object that holds itself has no size. Reported once, at the field that closes the ring. Gives how many structs
+  // deep the type goes; too deep is reported once, too, whatever order the structs stand in.
+  std::size_t walk_nesting(const Struct& type) {
+    const auto known = depths_.find(&type);
+    if (known != depths_.end()) return known->second;
     path_.push_back(&type);
+    std::size_t depth = 1;
     for (const Field& field : type.fields) {
       if (!field.nested) continue;
       const auto open = std::find(path_.begin(), path_.end(), field.nested);
-      if (open == path_.end()) {
-        walk_nesting(*field.nested);
+      if (open != path_.end()) {
+        std::string ring;
+        for (auto at = open; at != path_.end(); ++at) ring += (*at)->name + " > ";
+        error(field.type_at, "'" + field.nested->name + "' would contain itself: " + ring + field.nested->name);
         continue;
       }
-      std::string ring;
-      for (auto at = open; at != path_.end(); ++at) ring += (*at)->name + " > ";
-      error(field.type_at, "'" + field.nested->name + "' would contain itself: " + ring + field.nested->name);
+      const std::size_t below = path_.size() < kNestingMost ? walk_nesting(*field.nested) : kNestingMost;
+      if (below < kNestingMost) {
+        depth = std::max(depth, below + 1);
+      } else {
+        error(field.type_at, "more than " + std::to_string(kNestingMost) + " structs inside each other");
+      }
     }
     path_.pop_back();
-    finished_[&type] = true;
+    depths_[&type] = depth;
+    return depth;
   }
 
   void check_table(Table& table) {
@@ -207,7 +217,8 @@ class Checker {
     if (table.key_names.size() > kKeysMost) {
       error(table.key_at[kKeysMost], "table '" + table.name + "' has more than " + std::to_string(kKeysMost) + " keys");
     }
-    for (std::size_t i = 0; table.payload && i < table.key_names.size(); ++i) resolve_key(table, i);
+    const std::size_t keys = std::min(table.key_names.size(), kKeysMost);
+    for (std::size_t i = 0; table.payload && i < keys; ++i) resolve_key(table, i);
   }
 
   void resolve_key(Table& table, std::size_t which) {
@@ -235,7 +246,7 @@ class Checker {
   Index<Enum> enums_;
   Index<Flag> flags_;
   Index<Table> tables_;
-  std::map<const Struct*, bool> finished_;
+  std::map<const Struct*, std::size_t> depths_;
   std::vector<const Struct*> path_;
 };
 
