@@ -70,17 +70,18 @@ std::uint32_t checksum_of(const char* header) {
   return sum;
 }
 
-// The damaged file on disk. Only what differs from the model is written anew.
+// The file that is damaged, and made whole again after each round.
 class Damaged {
  public:
-  explicit Damaged(const std::string& model)
-      : model_(model), fd_(open(path().c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)) {
-    FUZZ_CHECK(fd_ >= 0 && pwrite(fd_, model.data(), model.size(), 0) == static_cast<ssize_t>(model.size()), "no file");
+  Damaged(const std::string& model, const std::string& path)
+      : model_(model), path_(path), fd_(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600)) {
+    FUZZ_CHECK(fd_ >= 0, "no file");
+    restore(model_.size());
   }
   ~Damaged() { close(fd_); }
   Damaged(const Damaged&) = delete;
   Damaged& operator=(const Damaged&) = delete;
-  static std::string path() { return scratch_directory() + "/damaged.db"; }
+  const std::string& path() const { return path_; }
 
   void put(std::size_t at, const void* bytes, std::size_t size) {
     FUZZ_CHECK(pwrite(fd_, bytes, size, static_cast<off_t>(at)) == static_cast<ssize_t>(size), "cannot write");
@@ -94,9 +95,15 @@ class Damaged {
   void cut(std::size_t size) {
     if (size < model_.size()) FUZZ_CHECK(ftruncate(fd_, static_cast<off_t>(size)) == 0, "cannot cut");
   }
+  // The first bytes again as they were, and the size. What lies behind changes only in a file that was opened.
+  void restore(std::size_t bytes) {
+    put(0, model_.data(), bytes);
+    FUZZ_CHECK(ftruncate(fd_, static_cast<off_t>(model_.size())) == 0, "cannot set the size");
+  }
 
  private:
   const std::string& model_;
+  const std::string path_;
   int fd_;
 };
 
@@ -107,30 +114,17 @@ void use(kvt_handle* h, std::uint32_t txn) {
     if (!block) continue;
     FUZZ_CHECK(kvtlib_database_in_range(h, block), "a block outside the file");
     std::memset(block, 0x77, kSize);
-    h->store_free(h->store, txn, block);
   }
 }
 
-void run(const std::uint8_t* data, std::size_t size) {
-  static const Files files;
-  if (size < kHead) return;
-  const unsigned flags = data[0];
-  Damaged file(flags & kLeftOpen ? files.left_open : files.whole);
-  for (std::size_t at = kHead; at + 2 < size;) {
-    const std::size_t where = data[at], length = std::min({std::size_t{data[at + 1]} % kMostBytes + 1, size - at - 2});
-    file.put(where < kHeaderWords ? where * kWord : kvt::kLogAt + (where - kHeaderWords) * kWord, data + at + 2,
-             length);
-    at += 2 + length;
-  }
-  if (flags & kMendChecksum) file.mend_checksum();
-  if (flags & kCut) file.cut((data[1] | std::size_t{data[2]} << 8) * kCutUnit);
-
+// Whether the file opened.
+bool open_and_use(const std::string& path, unsigned flags) {
   char message[400] = "";
   int err = 0;
-  kvt_handle* h = open_file(Damaged::path(), false, message, sizeof message, &err);
+  kvt_handle* h = open_file(path, false, message, sizeof message, &err);
   FUZZ_CHECK((h == nullptr) == (err != 0), "a handle and an error");
   FUZZ_CHECK((h == nullptr) == (message[0] != 0), std::string("a handle and the message ") + message);
-  if (!h) return;
+  if (!h) return false;
   const std::uint32_t txn = kvtdb_txn_begin(h, &err);
   FUZZ_CHECK(err == 0 || err == EIO, "begin: error " + std::to_string(err));
   if (!err) {
@@ -143,6 +137,27 @@ void run(const std::uint8_t* data, std::size_t size) {
     FUZZ_CHECK(err == 0, "end: error " + std::to_string(err));
   }
   kvt_handle_close(h);
+  return true;
+}
+
+void run(const std::uint8_t* data, std::size_t size) {
+  static const Files files;
+  static Damaged whole(files.whole, scratch_directory() + "/whole.db");
+  static Damaged left_open(files.left_open, scratch_directory() + "/left_open.db");
+  if (size < kHead) return;
+  const unsigned flags = data[0];
+  Damaged& file = flags & kLeftOpen ? left_open : whole;
+  for (std::size_t at = kHead; at + 2 < size;) {
+    const std::size_t where = data[at], length = std::min({std::size_t{data[at + 1]} % kMostBytes + 1, size - at - 2});
+    file.put(where < kHeaderWords ? where * kWord : kvt::kLogAt + (where - kHeaderWords) * kWord, data + at + 2,
+             length);
+    at += 2 + length;
+  }
+  if (flags & kMendChecksum) file.mend_checksum();
+  const bool cut = flags & kCut;
+  if (cut) file.cut((data[1] | std::size_t{data[2]} << 8) * kCutUnit);
+  const bool opened = open_and_use(file.path(), flags);
+  file.restore(opened || cut ? (flags & kLeftOpen ? files.left_open : files.whole).size() : kvt::kLogAt + 4096);
 }
 
 void seeds(const Sow& sow) {

@@ -24,7 +24,7 @@ void check_errors(const std::vector<zarnc::Diagnostic>& errors, const std::strin
     FUZZ_CHECK(!error.text.empty(), "an error without a word");
     told += error.text.size();
   }
-  FUZZ_CHECK(told <= 4096 + 200 * text.size(), std::to_string(told) + " characters of complaint");
+  FUZZ_CHECK(told <= 4096 + 300 * text.size(), std::to_string(told) + " characters of complaint");
 }
 
 void check_layout(const zarnc::Schema& schema) {
