@@ -125,8 +125,9 @@ void Database::release_lock() {
 bool Database::header_is_sound() const {
   const std::uint32_t segments = header_->segments, end = base_ + segments * kSegmentSize;
   if (segments < 1 || segments > std::size(header_->kinds)) return false;
-  for (std::uint32_t i = 1; i < std::size(header_->kinds); i++) {
-    if (header_->kinds[i] > (i < segments ? Segment::kNewHeap : Segment::kFree)) return false;
+  for (std::uint32_t i = 0; i < std::size(header_->kinds); i++) {
+    const bool has_kind = i > 0 && i < segments;
+    if (header_->kinds[i] > (has_kind ? Segment::kNewHeap : Segment::kFree)) return false;
   }
   const std::uint32_t at = header_->permanent_at, permanent_end = header_->permanent_end;
   // No end is what a death between two segments leaves.

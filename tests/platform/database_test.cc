@@ -457,6 +457,7 @@ TEST_F(DatabaseFile, ALogThatLeadsAstrayIsNotFollowed) {
       {"permanent memory outside the slot", 36, 8},
       {"permanent memory behind the end of the file", 40, base + kvt::kSlotSize},
       {"unknown kind of segment", 64, 0x05050500},
+      {"kind of the first segment", 64, word(64) | 2},
       {"segment behind the end of the file", 64 + 252, 0x01000000},
   };
   for (const Case& c : cases) {
