@@ -3,6 +3,9 @@ add_compile_options(-Wall -Wextra -Wpointer-arith)
 if(ZARN_WERROR)
   add_compile_options(-Werror)
 endif()
+# All calls are resolved at load. A first call that is resolved on its way saves the vector registers on the stack, with
+# what a copy of a secret has left in them.
+add_link_options(-Wl,-z,relro,-z,now)
 if(ZARN_SANITIZE)
   add_compile_options(-fsanitize=${ZARN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${ZARN_SANITIZE})

@@ -8,7 +8,7 @@
 
 namespace kvt {
 
-constexpr int kEnoent = 2, kEnomem = 12, kEfault = 14, kEexist = 17, kEinval = 22, kE2big = 7, kEagain = 11,
+constexpr int kEperm = 1, kEnoent = 2, kEnomem = 12, kEfault = 14, kEexist = 17, kEinval = 22, kE2big = 7, kEagain = 11,
               kEidrm = 43, kEbade = 52, kEmsgsize = 90;
 
 enum class Tracking : std::uint8_t { kAbsent, kOff, kOn };
@@ -27,6 +27,11 @@ inline Tracking tracking_of(const kvt_handle* h, const StructDesc& type) {
 inline void fail(kvt_handle* h, int code, int* err) {
   *err = code;
   kvt_store_err(h, code);
+}
+
+// What a form without write context gives: the count, or -1 when the handle's last error is set by now.
+inline std::int32_t result_cr(const kvt_handle* h, std::uint32_t count) {
+  return h->last_error ? -1 : static_cast<std::int32_t>(count);
 }
 
 inline bool marks_wanted(const kvt_handle* h, std::uint32_t txn) {

@@ -24,6 +24,8 @@ struct FieldType {
   std::uint32_t (*to_xml)(kvt_handle*, std::uint32_t, const char*, char*, const void*, std::int32_t, std::uint32_t,
                           int*);
   void (*from_xml)(kvt_handle*, std::uint32_t, const char*, kvt_xml_document*, void*, int*, char*, std::size_t);
+  std::uint32_t (*print)(kvt_handle*, std::uint32_t, char*, std::uint32_t, const char*, const void*, std::int32_t,
+                         int*);
   void (*offset_update)(kvt_handle*, std::uint32_t, void*, void*);  // structs
   void (*offset_remove)(kvt_handle*, std::uint32_t, void*, int*);   // structs
   const StructDesc* nested;  // of a struct of this module; a sibling's struct that is nested here owns no strings
@@ -52,6 +54,7 @@ struct ModuleDesc {
   std::uint32_t number;
   void** failure_zone;  // failure objects and records, made by the module's constructor
   std::uint32_t failure_zone_size;
+  TracePlace trace;
 };
 
 struct StructDesc {
@@ -99,6 +102,7 @@ struct EnumDesc {
 constexpr std::uint32_t kScalarObjectSize = 12;
 constexpr std::uint32_t kEnumValueOffset = 8;
 constexpr std::uint32_t kFlagBitsOffset = 7;
+constexpr std::uint32_t kOidValueOffset = 8;  // in a reference field, behind the target's link
 
 struct KeyDesc {
   const char* name;

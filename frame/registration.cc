@@ -27,6 +27,22 @@ void register_types(kvt_handle* h, std::uint32_t txn, const ModuleDesc& module, 
   }
 }
 
+void dump_variants(const ModuleDesc& module, int (*out)(const char* format, ...)) {
+  for (std::uint32_t i = 0; i < module.type_count; ++i) {
+    const kvt_static_type& type = module.types[i];
+    if (!type.varinfo) {
+      start_trace(module);
+      trace(module.trace, kModuleMessages, kMsgModuleNoVarinfo);
+      continue;
+    }
+    out("n_variants %d\n", int{type.varinfo->n_variants});
+    for (int v = 0; v < type.varinfo->n_variants; ++v) {
+      out("variant %d used length %d alloc slop %d\n", v, static_cast<int>(type.entries[v].used_length),
+          static_cast<int>(type.entries[v].alloc_slop));
+    }
+  }
+}
+
 void load_module(const ModuleDesc& module, kvt_module_record* record, std::uint8_t* once) {
   if (*once) return;
   *once = 1;

@@ -12,4 +12,7 @@ void register_types(kvt_handle* h, std::uint32_t txn, const ModuleDesc& module, 
 void load_module(const ModuleDesc& module, kvt_module_record* record, std::uint8_t* once);
 void unload_module(const ModuleDesc& module, kvt_module_record* record);
 
+// Tells `out`, in the manner of printf, what the module's static types take in memory in each of their variants.
+void dump_variants(const ModuleDesc& module, int (*out)(const char* format, ...));
+
 }  // namespace kvt

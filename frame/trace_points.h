@@ -21,6 +21,8 @@ constexpr std::uint32_t kReferenceMessages = kMsgReferenceReleaseFailed;
 constexpr std::uint32_t kEnumMessages = kMsgEnumNoVarinfo;
 constexpr std::uint32_t kTableMessages = kMsgTableNoLock;
 constexpr std::uint32_t kKeyMessages = kMsgInsertExists;
+constexpr std::uint32_t kModuleMessages = kMsgModuleNoVarinfo;
+constexpr std::uint32_t kTimerMessages = kMsgTimerNone;
 
 // The level word of each message, by place.
 constexpr std::uint32_t kMessageLevel[] = {
@@ -33,6 +35,12 @@ inline fenlog_arg trace_arg(const char* text) {
   fenlog_arg a;
   a.kind = FENLOG_TEXT;
   a.value.text = text ? text : "(null)";
+  return a;
+}
+inline fenlog_arg trace_arg(const void* address) {
+  fenlog_arg a;
+  a.kind = FENLOG_ADDRESS;
+  a.value.word = reinterpret_cast<std::uintptr_t>(address);
   return a;
 }
 inline fenlog_arg trace_arg(std::uint32_t word) {

@@ -34,6 +34,8 @@ void run(const std::uint8_t* data, std::size_t size) {
     kvt_xml_document* document = kvt_xml_parse(xml.data(), xml.size(), nullptr, 0);
     FUZZ_CHECK(document || has_nameless_value(subject, object), subject.name + ": its XML is not read");
     kvt_xml_free(document);
+    check_clone(rig, subject, object);
+    check_print(rig, subject, object);
     FUZZ_CHECK(subject.compare(object, object) == 0, subject.name + ": differs from itself");
   }
   drop_object(rig, subject, object);

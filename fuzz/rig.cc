@@ -61,6 +61,9 @@ Subject make_subject(const std::string& name, const Type* type) {
   s.marshal = fn<module_test::Marshal>(name + "_marshal");
   s.unmarshal = fn<module_test::Unmarshal>(name + "_unmarshal");
   s.compare = fn<module_test::Compare>(name + "_compare");
+  s.hash = fn<module_test::Hash>(name + "_hash");
+  s.print = fn<module_test::Print>(name + "_print");
+  s.clone = fn<module_test::Clone>(name + "_clone");
   s.to_xml = fn<module_test::ToXml>(name + "_to_xml");
   s.from_xml = fn<module_test::FromXml>(name + "_from_xml");
   return s;
@@ -257,6 +260,38 @@ bool has_nameless_value(const Subject& subject, const void* object) {
     found |= f.kind == Kind::kEnum && !hidden && value(at) >= f.enumerators;
   });
   return found;
+}
+
+void check_clone(Rig& rig, const Subject& subject, const void* object) {
+  const Exact scratch(need_of(rig, subject, object));
+  void* copy = nullptr;
+  int err = 0;
+  subject.clone(rig.h, rig.txn, object, &copy, scratch.bytes(), scratch.room(), &err);
+  FUZZ_CHECK(err == 0 || err == EIDRM, subject.name + ": not cloned: error " + std::to_string(err));
+  FUZZ_CHECK((copy == nullptr) == (err != 0), subject.name + ": a clone and its error");
+  if (!copy) return;
+  check_whole(rig, subject, copy);
+  int differ = 0;
+  FUZZ_CHECK(marshalled(rig, subject, object, &differ) == marshalled(rig, subject, copy, &differ),
+             subject.name + ": the clone is written otherwise");
+  FUZZ_CHECK(subject.compare(object, copy) || subject.hash(object, 7) == subject.hash(copy, 7),
+             subject.name + ": equal, and hashed otherwise");
+  drop_object(rig, subject, copy);
+}
+
+void check_print(Rig& rig, const Subject& subject, const void* object) {
+  constexpr std::int32_t kRoom = 2 << 20;
+  static const Exact room(kRoom);
+  const char* name = subject.name.c_str();
+  int err = 0;
+  const std::uint32_t written = subject.print(rig.h, rig.txn, room.text(), 0, name, object, kRoom, &err);
+  FUZZ_CHECK(err == 0 && written, subject.name + ": not printed: error " + std::to_string(err));
+  const Exact exact(written + 1);  // and a NUL
+  const std::uint32_t again = subject.print(rig.h, rig.txn, exact.text(), 0, name, object, exact.room(), &err);
+  FUZZ_CHECK(err == 0 && again == written && !std::memcmp(exact.text(), room.text(), written),
+             subject.name + ": printing needs more room: error " + std::to_string(err));
+  const Exact tight(written / 2);
+  subject.print(rig.h, rig.txn, tight.text(), 0, name, object, tight.room(), &err);
 }
 
 std::string xml_of(Rig& rig, const Subject& subject, const void* object) {

@@ -37,6 +37,9 @@ struct Subject {
   module_test::Marshal* marshal;
   module_test::Unmarshal* unmarshal;
   module_test::Compare* compare;
+  module_test::Hash* hash;
+  module_test::Print* print;
+  module_test::Clone* clone;
   module_test::ToXml* to_xml;
   module_test::FromXml* from_xml;
 };
@@ -94,6 +97,10 @@ void check_round_trip(Rig& rig, const Subject& subject, const void* object);
 std::string marshalled(Rig& rig, const Subject& subject, const void* object, int* err);
 // Whether an enumerated value has no name, which no XML reader takes.
 bool has_nameless_value(const Subject& subject, const void* object);
+// A copy is equal and hashes alike.
+void check_clone(Rig& rig, const Subject& subject, const void* object);
+// Printed in its own room and in too little.
+void check_print(Rig& rig, const Subject& subject, const void* object);
 // The object as XML, written in a room of exactly its length too.
 std::string xml_of(Rig& rig, const Subject& subject, const void* object);
 

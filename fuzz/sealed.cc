@@ -4,14 +4,19 @@
 #include "fuzz/key_file.h"
 #include "fuzz/rig.h"
 #include "platform/sealing.h"
-#include "platform/secrets.h"
 
 namespace fuzz {
 namespace {
 
-void open_fixed_key() {
-  static const int code = kvt_keyring_open(fixed_key_file().c_str(), 0, nullptr, 0);
-  FUZZ_CHECK(code == 0, "no key");
+// Seals under the fixed key, and keeps it in the process: what was sealed with it once is opened by every handle.
+kvt_handle* fixed_key_handle() {
+  static kvt_handle* const handle = [] {
+    int err = 0;
+    kvt_handle* made = handle_with_key(fixed_key_file(), nullptr, 0, &err);
+    FUZZ_CHECK(made, "no key");
+    return made;
+  }();
+  return handle;
 }
 
 class Secret {
@@ -44,7 +49,7 @@ void check_unseal(const Exact& sealed) {
 
 void run(const std::uint8_t* data, std::size_t size) {
   constexpr std::size_t kLengthSize = 4;
-  open_fixed_key();
+  fixed_key_handle();
   Rig& rig = rig_for(Options(0));
   const Balance balance(rig);
   const Exact sealed(data, size);
@@ -83,14 +88,14 @@ void run(const std::uint8_t* data, std::size_t size) {
 }
 
 void seeds(const Sow& sow) {
-  open_fixed_key();
-  Rig& rig = rig_for(Options(0));
+  kvt_handle* h = fixed_key_handle();
   for (const std::string text : {"a", "correct horse battery staple", "\xFF\x01\x80"}) {
-    Secret secret(rig);
+    kvt_aes_vstring secret{};
     int err = 0;
-    kvt_aes_vstring_assign(rig.h, rig.txn, secret.get(), text.data(), text.size(), &err);
+    kvt_aes_vstring_assign(h, h->default_txn, &secret, text.data(), text.size(), &err);
     FUZZ_CHECK(err == 0, "not sealed");
-    std::string sealed(static_cast<const char*>(kvt_ref_at(secret.get()->sealed)), secret.get()->length);
+    std::string sealed(static_cast<const char*>(kvt_ref_at(secret.sealed)), secret.length);
+    kvt_aes_vstring_destroy_internal(h, h->default_txn, &secret, 0);
     sow("text_" + std::to_string(text.size()), sealed);
     sow("cut_" + std::to_string(text.size()), sealed.substr(0, sealed.size() - 1));
     sealed.back() ^= 1;

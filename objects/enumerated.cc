@@ -18,7 +18,8 @@ const kvt_variant_data* checked_varinfo(const EnumDesc& type, const kvt_type_rec
   return varinfo;
 }
 
-// Writes the header in the order that readers rely on. @return the record that is linked now, NULL if none
+// Writes the header in the order that readers rely on. @return the record that is linked now: without a registered copy
+// the static one, for an object that is kept whatever came of the look-up must not stop the process when it goes
 const kvt_type_record* write_header(const EnumDesc& type, kvt_handle* h, std::uint32_t txn, void* object,
                                     const kvt_type_record* record, int announce, int flags, int variant, int* err) {
   auto put = [&](std::uint32_t offset, auto value) {
@@ -28,11 +29,11 @@ const kvt_type_record* write_header(const EnumDesc& type, kvt_handle* h, std::ui
   put(5, type.cap);
   put(4, static_cast<std::int8_t>(variant));
   const kvt_type_record* linked = linked_record(h, txn, record, *type.module);
-  if (linked) {
-    put(0, kvt_type_link_of(linked));
-  } else {
+  if (!linked) {
     fail(h, kEnomem, err);
+    linked = record;
   }
+  put(0, kvt_type_link_of(linked));
   put(6, static_cast<std::uint8_t>(static_cast<std::uint8_t*>(object)[6] | flags));
   return linked;
 }
@@ -67,7 +68,6 @@ void* scalar_create_internal(const EnumDesc& type, kvt_handle* h, std::uint32_t 
     const int variant = cap_variant(kvt_domain_lookup_variant(h, &h->domain, type.record, &err), type.cap);
     const kvt_type_record* record = write_header(type, h, txn, object, type.record, 1, 0, variant, &err);
     if (err) trace(type.trace, kEnumMessages, kMsgEnumCreateError, error_text(err));
-    if (!record) record = type.record;
     const kvt_variant_data* varinfo = checked_varinfo(type, record, variant);
     std::uint64_t* counter = &stats_entry(varinfo, variant, type.cap)->created;
     h->set_counter(h, counter, 1, txn);

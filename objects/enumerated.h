@@ -2,6 +2,7 @@
 #pragma once
 
 #include "frame/call_frame.h"
+#include "platform/super_fast_hash.h"
 
 namespace kvt {
 
@@ -26,6 +27,9 @@ inline std::int32_t enum_compare(const void* a, const void* b) {
   if (!a || !b) return a ? 1 : b ? -1 : 0;
   return static_cast<std::int32_t>(load<std::uint32_t>(at_offset(a, kEnumValueOffset)) -
                                    load<std::uint32_t>(at_offset(b, kEnumValueOffset)));
+}
+inline std::uint32_t enum_hash(const void* object, std::uint32_t seed) {
+  return object ? hash_bytes<sizeof(std::uint32_t)>(at_offset(object, kEnumValueOffset), seed) : seed;
 }
 
 }  // namespace kvt

@@ -1,5 +1,5 @@
-// The types of fields as templates see them: how to get, set and compare one, and its bytes. A type of another module
-// is reached through its operations by name.
+// The types of fields as templates see them: how to get, set, compare and hash one, and its bytes. A type of another
+// module is reached through its operations by name.
 #pragma once
 
 #include "objects/enumerated.h"
@@ -21,26 +21,27 @@ namespace kvt {
   }
 
 // kScalar: booleans, enumerated and flag types tell the runtime so when a field's variant is read.
-#define KVT_INTEGER_TYPE(Name, X, V)                                                                          \
-  struct Name {                                                                                               \
-    using Value = V;                                                                                          \
-    static constexpr FieldKind kKind = FieldKind::kInteger;                                                   \
-    static constexpr bool kScalar = false;                                                                    \
-    static void* get(kvt_handle* h, std::uint32_t txn, void* p, int* err) { return X##_get(h, txn, p, err); } \
-    static Value get_value(kvt_handle* h, std::uint32_t txn, const void* p, int* err) {                       \
-      return X##_get_value(h, txn, p, err);                                                                   \
-    }                                                                                                         \
-    static void set(kvt_handle* h, std::uint32_t txn, void* p, const void* s, int* err) {                     \
-      X##_set(h, txn, p, s, err);                                                                             \
-    }                                                                                                         \
-    static void set_value(kvt_handle* h, std::uint32_t txn, void* p, Value v, int* err) {                     \
-      X##_set_value(h, txn, p, v, err);                                                                       \
-    }                                                                                                         \
-    static std::int32_t compare(const void* a, const void* b) {                                               \
-      const Value x = load<Value>(a), y = load<Value>(b);                                                     \
-      return x < y ? -1 : x > y;                                                                              \
-    }                                                                                                         \
-    KVT_NAMED_SERIAL(X)                                                                                       \
+#define KVT_INTEGER_TYPE(Name, X, V)                                                                            \
+  struct Name {                                                                                                 \
+    using Value = V;                                                                                            \
+    static constexpr FieldKind kKind = FieldKind::kInteger;                                                     \
+    static constexpr bool kScalar = false;                                                                      \
+    static void* get(kvt_handle* h, std::uint32_t txn, void* p, int* err) { return X##_get(h, txn, p, err); }   \
+    static Value get_value(kvt_handle* h, std::uint32_t txn, const void* p, int* err) {                         \
+      return X##_get_value(h, txn, p, err);                                                                     \
+    }                                                                                                           \
+    static void set(kvt_handle* h, std::uint32_t txn, void* p, const void* s, int* err) {                       \
+      X##_set(h, txn, p, s, err);                                                                               \
+    }                                                                                                           \
+    static void set_value(kvt_handle* h, std::uint32_t txn, void* p, Value v, int* err) {                       \
+      X##_set_value(h, txn, p, v, err);                                                                         \
+    }                                                                                                           \
+    static std::int32_t compare(const void* a, const void* b) {                                                 \
+      const Value x = load<Value>(a), y = load<Value>(b);                                                       \
+      return x < y ? -1 : x > y;                                                                                \
+    }                                                                                                           \
+    static std::uint32_t hash(const void* p, std::uint32_t seed) { return hash_bytes<sizeof(Value)>(p, seed); } \
+    KVT_NAMED_SERIAL(X)                                                                                         \
   }
 KVT_INTEGER_TYPE(U8, u_int8, std::uint8_t);
 KVT_INTEGER_TYPE(U16, u_int16, std::uint16_t);
@@ -62,6 +63,7 @@ struct Boolean {
     kvt_boolean_set_value(h, txn, p, v, err);
   }
   static std::int32_t compare(const void* a, const void* b) { return kvt_boolean_compare(a, b); }
+  static std::uint32_t hash(const void* p, std::uint32_t seed) { return hash_boolean(load<kvt_boolean>(p), seed); }
   KVT_NAMED_SERIAL(kvt_boolean)
 };
 
@@ -74,6 +76,7 @@ struct Boolean {
       X##_set(h, txn, p, s, err);                                                                             \
     }                                                                                                         \
     static std::int32_t compare(const void* a, const void* b) { return X##_compare(a, b); }                   \
+    static std::uint32_t hash(const void* p, std::uint32_t seed) { return X##_hash(p, seed); }                \
     KVT_NAMED_SERIAL(X)                                                                                       \
   }
 KVT_STRING_TYPE(VstringByName, kvt_vstring);
@@ -94,9 +97,13 @@ KVT_STRING_TYPE(Bytestr, qep_bytestr);
 struct Oid {
   static constexpr FieldKind kKind = FieldKind::kReference;
   static constexpr bool kScalar = false;
-  static constexpr std::uint32_t kValueOffset = 8;
+  static constexpr std::uint32_t kValueOffset = kOidValueOffset;
   static std::int32_t compare(const void* a, const void* b) {
     return kvtlib_oid_compare(at_offset(a, kValueOffset), at_offset(b, kValueOffset));
+  }
+  // Of the value only the head.
+  static std::uint32_t hash(const void* p, std::uint32_t seed) {
+    return hash_bytes<4>(at_offset(p, kValueOffset), seed);
   }
   static std::uint32_t len(kvt_handle* h, std::uint32_t txn, const void* p) {
     return kvtlib_oid_len(h, txn, at_offset(p, kValueOffset));
@@ -111,11 +118,12 @@ struct Oid {
   }
 };
 
-// A timer block has no bytes on the wire; it only compares.
+// A timer block has no bytes on the wire; it only compares and hashes.
 struct Timer {
   static constexpr FieldKind kKind = FieldKind::kTimer;
   static constexpr bool kScalar = false;
   static std::int32_t compare(const void* a, const void* b) { return kvtlib_timer_compare(a, b); }
+  static std::uint32_t hash(const void* p, std::uint32_t seed) { return kvtlib_timer_hash(p, seed); }
 };
 
 // Types of the module itself; D is the type's constant record, with kDesc. Their bytes: serial/binary.h.
@@ -144,6 +152,7 @@ struct Enumerated {
     enum_set_value(D::kDesc, h, txn, p, v, err);
   }
   static std::int32_t compare(const void* a, const void* b) { return enum_compare(a, b); }
+  static std::uint32_t hash(const void* p, std::uint32_t seed) { return enum_hash(p, seed); }
 };
 template <class D>
 struct FlagSet {
@@ -153,6 +162,7 @@ struct FlagSet {
   static void* get(kvt_handle*, std::uint32_t, void* p, int*) { return p; }
   static void set(kvt_handle* h, std::uint32_t txn, void* p, const void* s, int* err) { flag_set(h, txn, p, s, err); }
   static std::int32_t compare(const void* a, const void* b) { return flag_compare(a, b); }
+  static std::uint32_t hash(const void* p, std::uint32_t seed) { return flag_hash(p, seed); }
 };
 
 template <class... Fields>
@@ -198,6 +208,7 @@ std::uint32_t order_prefix(const void* p) {
       X##_set_value(h, txn, p, v, err);                                                              \
     }                                                                                                \
     static std::int32_t compare(const void* a, const void* b) { return X##_compare(a, b); }          \
+    static std::uint32_t hash(const void* p, std::uint32_t seed) { return X##_hash(p, seed); }       \
     KVT_NAMED_SERIAL(X)                                                                              \
   }
 #define KVT_SIBLING_FLAG(X)                                                                          \
@@ -209,6 +220,7 @@ std::uint32_t order_prefix(const void* p) {
       X##_set(h, txn, p, s, err);                                                                    \
     }                                                                                                \
     static std::int32_t compare(const void* a, const void* b) { return X##_compare(a, b); }          \
+    static std::uint32_t hash(const void* p, std::uint32_t seed) { return X##_hash(p, seed); }       \
     KVT_NAMED_SERIAL(X)                                                                              \
   }
 #define KVT_SIBLING_STRUCT(X)                                                                                 \
@@ -220,6 +232,7 @@ std::uint32_t order_prefix(const void* p) {
       X##_set(h, txn, p, s, err);                                                                             \
     }                                                                                                         \
     static std::int32_t compare(const void* a, const void* b) { return X##_compare(a, b); }                   \
+    static std::uint32_t hash(const void* p, std::uint32_t seed) { return X##_hash(p, seed); }                \
     KVT_NAMED_SERIAL(X)                                                                                       \
   }
 

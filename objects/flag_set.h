@@ -3,6 +3,7 @@
 #pragma once
 
 #include "frame/call_frame.h"
+#include "platform/super_fast_hash.h"
 
 namespace kvt {
 
@@ -15,6 +16,9 @@ bool flag_is_valid(const EnumDesc& type, kvt_handle* h, std::uint32_t bit);
 inline std::int32_t flag_compare(const void* a, const void* b) {
   if (!a || !b) return a ? 1 : b ? -1 : 0;
   return load<std::uint8_t>(at_offset(a, kFlagBitsOffset)) - load<std::uint8_t>(at_offset(b, kFlagBitsOffset));
+}
+inline std::uint32_t flag_hash(const void* object, std::uint32_t seed) {
+  return object ? hash_bytes<1>(at_offset(object, kFlagBitsOffset), seed) : seed;
 }
 
 }  // namespace kvt

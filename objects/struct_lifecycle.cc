@@ -1,5 +1,6 @@
 #include "objects/struct_lifecycle.h"
 
+#include "objects/references.h"
 #include "objects/variants.h"
 
 namespace kvt {
@@ -61,6 +62,31 @@ bool place_state(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void*
   } else if (!nested) {
     offset_update(type, h, txn, object, sttr_base);
   }
+  // A nested object whose place the runtime could not keep would look for its state bytes where it has none.
+  if (h->last_error) *err = h->last_error;
+  return true;
+}
+
+// Drops the counts that a nested object holds on tables. false: stopped half-way, and told why.
+[[gnu::noinline]] bool drop_nested_counts(const StructDesc& type, const StructDesc& nested, kvt_handle* h,
+                                          std::uint32_t txn, void* object, int* err) {
+  constexpr std::uint32_t kMostFields = 255;  // of a struct
+  void* references[kMostFields] = {};
+  const std::uint32_t count = struct_get_oid_count(nested, h, object, err);
+  if (!count) return true;
+  struct_get_object_references(nested, h, txn, object, references, err);
+  if (*err) {
+    trace(type.trace, kStructMessages, kMsgStructReferencesFailed, error_text(*err));
+    return false;
+  }
+  for (std::uint32_t i = 0; i < count; ++i) {
+    kvtlib_lookup_and_update_oid_ref_count(h, txn, references[i], 0, err);
+    if (!*err) continue;
+    trace(type.trace, kStructMessages, kMsgStructDropFailed, static_cast<const void*>(references[i]), error_text(*err));
+    *err = 0;
+  }
+  // The nested object's own destroy must not drop them once more.
+  clear_table_references(nested, h, txn, object);
   return true;
 }
 
@@ -72,9 +98,14 @@ bool release_fields(const StructDesc& type, kvt_handle* h, std::uint32_t txn, vo
     if (variant < f->variant) continue;
     void* field = at_offset(object, f->offset);
     if (f->kind == FieldKind::kString || f->kind == FieldKind::kStruct) {
-      if (*err && f->kind == FieldKind::kStruct) trace(type.trace, kStructMessages, kMsgStructCountError);
-      if (f->type->nested) {
-        struct_destroy_internal(*f->type->nested, h, txn, field, 0);
+      const StructDesc* nested = f->type->nested;
+      if (nested && nested->oid_count) {
+        if (!drop_nested_counts(type, *nested, h, txn, field, err)) return false;
+      } else if (*err && f->kind == FieldKind::kStruct) {
+        trace(type.trace, kStructMessages, kMsgStructCountError);
+      }
+      if (nested) {
+        struct_destroy_internal(*nested, h, txn, field, 0);
       } else {
         f->type->destroy(h, txn, field, 0);
       }
@@ -253,6 +284,8 @@ void struct_destroy_internal(const StructDesc& type, kvt_handle* h, std::uint32_
   }
   store_announced(h, txn, object, std::uint32_t{0});
   h->store_free(h->store, txn, object);
+  // Only now: what this object referred to may go next, and may be anything but half destroyed itself.
+  if (type.oid_count || type.has_nested) kvtlib_oid_settle(h, txn);
 }
 
 void struct_set_embedded(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* object) {

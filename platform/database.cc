@@ -266,10 +266,6 @@ void* Database::alloc(std::uint32_t size) {
   return heap_.alloc(size);
 }
 
-std::uint32_t Database::size_of_block(const void* block) const {
-  return heap_.is_block(block) ? Heap::size_of_block(block) : 0;
-}
-
 void Database::free(void* block) {
   std::uint32_t at = cage_ref(block);
   if (in_slot(block) && is_permanent(at)) return free_permanent(at);
@@ -281,6 +277,11 @@ void Database::free(void* block) {
   if (!reserve_log(kHeapStep)) return;
   heap_.mark_pending(block);
   pending_.push_back(at);
+}
+
+std::uint32_t Database::block_size(const void* block) const {
+  if (!in_slot(block) || !is_permanent(cage_ref(block))) return heap_.block_size(block);
+  return (static_cast<const PermanentBlock*>(block) - 1)->size;
 }
 
 // Nothing of the permanent memory is ever rolled back: each step alone must leave it whole.

@@ -38,11 +38,13 @@ struct DatabaseHeader {          // stored format, at the start of the file
   std::uint32_t permanent_at;    // offset 36, [permanent_at, permanent_end) is not handed out yet
   std::uint32_t permanent_end;   // offset 40
   std::uint32_t permanent_free;  // offset 44, list of freed permanent blocks
-  std::uint8_t reserved[16];     // offset 48
+  std::uint64_t key_id;          // offset 48, the key under which secrets are sealed; 0 before the first open
+  std::uint8_t reserved[8];      // offset 56
   Segment kinds[256];            // offset 64; the first segment is none of these
 };
 STORED_SIZE(DatabaseHeader, 320);
 STORED_FIELD(DatabaseHeader, log_last, 28, std::uint32_t);
+STORED_FIELD(DatabaseHeader, key_id, 48, std::uint64_t);
 
 // Layout of the first segment.
 inline constexpr std::uint32_t kRootsAt = 0x1000;
@@ -80,12 +82,14 @@ class Database final : public HeapBacking {
   bool is_permanent(std::uint32_t at) const;
   StoreRoots* roots() const { return roots_; }
   DatabaseHeader* header() const { return header_; }
+  bool has_key() const;
+  // Makes the key the database's, if it has none yet or `replace` is true. False when it has another one.
+  bool adopt_key(const Key& key, bool replace);
 
   void* alloc(std::uint32_t size);
   void* alloc_permanent(std::uint32_t size);
   void free(void* block);
-  // 0 for what is no allocated block of the heap.
-  std::uint32_t size_of_block(const void* block) const;
+  std::uint32_t block_size(const void* block) const;  // 0 for what is no allocated block
   bool announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn);
   bool reserve_log(std::uint32_t bytes);
 

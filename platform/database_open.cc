@@ -12,6 +12,7 @@
 #include <random>
 
 #include "platform/database.h"
+#include "platform/files.h"
 #include "platform/messages.h"
 
 namespace kvt {
@@ -94,24 +95,6 @@ int fill_new_file(int fd, std::uint32_t slot) {
   if (int error = posix_fallocate(fd, 0, kSegmentSize)) return error;
   if (int error = write_all(fd, &tables, sizeof tables, tables_at)) return error;
   return write_all(fd, &header, sizeof header, 0);
-}
-
-// Written under another name first: nobody ever sees half a database under `path`.
-int make_file(const OpenRequest& request, std::uint32_t slot) {
-  std::string temporary = std::string(request.path) + ".XXXXXX";
-  int fd = mkostemp(temporary.data(), O_CLOEXEC);
-  if (fd < 0) return errno;
-  int error = fill_new_file(fd, slot);
-  if (!error && link(temporary.c_str(), request.path)) {
-    error = errno;
-    // A file system without hard links; EEXIST in both cases says that another process was first, and its file serves.
-    if (error == EPERM || error == EOPNOTSUPP) {
-      error = renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, request.path, RENAME_NOREPLACE) ? errno : 0;
-    }
-  }
-  unlink(temporary.c_str());
-  close(fd);
-  return error == EEXIST ? 0 : error;
 }
 
 // Takes the file out of the cage again; a stale reference faults.
@@ -223,7 +206,8 @@ Store* Database::open(const OpenRequest& request, int* err) {
       *err = EBUSY;
       return nullptr;
     }
-    *err = make_file(request, static_cast<std::uint32_t>(slot));
+    *err = make_file(request.path, [&](int made) { return fill_new_file(made, static_cast<std::uint32_t>(slot)); });
+    if (*err == EEXIST) *err = 0;  // another process was first, and its file serves
     if (*err) {
       say_error(request, "make", *err);
       return nullptr;
@@ -260,6 +244,19 @@ Store* Database::open(const OpenRequest& request, int* err) {
 void Database::release(Database* database) {
   std::lock_guard lock(table.mutex);
   if (--database->references_ == 0) table.unmap(database);
+}
+
+bool Database::has_key() const { return std::atomic_ref(header_->key_id).load(std::memory_order_acquire) != 0; }
+
+// Outside of every transaction: what opens the database does not change when one is aborted.
+bool Database::adopt_key(const Key& key, bool replace) {
+  static_assert(sizeof header_->key_id == sizeof key.id);
+  const auto id = load<std::uint64_t>(key.id);
+  std::atomic_ref stored(header_->key_id);
+  std::uint64_t before = 0;
+  if (stored.compare_exchange_strong(before, id, std::memory_order_acq_rel) || before == id) return true;
+  if (replace) stored.store(id, std::memory_order_release);
+  return replace;
 }
 
 bool Database::any_open() { return table.open_count.load(std::memory_order_relaxed) != 0; }

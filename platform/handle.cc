@@ -1,19 +1,27 @@
 // Handles: opened over a private store or a database, closed, and the transactions between.
 #include "platform/handle.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
+#include "kvt/primitives.h"
 #include "platform/database.h"
+#include "platform/key_file.h"
 #include "platform/key_store.h"
-#include "platform/secrets.h"
 
 namespace kvt {
 namespace {
 
 thread_local std::uint16_t tenant;
+
+constexpr std::int32_t kWorkspaceBytes = 16 * 1024;
 
 kvt_handle* make_handle(Store* store, const char* name, const kvt_handle_options& options) {
   auto* runtime = new (std::nothrow) kvt_runtime{};
@@ -49,6 +57,30 @@ kvt_handle_options options_or_default(const kvt_handle_options* given) {
   return given ? *given : options;
 }
 
+void clear_message(const kvt_handle_options& options) {
+  if (options.message && options.message_size) options.message[0] = '\0';
+}
+
+// Gives the store the key of the file. 0, or an error with the message filled in.
+int open_key(Store* store, const char* path, const kvt_handle_options& options) {
+  KeyFileRequest request = {path, geteuid(), options.create != 0, options.message, options.message_size};
+  Database* database = store->database();
+  if (database) {
+    struct stat file;
+    if (fstat(store->fd(), &file)) return errno;
+    request.owner = file.st_uid;
+    // A new key in the place of a lost one would hide the loss, and the old file could not come back.
+    if (database->has_key()) request.create = options.replace_key != 0;
+  }
+  int err = 0;
+  KeyHold key = key_file_open(request, &err);
+  if (!key) return err;
+  if (database && !database->adopt_key(*key, options.replace_key != 0))
+    return key_file_fail(request, EKEYREJECTED, "does not hold the key of the database");
+  store->set_key(std::move(key));
+  return 0;
+}
+
 Database* database_of(kvt_handle* handle) { return handle->runtime->store->database(); }
 
 bool has_open(kvt_handle* handle, std::uint32_t txn) {
@@ -76,27 +108,28 @@ void kvt_handle_options_init(kvt_handle_options* options) {
   options->slot = -1;
 }
 
-kvt_handle* kvt_handle_open_private(const kvt_handle_options* options, int* err) {
+kvt_handle* kvt_handle_open_private(const kvt_handle_options* given, int* err) {
+  const kvt_handle_options options = kvt::options_or_default(given);
+  kvt::clear_message(options);
   Store* store = Store::make_private();
-  kvt_handle* handle = store ? kvt::make_handle(store, "private", kvt::options_or_default(options)) : nullptr;
-  *err = handle ? 0 : ENOMEM;
+  *err = !store ? ENOMEM : options.key_file ? kvt::open_key(store, options.key_file, options) : 0;
+  kvt_handle* handle = *err ? nullptr : kvt::make_handle(store, "private", options);
+  if (!*err && !handle) *err = ENOMEM;
   if (store && !handle) store->destroy();
   return handle;
 }
 
 kvt_handle* kvt_handle_open_database(const char* path, const kvt_handle_options* given, int* err) {
-  kvt_handle_options options = kvt::options_or_default(given);
-  if (options.message && options.message_size) options.message[0] = '\0';
+  const kvt_handle_options options = kvt::options_or_default(given);
+  kvt::clear_message(options);
   *err = 0;
   Store* store = Database::open({path, options.create != 0, options.slot, options.message, options.message_size}, err);
   if (!store) return nullptr;
-  std::string key_file = options.key_file ? options.key_file : std::string(path) + ".key";
-  *err = kvt_keyring_open(key_file.c_str(), options.create, options.message, options.message_size);
+  const std::string key_file = options.key_file ? options.key_file : std::string(path) + ".key";
+  *err = kvt::open_key(store, key_file.c_str(), options);
   kvt_handle* handle = *err ? nullptr : kvt::make_handle(store, path, options);
-  if (!handle) {
-    if (!*err) *err = ENOMEM;
-    store->destroy();
-  }
+  if (!*err && !handle) *err = ENOMEM;
+  if (!handle) store->destroy();
   return handle;
 }
 
@@ -106,7 +139,23 @@ void kvt_handle_close(kvt_handle* handle) {
   Database* database = runtime->store->database();
   if (database && database->writer() == runtime->store) database->abort();
   runtime->store->destroy();
+  std::free(runtime->workspace);
   delete runtime;
+}
+
+void kvtlib_get_handle_ws(kvt_handle* handle, uint8_t** buffer, int32_t* length) {
+  kvt_runtime* runtime = handle->runtime;
+  const int32_t wanted = std::max(*length, kvt::kWorkspaceBytes);
+  if (wanted > runtime->workspace_length) {
+    // What it held is nobody's any more.
+    if (void* larger = std::malloc(static_cast<std::size_t>(wanted))) {
+      std::free(runtime->workspace);
+      runtime->workspace = static_cast<uint8_t*>(larger);
+      runtime->workspace_length = wanted;
+    }
+  }
+  *buffer = runtime->workspace;
+  *length = runtime->workspace_length;
 }
 
 uint32_t kvtdb_txn_begin(kvt_handle* handle, int* err) {
@@ -134,6 +183,7 @@ uint32_t kvtdb_txn_begin(kvt_handle* handle, int* err) {
 void kvtdb_txn_commit(kvt_handle* handle, uint32_t txn, int* err) {
   if (*err) return;
   if (!kvt::has_open(handle, txn)) return kvt_store_epoch_err(handle, EINVAL, err);
+  kvtlib_oid_settle(handle, txn);
   Database* database = kvt::database_of(handle);
   if (!database) return kvt::end_private(handle);
   handle->default_txn = KVT_NO_TXN;

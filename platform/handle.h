@@ -40,6 +40,9 @@ struct kvt_runtime {
   std::string name;
   kvt::DomainRules rules;
   kvt::TypeCache types;
+  bool settling;  // the runtime carries out destroys that waited
   bool txn_open;  // of a private store; a database knows its writer
   std::uint32_t txn_last;
+  std::uint8_t* workspace;  // see kvtlib_get_handle_ws
+  std::int32_t workspace_length;
 };

@@ -209,7 +209,9 @@ bool Heap::is_block(const void* block) const {
   return backing_->holds(chunk + size) && previous_size(chunk + size) == size;
 }
 
-std::uint32_t Heap::size_of_block(const void* block) { return size_of(cage_ref(block) - kHeader) - kHeader; }
+std::uint32_t Heap::block_size(const void* block) const {
+  return is_block(block) ? size_of(cage_ref(block) - kHeader) - kHeader : 0;
+}
 
 void Heap::mark_pending(void* block) {
   std::uint32_t chunk = cage_ref(block) - kHeader;

@@ -40,8 +40,7 @@ class Heap {
   void free(void* block);           // an address for which is_block holds
   // False for what is no allocated block of this heap, as far as can be told from its neighbours.
   bool is_block(const void* block) const;
-  // Bytes of an allocated block, at least those asked for.
-  static std::uint32_t size_of_block(const void* block);
+  std::uint32_t block_size(const void* block) const;  // 0 for what is no allocated block
   // Keeps a block out of use without giving it away: it counts as freed, but its bytes stay.
   void mark_pending(void* block);
   void clear_pending(void* block);

@@ -1,6 +1,8 @@
 // Integers and the boolean: wire and XML form. Access to them is inline in the header.
 #include "kvt/primitives.h"
+#include "platform/print_line.h"
 #include "platform/ref.h"
+#include "platform/super_fast_hash.h"
 #include "platform/wire_inline.h"
 #include "platform/xml_values.h"
 #include "platform/xml_write.h"
@@ -21,6 +23,13 @@ void from_xml(kvt_handle* handle, std::uint32_t txn, const char* path, kvt_xml_d
     kvt::store_announced(handle, txn, p, static_cast<T>(value));
 }
 
+template <class T>
+std::uint32_t print(kvt_handle* handle, char* buffer, std::uint32_t indent, const char* label, const char* type,
+                    const void* p, std::int32_t room, int* err) {
+  return kvt::print_line(handle, buffer, indent, label, type, room, err,
+                         [&](kvt::TextSink& sink) { sink.put_number(p ? kvt::load<T>(p) : T{0}); });
+}
+
 }  // namespace
 
 #define DEFINE_INTEGER(X, T)                                                                                           \
@@ -33,6 +42,11 @@ void from_xml(kvt_handle* handle, std::uint32_t txn, const char* path, kvt_xml_d
                               std::int32_t room, std::uint32_t, int* err) {                                            \
     return kvt::wire_get_field<T>(handle, txn, buffer, p, room, err);                                                  \
   }                                                                                                                    \
+  std::uint32_t X##_print(kvt_handle* handle, std::uint32_t, char* buffer, std::uint32_t indent, const char* label,    \
+                          const void* p, std::int32_t room, int* err) {                                                \
+    return print<T>(handle, buffer, indent, label, #X, p, room, err);                                                  \
+  }                                                                                                                    \
+  std::uint32_t X##_hash(const void* p, std::uint32_t seed) { return kvt::hash_bytes<sizeof(T)>(p, seed); }            \
   std::uint32_t X##_to_xml(kvt_handle* handle, std::uint32_t, const char* label, char* buffer, const void* p,          \
                            std::int32_t room, std::uint32_t state, int* err) {                                         \
     return to_xml<T>(handle, label, buffer, p, room, state, err);                                                      \
@@ -59,6 +73,17 @@ std::uint32_t kvt_boolean_marshal(kvt_handle* handle, std::uint32_t, std::uint8_
 std::uint32_t kvt_boolean_unmarshal(kvt_handle* handle, std::uint32_t txn, const std::uint8_t* buffer, void* p,
                                     std::int32_t room, std::uint32_t, int* err) {
   return kvt::wire_get_boolean_field(handle, txn, buffer, p, room, err);
+}
+
+std::uint32_t kvt_boolean_print(kvt_handle* handle, std::uint32_t, char* buffer, std::uint32_t indent,
+                                const char* label, const void* p, std::int32_t room, int* err) {
+  return kvt::print_line(handle, buffer, indent, label, "kvt_boolean", room, err, [&](kvt::TextSink& sink) {
+    sink.put(std::string_view(p && kvt::load<kvt_boolean>(p) ? "true" : "false"));
+  });
+}
+
+std::uint32_t kvt_boolean_hash(const void* p, std::uint32_t seed) {
+  return kvt::hash_boolean(kvt::load<kvt_boolean>(p), seed);
 }
 
 std::uint32_t kvt_boolean_to_xml(kvt_handle* handle, std::uint32_t, const char* label, char* buffer, const void* p,

@@ -1,8 +1,10 @@
-// The keys with which this process seals and opens secrets. A key lives as long as the process.
+// The keys with which this process opens secrets. A key is there as long as somebody holds it: the stores that seal
+// under it, and whoever is opening a secret with it. The last one to let go wipes it.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 namespace kvt {
 
@@ -10,17 +12,23 @@ constexpr std::size_t kKeySize = 32;
 constexpr std::size_t kKeyIdSize = 8;
 
 struct Key {
+  Key() = default;
+  ~Key();
+  Key(const Key&) = delete;
+  Key& operator=(const Key&) = delete;
+
   std::uint8_t id[kKeyIdSize];  // the first bytes of the key's SHA-256
   std::uint8_t bytes[kKeySize];
-  const Key* next;
 };
 
-// The key that seals: that of the key file opened last; without one a random key of this process. NULL: no randomness.
-const Key* keyring_sealing_key();
+using KeyHold = std::shared_ptr<const Key>;
+
+// A hold on the key with these bytes; NULL when there is no memory.
+KeyHold keyring_add(const std::uint8_t* bytes);
 // NULL when this process has no such key.
-const Key* keyring_find(const std::uint8_t* id);
-// Whether `id` is that of this process's random key while a key file is open by now. What that key sealed could not be
-// opened any more once the process has ended.
-bool keyring_is_outdated(const std::uint8_t* id);
+KeyHold keyring_find(const std::uint8_t* id);
+// The random key of this process, for private stores that were given none. It is made anew when nobody held it any
+// more. NULL: no randomness.
+KeyHold keyring_process_key();
 
 }  // namespace kvt

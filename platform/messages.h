@@ -8,18 +8,16 @@
 namespace kvt {
 
 enum class Message : std::uint32_t {
-  kNoCage,
-  kOutsideCage,
-  kBadFree,
-  kLogFull,
-  kRangeRefused,
-  kFreeRefused,
-  kBadLog,
+#define KVT_MESSAGE(family, name, level, text) name,
+#include "platform/messages.def"
+#undef KVT_MESSAGE
   kCount,
 };
 
-void trace(Message message, std::uint32_t level, std::uint64_t number = 0);
-// Traces the message at level 0 and ends the process.
+void trace(Message message);
+void trace(Message message, std::int64_t number);
+void trace(Message message, const char* text);
+// Traces the message and ends the process.
 [[noreturn]] void stop(Message message);
 
 }  // namespace kvt

@@ -61,6 +61,24 @@ const std::uint32_t* ref_map_find(const RefMapHead& map, std::uint32_t key) {
   return entry->key ? &entry->value : nullptr;
 }
 
+std::uint32_t ref_map_key_in(const RefMapHead& map, std::uint32_t begin, std::uint32_t length) {
+  if (!map.count || !length) return 0;
+  const Entry* entries = entries_of(map);
+  auto find_from = [&](std::uint32_t i) {
+    while (entries[i].key && entries[i].key - begin >= length) i = (i + 1) & (map.capacity - 1);
+    return entries[i].key;
+  };
+  std::uint32_t key = 0;
+  // Whichever is less: asking at each home, or looking at each entry.
+  if (length / kStep < map.capacity) {
+    const std::uint32_t last = (begin + length - 1) / kStep;
+    for (std::uint32_t step = begin / kStep; !key && step <= last; step++) key = find_from(home_of(map, step * kStep));
+  } else {
+    for (std::uint32_t i = 0; !key && i < map.capacity; i++) key = find_from(i);
+  }
+  return key;
+}
+
 int ref_map_put(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t key, std::uint32_t value) {
   if (Entry* entry = map->count ? probe(*map, key) : nullptr; entry && entry->key) {
     return entry->value == value || store.write(&entry->value, value, txn) ? 0 : EPERM;
@@ -74,12 +92,11 @@ int ref_map_put(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t 
   return 0;
 }
 
-namespace {
-
-bool remove_at(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t hole) {
-  if (!store.announce_range(&map->count, sizeof map->count, txn)) return false;
+bool ref_map_remove(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t key) {
+  if (!ref_map_find(*map, key) || !store.announce_range(&map->count, sizeof map->count, txn)) return false;
   Entry* entries = entries_of(*map);
   std::uint32_t mask = map->capacity - 1;
+  std::uint32_t hole = static_cast<std::uint32_t>(probe(*map, key) - entries);
   for (std::uint32_t i = (hole + 1) & mask; entries[i].key; i = (i + 1) & mask) {
     // An entry may move up unless its home lies behind the hole, seen from the entry.
     if (((i - home_of(*map, entries[i].key)) & mask) < ((i - hole) & mask)) continue;
@@ -89,33 +106,6 @@ bool remove_at(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t h
   store.write(&entries[hole], Entry{0, 0}, txn);
   map->count--;
   return true;
-}
-
-}  // namespace
-
-bool ref_map_remove(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t key) {
-  return ref_map_find(*map, key) &&
-         remove_at(store, txn, map, static_cast<std::uint32_t>(probe(*map, key) - entries_of(*map)));
-}
-
-void ref_map_remove_range(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t begin, std::uint32_t end) {
-  if (!map->count || begin >= end) return;
-  Entry* entries = entries_of(*map);
-  const std::uint32_t mask = map->capacity - 1;
-  auto clear = [&](std::uint32_t i) {
-    while (entries[i].key) {
-      if (entries[i].key - begin >= end - begin) {
-        i = (i + 1) & mask;
-      } else if (!remove_at(store, txn, map, i)) {
-        return;
-      }
-    }
-  };
-  if ((end - begin) / kStep >= map->capacity) {
-    for (std::uint32_t i = 0; i <= mask; i++) clear(i);
-    return;
-  }
-  for (std::uint32_t key = begin / kStep; key <= (end - 1) / kStep; key++) clear(home_of(*map, key * kStep));
 }
 
 }  // namespace kvt

@@ -13,7 +13,8 @@ const std::uint32_t* ref_map_find(const RefMapHead& map, std::uint32_t key);
 int ref_map_put(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t key, std::uint32_t value);
 // False when the key is absent.
 bool ref_map_remove(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t key);
-// Removes all keys in [begin, end).
-void ref_map_remove_range(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t begin, std::uint32_t end);
+
+// A key in [begin, begin + length); 0 if the map has none there.
+std::uint32_t ref_map_key_in(const RefMapHead& map, std::uint32_t begin, std::uint32_t length);
 
 }  // namespace kvt

@@ -1,4 +1,6 @@
 // Type records: static ones by number, registered ones by reference, and the way from one to the other.
+#include "platform/registry.h"
+
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -31,6 +33,19 @@ bool has_own_registry(const kvt_handle* handle) {
 }
 
 }  // namespace
+
+const kvt_static_type* static_type_of(const kvt_type_record* record) {
+  if (is_static_number(record->varinfo)) return kvt_static_type_at(record->varinfo);
+  for (kvt_static_module& module : kvt_static_modules) {
+    const std::uint32_t count = std::atomic_ref(module.count).load(std::memory_order_acquire);
+    const kvt_static_type* types = std::atomic_ref(module.types).load(std::memory_order_relaxed);
+    for (std::uint32_t i = 0; i < count; i++) {
+      if (!std::memcmp(types[i].record->luid, record->luid, sizeof record->luid)) return &types[i];
+    }
+  }
+  return nullptr;
+}
+
 }  // namespace kvt
 
 using namespace kvt;

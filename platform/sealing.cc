@@ -8,8 +8,6 @@
 #include <cstring>
 #include <memory>
 
-#include "platform/keyring.h"
-
 namespace {
 
 constexpr std::size_t kNonceSize = 12;
@@ -27,15 +25,14 @@ using Context = std::unique_ptr<EVP_CIPHER_CTX, FreeContext>;
 
 namespace kvt {
 
-bool seal(const void* plain, std::size_t length, std::uint8_t* sealed) {
-  const Key* key = keyring_sealing_key();
+bool seal(const Key& key, const void* plain, std::size_t length, std::uint8_t* sealed) {
   const Context context(EVP_CIPHER_CTX_new());
-  if (!key || !context) return false;
-  std::memcpy(sealed, key->id, kKeyIdSize);
+  if (!context) return false;
+  std::memcpy(sealed, key.id, kKeyIdSize);
   int done = 0, rest = 0;
   std::uint8_t* text = sealed + kSealOverhead;
   return RAND_bytes(sealed + kNonceOffset, kNonceSize) == 1 &&
-         EVP_EncryptInit_ex(context.get(), EVP_aes_256_gcm(), nullptr, key->bytes, sealed + kNonceOffset) == 1 &&
+         EVP_EncryptInit_ex(context.get(), EVP_aes_256_gcm(), nullptr, key.bytes, sealed + kNonceOffset) == 1 &&
          EVP_EncryptUpdate(context.get(), text, &done, static_cast<const std::uint8_t*>(plain),
                            static_cast<int>(length)) == 1 &&
          EVP_EncryptFinal_ex(context.get(), text + done, &rest) == 1 &&
@@ -44,7 +41,7 @@ bool seal(const void* plain, std::size_t length, std::uint8_t* sealed) {
 
 bool unseal(const std::uint8_t* sealed, std::size_t sealed_length, std::uint8_t* plain) {
   if (sealed_length < kSealOverhead) return false;
-  const Key* key = keyring_find(sealed);
+  const KeyHold key = keyring_find(sealing_key_id(sealed));
   const Context context(key ? EVP_CIPHER_CTX_new() : nullptr);
   if (!context) return false;
   const std::size_t length = sealed_length - kSealOverhead;

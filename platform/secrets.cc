@@ -1,16 +1,18 @@
-// kvt_aes_vstring: text that lies sealed in the object's block. Plain text never reaches the cage or a wire buffer;
-// where it is needed for a moment, it is in memory of this process alone and is wiped.
-#include "platform/secrets.h"
-
+// kvt_aes_vstring: text that lies sealed in the object's block, under the key of the store that the block is in. Plain
+// text never reaches the cage or a wire buffer; where it is needed for a moment, it is in memory of this process alone
+// and is wiped. See docs/design/secrets.md.
 #include <openssl/crypto.h>
 
 #include <cstdlib>
 #include <cstring>
 
+#include "kvt/primitives.h"
 #include "platform/content.h"
-#include "platform/keyring.h"
+#include "platform/handle.h"
+#include "platform/print_line.h"
 #include "platform/ref.h"
 #include "platform/sealing.h"
+#include "platform/super_fast_hash.h"
 #include "platform/wire_inline.h"
 #include "platform/xml_values.h"
 #include "platform/xml_write.h"
@@ -26,6 +28,7 @@ STORED_FIELD(kvt_aes_vstring, plain_length, 8, std::uint32_t);
 
 constexpr std::uint32_t kLengthSize = sizeof(std::uint32_t);
 constexpr kvt_aes_vstring kEmpty{};
+constexpr std::string_view kMask = "********";  // whatever the length of the text
 
 struct Sealed {
   const std::uint8_t* bytes;
@@ -41,7 +44,7 @@ Sealed sealed_of(const void* p) {
   return {bytes, field.length, static_cast<std::uint32_t>(field.length - kSealOverhead)};
 }
 
-// The text of a secret for the length of a comparison.
+// The text of a secret for as long as it is looked at or sealed anew.
 class PlainText {
  public:
   explicit PlainText(const Sealed& sealed) : length_(sealed.plain_length) {
@@ -55,6 +58,7 @@ class PlainText {
   PlainText(const PlainText&) = delete;
   PlainText& operator=(const PlainText&) = delete;
   bool open() const { return open_; }
+  bool no_memory() const { return !at_; }
   const void* data() const { return at_; }
   std::size_t size() const { return length_; }
 
@@ -94,7 +98,8 @@ bool assign_plain(kvt_handle* handle, std::uint32_t txn, void* p, const void* by
   if (length) {
     block = kvt::content_alloc(handle, txn, kSealOverhead + length, err);
     if (!block) return false;
-    if (!kvt::seal(bytes, length, static_cast<std::uint8_t*>(block))) {
+    const kvt::Key* key = handle->runtime->store->sealing_key();
+    if (!key || !kvt::seal(*key, bytes, length, static_cast<std::uint8_t*>(block))) {
       handle->store_free(handle->store, txn, block);
       kvt::report_error(handle, EIO, err);
       return false;
@@ -104,6 +109,14 @@ bool assign_plain(kvt_handle* handle, std::uint32_t txn, void* p, const void* by
   return true;
 }
 
+// Whether the sealed form is under the key of the handle's store.
+bool is_own(kvt_handle* handle, const std::uint8_t* sealed) {
+  const kvt::Key* key = handle->runtime->store->sealing_key();
+  return key && !std::memcmp(kvt::sealing_key_id(sealed), key->id, kvt::kKeyIdSize);
+}
+
+// A secret from elsewhere is sealed anew, so that a store's secrets need no key but its own; one that no key at hand
+// opens is kept as it came.
 bool assign_sealed(kvt_handle* handle, std::uint32_t txn, void* p, const std::uint8_t* bytes, std::size_t length,
                    int* err, bool free_old = true) {
   void* block = nullptr;
@@ -112,11 +125,14 @@ bool assign_sealed(kvt_handle* handle, std::uint32_t txn, void* p, const std::ui
       kvt::report_error(handle, EINVAL, err);
       return false;
     }
-    // The copy of a secret must not be lost with the process that first held it in a private store.
-    if (kvt::keyring_is_outdated(bytes)) {
+    if (!is_own(handle, bytes)) {
       const PlainText text(
           {bytes, static_cast<std::uint32_t>(length), static_cast<std::uint32_t>(length - kSealOverhead)});
       if (text.open()) return assign_plain(handle, txn, p, text.data(), text.size(), err, free_old);
+      if (text.no_memory()) {
+        kvt::report_error(handle, ENOMEM, err);
+        return false;
+      }
     }
     block = kvt::content_alloc(handle, txn, length, err);
     if (!block) return false;
@@ -152,6 +168,22 @@ std::int32_t kvt_aes_vstring_compare(const void* a, const void* b) {
   if (left_text.open() != right_text.open()) return left_text.open() ? -1 : 1;
   if (!left_text.open()) return sealed_order;
   return kvt::bytes_compare(left_text.data(), left_text.size(), right_text.data(), right_text.size());
+}
+
+std::uint32_t kvt_aes_vstring_print(kvt_handle* handle, std::uint32_t, char* buffer, std::uint32_t indent,
+                                    const char* label, const void* p, std::int32_t room, int* err) {
+  const bool empty = !sealed_of(p).bytes;
+  return kvt::print_line(handle, buffer, indent, label, "kvt_aes_vstring", room, err, [&](kvt::TextSink& sink) {
+    if (!empty) sink.put(kMask);
+  });
+}
+
+// By the plain text: each sealing of one text gives other bytes. What no key opens is equal only to its own bytes.
+std::uint32_t kvt_aes_vstring_hash(const void* p, std::uint32_t seed) {
+  const Sealed field = sealed_of(p);
+  const PlainText text(field);
+  if (!text.open()) return kvt::hash_content(field.bytes, field.length, seed);
+  return kvt::hash_content(text.data(), text.size(), seed);
 }
 
 void kvt_aes_vstring_assign(kvt_handle* handle, std::uint32_t txn, void* p, const void* bytes, std::size_t length,
@@ -205,7 +237,7 @@ void kvt_aes_vstring_from_xml(kvt_handle* handle, std::uint32_t txn, const char*
 
 std::int64_t kvt_aes_vstring_text(const void* p, char* buffer, std::size_t size) {
   const Sealed field = sealed_of(p);
-  if (field.bytes && !kvt::keyring_find(field.bytes)) return -1;
+  if (field.bytes && !kvt::keyring_find(kvt::sealing_key_id(field.bytes))) return -1;
   if (size <= field.plain_length) return field.plain_length;
   if (field.bytes && !kvt::unseal(field.bytes, field.length, reinterpret_cast<std::uint8_t*>(buffer))) return -1;
   buffer[field.plain_length] = 0;

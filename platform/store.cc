@@ -8,6 +8,7 @@
 
 #include "platform/database.h"
 #include "platform/messages.h"
+#include "platform/oid.h"
 #include "platform/ref_map.h"
 
 namespace kvt {
@@ -74,6 +75,7 @@ void Store::destroy() {
   } else {
     segments_release(static_cast<const Store*>(this));
   }
+  key_.reset();
   std::lock_guard lock(stores_mutex);
   alive_ = false;
   next_free_ = stores_free;
@@ -88,6 +90,11 @@ bool Store::in_range(const void* address) const {
 bool Store::can_write() const { return !database_ || database_->writer() == this; }
 
 std::uint32_t Store::open_txn() const { return database_ ? database_->txn() : 0; }
+
+const Key* Store::sealing_key() {
+  if (!key_ && is_private()) key_ = keyring_process_key();
+  return key_.get();
+}
 
 void* Store::alloc(std::uint32_t txn, std::uint32_t size) {
   if (!database_) return heap_.alloc(size);
@@ -104,24 +111,26 @@ bool Store::is_permanent(const void* address) const { return database_ && databa
 
 void Store::free(std::uint32_t txn, void* block) {
   if (!block) return;
-  if (!database_) {
-    if (!heap_.is_block(block)) stop(Message::kBadFree);
-    forget_sides(txn, block, Heap::size_of_block(block));
+  if (database_ && !database_->may_write(this, txn)) {
+    trace(Message::kFreeRefused);
+    return;
+  }
+  const std::uint32_t size = block_size(block);
+  if (!size) stop(Message::kBadFree);
+  // An object that lost a variant goes without a word about the objects nested above it.
+  while (const std::uint32_t object = ref_map_key_in(roots_->sides, cage_ref(block), size)) {
+    if (!ref_map_remove(*this, txn, &roots_->sides, object)) break;
+  }
+  forget_oids(*this, txn, cage_ref(block), size);
+  if (database_) {
+    database_->free(block);
+  } else {
     heap_.free(block);
-    return;
   }
-  if (!database_->may_write(this, txn)) {
-    trace(Message::kFreeRefused, KVT_LEVEL_ERROR);
-    return;
-  }
-  forget_sides(txn, block, database_->size_of_block(block));
-  database_->free(block);
 }
 
-// An object that lost a variant goes without a word about the objects nested above it.
-void Store::forget_sides(std::uint32_t txn, void* block, std::uint32_t size) {
-  const std::uint32_t begin = cage_ref(block);
-  ref_map_remove_range(*this, txn, &roots_->sides, begin, begin + size);
+std::uint32_t Store::block_size(const void* block) const {
+  return database_ ? database_->block_size(block) : heap_.block_size(block);
 }
 
 bool Store::announce_shared(void* at, std::uint32_t length, std::uint32_t txn) {

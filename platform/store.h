@@ -3,9 +3,11 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 
 #include "kvt/table.h"
 #include "platform/heap.h"
+#include "platform/keyring.h"
 
 namespace kvt {
 
@@ -31,10 +33,14 @@ struct StoreRoots {  // stored format
   std::uint32_t contents_entries;  // list of TocEntry
   RefMapHead sides;                // object -> offset of its state block
   RefMapHead oids;                 // object -> OidEntry
-  std::uint64_t oid_last;
+  std::uint64_t oid_last;          // the serial given out last
   kvt_db_stats stats;
+  RefMapHead oids_by_serial;  // lower half of a serial -> OidEntry, of the identities that were given out
+  std::uint32_t oids_due;     // list of OidEntry: objects to destroy that nothing refers to any more
+  std::uint32_t reserved;
+  std::uint8_t identity[16];  // of the store, at random; zero until it is needed
 };
-STORED_SIZE(StoreRoots, sizeof(HeapMeta) + 2 * kKeyBuckets * 4 + 16 + 32 + 8 + 64);
+STORED_SIZE(StoreRoots, sizeof(HeapMeta) + 2 * kKeyBuckets * 4 + 16 + 32 + 8 + 64 + 40);
 
 class Store : public HeapBacking {
  public:
@@ -52,12 +58,18 @@ class Store : public HeapBacking {
   bool in_range(const void* address) const;
   bool can_write() const;  // the lock is held, or there is none
   std::uint32_t open_txn() const;
+  // The key under which secrets lie in this store: the one it was given, else, in a private store, that of the process.
+  // NULL: no randomness.
+  const Key* sealing_key();
+  void set_key(KeyHold key) { key_ = std::move(key); }
 
   void* alloc(std::uint32_t txn, std::uint32_t size);
   // Memory that outlives an abort: for what the process remembers by address.
   void* alloc_permanent(std::uint32_t size);
   bool is_permanent(const void* address) const;
   void free(std::uint32_t txn, void* block);
+  // Bytes of an allocated block; 0 for an address that is none.
+  std::uint32_t block_size(const void* block) const;
   // True when the range may be written now; its bytes are then safe.
   bool announce_range(void* at, std::uint32_t length, std::uint32_t txn) {
     return !database_ || announce_shared(at, length, txn);
@@ -79,13 +91,13 @@ class Store : public HeapBacking {
   Store() = default;
   static Store* make();
   bool announce_shared(void* at, std::uint32_t length, std::uint32_t txn);
-  void forget_sides(std::uint32_t txn, void* block, std::uint32_t size);
 
   bool alive_ = false;
   Database* database_ = nullptr;
   int fd_ = -1;
   StoreRoots* roots_ = nullptr;
   Heap heap_;  // of a private store
+  KeyHold key_;
   Store* next_free_ = nullptr;
 };
 

@@ -3,7 +3,9 @@
 
 #include "kvt/primitives.h"
 #include "platform/content.h"
+#include "platform/print_line.h"
 #include "platform/ref.h"
+#include "platform/super_fast_hash.h"
 #include "platform/wire_inline.h"
 #include "platform/xml_values.h"
 #include "platform/xml_write.h"
@@ -96,6 +98,17 @@ std::uint32_t unmarshal(kvt_handle* handle, std::uint32_t txn, const std::uint8_
   return kLengthSize + length;
 }
 
+void put_hexadecimal(kvt::TextSink& sink, std::string_view bytes) { sink.put_hex(bytes); }
+
+template <class Put>
+std::uint32_t print(kvt_handle* handle, char* buffer, std::uint32_t indent, const char* label, const char* type,
+                    const void* p, Put put, std::int32_t room, int* err) {
+  const OwnedBytes field = owned(p);
+  return kvt::print_line(handle, buffer, indent, label, type, room, err, [&](kvt::TextSink& sink) {
+    put(sink, std::string_view(field.length ? field.at.get() : "", field.length));
+  });
+}
+
 std::uint32_t to_xml(kvt_handle* handle, const char* label, char* buffer, const void* p, kvt::XmlForm form,
                      std::int32_t room, std::uint32_t state, int* err) {
   if (*err) return 0;
@@ -112,7 +125,7 @@ void from_xml(kvt_handle* handle, std::uint32_t txn, const char* path, kvt_xml_d
 
 }  // namespace
 
-#define DEFINE_STRING(X, FORM)                                                                                         \
+#define DEFINE_STRING(X, FORM, PUT)                                                                                    \
   void X##_set(kvt_handle* handle, std::uint32_t txn, void* p, const void* source, int* err) {                         \
     set(handle, txn, p, source, err);                                                                                  \
   }                                                                                                                    \
@@ -120,6 +133,14 @@ void from_xml(kvt_handle* handle, std::uint32_t txn, const char* path, kvt_xml_d
   std::int32_t X##_compare(const void* a, const void* b) { return compare(a, b); }                                     \
   void X##_assign(kvt_handle* handle, std::uint32_t txn, void* p, const void* bytes, std::size_t length, int* err) {   \
     if (!*err) assign(handle, txn, p, bytes, length, err);                                                             \
+  }                                                                                                                    \
+  std::uint32_t X##_print(kvt_handle* handle, std::uint32_t, char* buffer, std::uint32_t indent, const char* label,    \
+                          const void* p, std::int32_t room, int* err) {                                                \
+    return print(handle, buffer, indent, label, #X, p, PUT, room, err);                                                \
+  }                                                                                                                    \
+  std::uint32_t X##_hash(const void* p, std::uint32_t seed) {                                                          \
+    const OwnedBytes field = owned(p);                                                                                 \
+    return kvt::hash_content(field.at.get(), field.length, seed);                                                      \
   }                                                                                                                    \
   std::uint32_t X##_len(kvt_handle*, std::uint32_t, const void* p) { return kLengthSize + owned(p).length; }           \
   std::uint32_t X##_marshal(kvt_handle* handle, std::uint32_t, std::uint8_t* buffer, const void* p, std::int32_t room, \
@@ -141,8 +162,8 @@ void from_xml(kvt_handle* handle, std::uint32_t txn, const char* path, kvt_xml_d
 
 extern "C" {
 
-DEFINE_STRING(kvt_vstring, kvt::XmlForm::kText)
-DEFINE_STRING(qep_bytestr, kvt::XmlForm::kHex)
+DEFINE_STRING(kvt_vstring, kvt::XmlForm::kText, kvt::put_quoted)
+DEFINE_STRING(qep_bytestr, kvt::XmlForm::kHex, put_hexadecimal)
 
 const char* kvt_vstring_text(const void* p) {
   const OwnedBytes field = owned(p);

@@ -1,16 +1,19 @@
 // The trace facility: calls go to a ring as raw arguments; text is made only for a sink, and for the line of a process
-// that is about to stop. Nothing here allocates or takes a lock on the way of a trace call.
+// that is about to stop. A call that nobody hears allocates nothing and takes no lock.
 #include "platform/trace.h"
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <string_view>
+
+#include "platform/trace_texts.h"
 
 extern "C" {
 std::uint32_t fenlog_threshold = KVT_LEVEL_NOTICE;
@@ -46,6 +49,11 @@ constinit std::atomic<std::uint32_t> g_sink_version{0};
 constinit std::atomic<fenlog_sink> g_sink{nullptr};
 constinit std::atomic<void*> g_sink_argument{nullptr};
 thread_local bool t_in_sink = false;
+
+constexpr std::size_t kFileSize = 4096;
+constinit std::mutex g_file_change;
+char g_file[kFileSize];
+std::atomic<bool> g_file_set{false};
 
 constexpr std::size_t kMaxModules = 256;
 constexpr std::size_t kModuleNameSize = 64;
@@ -156,29 +164,44 @@ bool trace_read(std::uint64_t ticket, TraceEntry* entry) {
 }
 
 void trace_format(const TraceEntry& entry, char* out, std::size_t size) {
-  Line line(out, size);
   const fenlog_table* table = entry.table;
-  if (!table || !table->texts || entry.index >= table->count) {
+  trace_format_as(table ? message_text(*table, entry.index) : std::string_view(), table ? table->number : 0, entry, out,
+                  size);
+}
+
+void trace_format_as(std::string_view text, unsigned table_number, const TraceEntry& entry, char* out,
+                     std::size_t size) {
+  Line line(out, size);
+  if (text.empty()) {
     line.put_formatted("message %u", entry.index);
-    line.put_formatted(" of table %u", table ? unsigned{table->number} : 0u);
+    line.put_formatted(" of table %u", table_number);
+    for (std::uint32_t i = 0; i < entry.argument_count; ++i) {
+      line.put(i ? ", " : ": ");
+      put_argument(&line, 'u', entry.arguments[i]);
+    }
     return;
   }
   std::uint32_t next = 0;
-  for (const char* at = table->texts[entry.index]; *at; ++at) {
-    if (*at != '%') {
-      line.put(*at);
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (text[at] != '%') {
+      line.put(text[at]);
       continue;
     }
-    at += 1 + std::strspn(at + 1, "0123456789.-+ #lzh");
-    if (!*at) break;
-    if (*at == '%') {
+    at = text.find_first_not_of("0123456789.-+ #lzh", at + 1);
+    if (at == text.npos) break;
+    if (text[at] == '%') {
       line.put('%');
     } else if (next < entry.argument_count) {
-      put_argument(&line, *at, entry.arguments[next++]);
+      put_argument(&line, text[at], entry.arguments[next++]);
     } else {
       line.put('?');
     }
   }
+}
+
+std::vector<std::string> trace_modules() {
+  const std::lock_guard lock(g_modules_change);
+  return {g_module_names, g_module_names + g_module_count};
 }
 
 }  // namespace kvt
@@ -248,6 +271,23 @@ void fenlog_set_sink(fenlog_sink sink, void* argument) {
 
 void fenlog_set_level(unsigned level) { __atomic_store_n(&fenlog_threshold, level << 24, __ATOMIC_RELAXED); }
 
-void kvt_fatal(void) { std::abort(); }
+int fenlog_set_file(const char* path) {
+  const std::lock_guard lock(g_file_change);
+  if (path && std::strlen(path) >= sizeof g_file) return EINVAL;
+  std::strcpy(g_file, path ? path : "");
+  g_file_set = true;
+  return 0;
+}
+
+void kvt_fatal(void) {
+  char file[kFileSize];
+  {
+    const std::lock_guard lock(g_file_change);
+    std::memcpy(file, g_file, sizeof file);
+  }
+  const char* path = g_file_set ? file : secure_getenv("FENLOG_FILE");
+  if (path && *path) fenlog_save(path);  // that it failed has nobody left to be told
+  std::abort();
+}
 
 }  // extern "C"

@@ -3,6 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "kvt/trace.h"
 
@@ -36,5 +39,10 @@ KVT_EXPORT std::uint64_t trace_count();
 KVT_EXPORT bool trace_read(std::uint64_t ticket, TraceEntry* entry);
 // Formats an entry as a line; always NUL-terminated, cut to `size`.
 KVT_EXPORT void trace_format(const TraceEntry& entry, char* line, std::size_t size);
+// As above, with the message's text given; without one (empty) the line tells the numbers and the raw arguments.
+KVT_EXPORT void trace_format_as(std::string_view text, unsigned table_number, const TraceEntry& entry, char* line,
+                                std::size_t size);
+// The names of the modules that have been bound; the first has id 1.
+std::vector<std::string> trace_modules();
 
 }  // namespace kvt

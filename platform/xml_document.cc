@@ -38,12 +38,20 @@ pugi::xml_node following(pugi::xml_node node, pugi::xml_node scope) {
 // Where a name that begins at `at` ends.
 std::size_t name_end(std::string_view path, std::size_t at) { return std::min(path.find('/', at), path.size()); }
 
+// What calls below this one have left on the stack. The parser's library may have its calls resolved on their way, and
+// then the vector registers lie there, with pieces of the text in them.
+[[gnu::noinline]] void wipe_stack() {
+  char room[16 * 1024];
+  OPENSSL_cleanse(room, sizeof room);
+}
+
 }  // namespace
 
 kvt_xml_document::~kvt_xml_document() {
   // An import file holds secrets as they were typed.
   if (text_) OPENSSL_cleanse(text_, text_size_);
   std::free(text_);
+  wipe_stack();
 }
 
 void kvt_xml_document::place(std::size_t offset, std::uint32_t* line, std::uint32_t* column) const {
@@ -83,6 +91,7 @@ bool kvt_xml_document::parse(const char* text, std::size_t length, char* message
   text_size_ = length;
   std::memcpy(text_, text, length);
   const pugi::xml_parse_result result = tree_.load_buffer_inplace(text_, length, kParseFlags, pugi::encoding_utf8);
+  wipe_stack();
   if (!result) {
     const auto offset = static_cast<std::size_t>(std::max<std::ptrdiff_t>(result.offset, 0));
     return fail(std::min(offset, length), result.description());

@@ -1,32 +1,17 @@
-// Writing elements. Each write runs twice over the same code: once to count, once to store.
+// Writing elements.
 #include "platform/xml_write.h"
 
-#include <cerrno>
-#include <charconv>
-#include <cstring>
 #include <string_view>
 
-#include "platform/wire_inline.h"
+#include "platform/text_sink.h"
 #include "platform/xml_text.h"
 
 namespace kvt {
 namespace {
 
-// Counts what is put, and stores it unless it only counts.
-class Sink {
+class Sink : public TextSink {
  public:
-  explicit Sink(char* at) : at_(at) {}
-  std::size_t used() const { return used_; }
-  void put(std::string_view text) {
-    if (at_) std::memcpy(at_ + used_, text.data(), text.size());
-    used_ += text.size();
-  }
-  void put(char c) { put(std::string_view(&c, 1)); }
-  void put_number(std::uint64_t value) {
-    char digits[20];
-    const auto result = std::to_chars(digits, digits + sizeof digits, value);
-    put(std::string_view(digits, static_cast<std::size_t>(result.ptr - digits)));
-  }
+  using TextSink::TextSink;
   void put_escaped(std::string_view text) {
     for (const char c : text)
       if (const char* escape = xml_escape(c)) {
@@ -34,13 +19,6 @@ class Sink {
       } else {
         put(c);
       }
-  }
-  void put_hex(std::string_view bytes) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    for (const char c : bytes) {
-      put(kDigits[static_cast<unsigned char>(c) >> 4]);
-      put(kDigits[static_cast<unsigned char>(c) & 15]);
-    }
   }
   void put_opening(std::string_view name, std::uint32_t state, std::string_view encoding) {
     put('<');
@@ -62,20 +40,11 @@ class Sink {
     put(name);
     put('>');
   }
-
- private:
-  char* at_;
-  std::size_t used_ = 0;
 };
 
 template <class Write>
-std::uint32_t write_fitting(kvt_handle* handle, char* buffer, std::int32_t room, int* err, Write write) {
-  Sink count(nullptr);
-  write(count);
-  if (!wire_room(handle, count.used(), room, err)) return 0;
-  Sink sink(buffer);
-  write(sink);
-  return static_cast<std::uint32_t>(sink.used());
+std::uint32_t write_xml(kvt_handle* handle, char* buffer, std::int32_t room, int* err, Write write) {
+  return write_fitting<Sink>(handle, buffer, room, err, write);
 }
 
 }  // namespace
@@ -86,7 +55,7 @@ std::uint32_t xml_write_element(kvt_handle* handle, char* buffer, const char* na
   const std::string_view content(length ? static_cast<const char*>(bytes) : "", length);
   if (form == XmlForm::kText && !xml_text_ok(content.data(), content.size())) form = XmlForm::kHex;
   const char* encoding = form == XmlForm::kText || content.empty() ? "" : form == XmlForm::kHex ? "hex" : "sealed";
-  return write_fitting(handle, buffer, room, err, [&](Sink& sink) {
+  return write_xml(handle, buffer, room, err, [&](Sink& sink) {
     sink.put_opening(name, state, encoding);
     if (form == XmlForm::kText) {
       sink.put_escaped(content);
@@ -100,7 +69,7 @@ std::uint32_t xml_write_element(kvt_handle* handle, char* buffer, const char* na
 std::uint32_t xml_write_number(kvt_handle* handle, char* buffer, const char* name, std::uint64_t value,
                                std::int32_t room, std::uint32_t state, int* err) {
   if (*err) return 0;
-  return write_fitting(handle, buffer, room, err, [&](Sink& sink) {
+  return write_xml(handle, buffer, room, err, [&](Sink& sink) {
     sink.put_opening(name, state, "");
     sink.put_number(value);
     sink.put_closing(name);
@@ -114,12 +83,12 @@ extern "C" {
 std::uint32_t start_tag(kvt_handle* handle, std::uint32_t, char* buffer, const char* name, std::int32_t room,
                         std::uint32_t state, int* err) {
   if (*err) return 0;
-  return kvt::write_fitting(handle, buffer, room, err, [&](kvt::Sink& sink) { sink.put_opening(name, state, ""); });
+  return kvt::write_xml(handle, buffer, room, err, [&](kvt::Sink& sink) { sink.put_opening(name, state, ""); });
 }
 
 std::uint32_t end_tag(kvt_handle* handle, std::uint32_t, char* buffer, const char* name, std::int32_t room, int* err) {
   if (*err) return 0;
-  return kvt::write_fitting(handle, buffer, room, err, [&](kvt::Sink& sink) { sink.put_closing(name); });
+  return kvt::write_xml(handle, buffer, room, err, [&](kvt::Sink& sink) { sink.put_closing(name); });
 }
 
 std::uint32_t xml_enum_print(kvt_handle* handle, std::uint32_t, char* buffer, const char* text, std::int32_t room,

@@ -4,6 +4,12 @@
 # A type is numbered by its place here, and registries and databases keep the order: new types go behind the last of
 # their kind.
 module zarn_wlan 16
+  needs  qep_comm
+  needs  rudd_common
+  needs  zarn_enum_types
+  needs  zarn_types
+  needs  zarn_tag_common
+  needs  zarn_config_db_const_defs
   struct st_local_eap_auth
   struct st_wlan_aaa_settings
   struct st_user_qos_policy

@@ -1,7 +1,7 @@
 // Compares two objects field by field, in schema order, whatever their variants; the first difference counts.
 #pragma once
 
-#include "objects/field_types.h"
+#include "serial/stored_value.h"
 
 namespace kvt {
 
@@ -16,10 +16,10 @@ struct Order<Nested<D>> {
 };
 
 template <class... Fields>
-std::int32_t compare_fields(FieldList<Fields...>, const void* a, const void* b) {
+std::int32_t compare_fields(FieldList<Fields...>, const void* a, int built_a, const void* b, int built_b) {
   std::int32_t result = 0;
-  (void)((result =
-              Order<typename Fields::Type>::compare(at_offset(a, Fields::kOffset), at_offset(b, Fields::kOffset))) ||
+  (void)((result = Order<typename Fields::Type>::compare(stored_value<Fields>(a, built_a),
+                                                         stored_value<Fields>(b, built_b))) ||
          ...);
   return result;
 }
@@ -27,7 +27,7 @@ std::int32_t compare_fields(FieldList<Fields...>, const void* a, const void* b) 
 template <class D>
 std::int32_t struct_compare(const void* a, const void* b) {
   if (!a || !b) return a ? 1 : b ? -1 : 0;
-  return compare_fields(typename D::Fields{}, a, b);
+  return compare_fields(typename D::Fields{}, a, built_of<D>(a), b, built_of<D>(b));
 }
 
 }  // namespace kvt

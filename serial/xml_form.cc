@@ -12,10 +12,6 @@ namespace {
 constexpr std::size_t kXmlValueSize = 128;
 constexpr int kAbsent = 2;
 
-std::int32_t result_cr(const kvt_handle* h, std::uint32_t written) {
-  return h->last_error ? -1 : static_cast<std::int32_t>(written);
-}
-
 bool has_xml(const FieldDesc& f) { return f.type->to_xml != nullptr; }
 
 // Whether the child element stands below the path: 0, or what the document says. The text is not looked at, so one that

@@ -5,14 +5,16 @@
 
 namespace wlanctl {
 
-void run_import(const Options& options);   // import.cc
-void run_list(const Options& options);     // list.cc
-void run_show(const Options& options);     // list.cc
-void run_find(const Options& options);     // list.cc
-void run_export(const Options& options);   // export.cc
-void run_send(const Options& options);     // send.cc
-void run_receive(const Options& options);  // receive.cc
-void run_set(const Options& options);      // edit.cc
-void run_delete(const Options& options);   // edit.cc
+void run_import(const Options& options);    // import.cc
+void run_list(const Options& options);      // list.cc
+void run_show(const Options& options);      // list.cc
+void run_find(const Options& options);      // list.cc
+void run_export(const Options& options);    // export.cc
+void run_send(const Options& options);      // send.cc
+void run_receive(const Options& options);   // receive.cc
+void run_set(const Options& options);       // edit.cc
+void run_delete(const Options& options);    // edit.cc
+void run_trace(const Options& options);     // built.cc
+void run_manifest(const Options& options);  // built.cc
 
 }  // namespace wlanctl

@@ -30,6 +30,7 @@ std::string tag(const pugi::xml_node& node) { return "<" + std::string(node.name
 }  // namespace
 
 struct ImportFile::Tree {
+  SecretText text;  // the parser works in it
   pugi::xml_document document;
   std::vector<pugi::xml_node> records;
 };
@@ -40,8 +41,9 @@ ImportFile::ImportFile(const std::string& path)
       document_(std::make_unique<XmlDocument>(path, text_)),
       tree_(std::make_unique<Tree>()) {
   // The library's own document gives no way to list what it holds, so the text is read a second time for the checks.
-  const pugi::xml_parse_result parsed = tree_->document.load_buffer(
-      text_.data(), text_.size(), pugi::parse_default | pugi::parse_ws_pcdata_single, pugi::encoding_utf8);
+  tree_->text = text_;
+  const pugi::xml_parse_result parsed = tree_->document.load_buffer_inplace(
+      tree_->text.data(), tree_->text.size(), pugi::parse_default | pugi::parse_ws_pcdata_single, pugi::encoding_utf8);
   if (!parsed) throw Failure(where(static_cast<std::size_t>(parsed.offset)) + ": " + parsed.description());
   const pugi::xml_node root = tree_->document.document_element();
   if (std::strcmp(root.name(), kRoot) != 0) {
@@ -130,9 +132,10 @@ bool ImportFile::has(const Table& table) const {
 }
 
 std::string ImportFile::where(std::size_t offset) const {
-  const auto begin = text_.begin();
-  const auto at = begin + static_cast<std::ptrdiff_t>(std::min(offset, text_.size()));
-  const auto line_begin = std::find(std::make_reverse_iterator(at), text_.rend(), '\n').base();
+  const std::string_view text = text_;
+  const auto begin = text.begin();
+  const auto at = begin + static_cast<std::ptrdiff_t>(std::min(offset, text.size()));
+  const auto line_begin = std::find(std::make_reverse_iterator(at), text.rend(), '\n').base();
   // An element's offset is that of its name; people look for the bracket before it.
   const auto bracket = at != line_begin && at[-1] == '<' ? at - 1 : at;
   return path_ + ": line " + std::to_string(1 + std::count(begin, at, '\n')) + ", column " +

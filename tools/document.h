@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "tools/secret_text.h"
 #include "tools/store.h"
 
 namespace wlanctl {
@@ -35,7 +36,7 @@ class ImportFile {
   std::string where(std::size_t offset) const;
 
   std::string path_;
-  std::string text_;
+  SecretText text_;  // as it stands in the file: secrets in plain text
   std::unique_ptr<XmlDocument> document_;
   std::unique_ptr<Tree> tree_;
   std::size_t size_ = 0;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tools/commands.h"
+#include "tools/references.h"
 #include "tools/store.h"
 #include "tools/text.h"
 
@@ -89,21 +90,24 @@ void* holder_of(const std::vector<std::string>& path, const Table& table, kvt_ha
   return object;
 }
 
-// Reads a typed value from text the way the library itself reads one: a payload with that single field, from XML.
-void read_value(const std::vector<std::string>& path, const std::string& value, bool enumerated, const Table& table,
-                kvt_handle* handle, std::uint32_t txn, void* payload) {
-  if (enumerated && !is_xml_name(value)) throw Failure("\"" + value + "\" is no enumerator");
-  std::string xml = std::string("<") + table.payload + ">";
-  for (const std::string& part : path) xml += "<" + part + ">";
-  xml += enumerated ? "<" + value + "/>" : xml_escape(value);
-  for (auto part = path.rbegin(); part != path.rend(); ++part) xml += "</" + *part + ">";
-  xml += std::string("</") + table.payload + ">";
+// Reads a typed value from text the way the library itself reads one: a payload with that single field, from XML. What
+// is no enumerator may be a secret, and no message shows more of it than the library does.
+void parse_value(const std::vector<std::string>& path, const SecretText& value, bool enumerated, const Table& table,
+                 kvt_handle* handle, std::uint32_t txn, void* payload) {
+  if (enumerated && !is_xml_name(value)) throw Failure("\"" + std::string(value) + "\" is no enumerator");
+  SecretText xml(std::string("<") + table.payload + ">");
+  for (const std::string& part : path) xml.append("<" + part + ">");
+  if (enumerated) xml.append("<");
+  append_escaped(xml, value);
+  if (enumerated) xml.append("/>");
+  for (auto part = path.rbegin(); part != path.rend(); ++part) xml.append("</" + *part + ">");
+  xml.append(std::string("</") + table.payload + ">");
   const XmlDocument document("value", xml);
   int err = 0;
   char message[512] = "";
   const std::string root = std::string("//") + table.payload;
   table.payload_from_xml(handle, txn, root.c_str(), document.get(), payload, &err, message, sizeof message);
-  if (err != 0) throw Failure("\"" + value + "\" is no value of " + path.back() + xml_fault(message, err).reason);
+  if (err != 0) throw Failure("that is no value of " + path.back() + xml_fault(message, err).reason);
 }
 
 enum class Form { kNone, kValue, kEnumerator, kStruct };
@@ -136,7 +140,8 @@ std::string shown(const std::string& xml, const std::string& path) {
 }
 
 // Changes the field in one record and tells how: the field, its value and its state byte, before and after.
-std::string change(const Options& options, const Store& store, const Table& table, std::uint32_t txn, void* record) {
+std::string change(const Options& options, const SecretText& value, const Store& store, const Table& table,
+                   std::uint32_t txn, void* record) {
   const std::vector<std::string> path = split_path(options.path);
   for (const Key& key : table.keys) {
     if (path.size() == 1 && path.front() == key.field) {
@@ -157,10 +162,10 @@ std::string change(const Options& options, const Store& store, const Table& tabl
 
   // The value comes from an object of the same store: an enumerated field is copied with its header, type link and all.
   const Payload scratch(table, handle, txn);
-  read_value(path, options.value, form == Form::kEnumerator, table, handle, txn, scratch.get());
+  parse_value(path, value, form == Form::kEnumerator, table, handle, txn, scratch.get());
   if (form == Form::kEnumerator &&
-      xml_value(payload_xml(handle, txn, table, scratch.get()), options.path.c_str()) != options.value) {
-    throw Failure("\"" + options.value + "\" is no enumerator of " + path.back());
+      xml_value(payload_xml(handle, txn, table, scratch.get()), options.path.c_str()) != std::string_view(value)) {
+    throw Failure("\"" + std::string(value) + "\" is no enumerator of " + path.back());
   }
   void* source = field.get(handle, txn, holder_of(path, table, handle, txn, scratch.get(), type));
 
@@ -193,10 +198,13 @@ std::vector<Target> targets(const Options& options, const Store& store) {
 
 void run_set(const Options& options) {
   const Store store = Store::open_database(options, Open::kExisting);
+  // Before the database is locked: whoever types slowly holds up nobody.
+  const SecretText value = options.value ? SecretText(*options.value) : read_value(options.path + ": ");
   Transaction transaction(store);
   std::string text;
   for (const Target& target : targets(options, store)) {
-    text += change(options, store, *target.table, transaction.txn(), target.record);
+    text += change(options, value, store, *target.table, transaction.txn(), target.record);
+    if (is_tie(*target.table, options.path)) tie_records(store, transaction.txn());
   }
   transaction.commit();
   write_output(text);

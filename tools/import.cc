@@ -6,6 +6,7 @@
 
 #include "tools/commands.h"
 #include "tools/document.h"
+#include "tools/references.h"
 #include "tools/store.h"
 #include "tools/text.h"
 
@@ -40,6 +41,7 @@ void enter_all(const ImportFile& file, const Store& store, std::uint32_t txn, Pu
       enter(file, i, group_profiles(), store, txn, opened[&group_profiles()], purpose);
     }
   }
+  tie_records(store, txn);
 }
 
 void wait_for_end_of_input() {
@@ -52,7 +54,8 @@ void wait_for_end_of_input() {
 
 void run_import(const Options& options) {
   const ImportFile file(options.file);
-  enter_all(file, Store::open_private(), KVT_NO_TXN, Purpose::kRehearsal);
+  const Store beside = Store::open_private(options.sender_key);
+  enter_all(file, beside, KVT_NO_TXN, Purpose::kRehearsal);
   const Store store = Store::open_database(options, Open::kCreate);
   Transaction transaction(store);
   enter_all(file, store, transaction.txn(), Purpose::kImport);

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "tools/commands.h"
+#include "tools/references.h"
 #include "tools/store.h"
 #include "tools/text.h"
 
@@ -198,7 +199,8 @@ void run_show(const Options& options) {
   const Store store = Store::open_database(options, Open::kExisting);
   const Table& table = options.table.empty() ? profiles() : *table_named(options.table);
   void* record = require_record(store, table, options.key);
-  write_output(printable(laid_out(record_xml(store, table, record), 0)));
+  void* payload = table.payload_of(store.handle(), KVT_NO_TXN, record);
+  write_output(printable(laid_out(record_xml(store, table, record), 0)) + reference_lines(store, table, payload));
 }
 
 void run_find(const Options& options) {

@@ -13,6 +13,7 @@ namespace {
 
 constexpr int kDone = 0;
 constexpr int kFailed = 1;
+constexpr int kUsage = 2;
 
 void run(const wlanctl::Options& options) {
   switch (options.command) {
@@ -34,6 +35,23 @@ void run(const wlanctl::Options& options) {
       return wlanctl::run_set(options);
     case wlanctl::Command::kDelete:
       return wlanctl::run_delete(options);
+    case wlanctl::Command::kTrace:
+      return wlanctl::run_trace(options);
+    case wlanctl::Command::kManifest:
+      return wlanctl::run_manifest(options);
+  }
+}
+
+// A failure ends as one line on standard error.
+template <class Step>
+int attempt(Step step) {
+  try {
+    return step();
+  } catch (const wlanctl::OutputClosed&) {
+    return kFailed;
+  } catch (const std::exception& failure) {
+    std::cerr << "wlanctl: " << wlanctl::one_line(failure.what()) << "\n";
+    return kFailed;
   }
 }
 
@@ -42,16 +60,17 @@ void run(const wlanctl::Options& options) {
 int main(int argc, char** argv) {
   // A reader that goes away shall be an error like others: being killed would leave a transaction for the next opener.
   std::signal(SIGPIPE, SIG_IGN);
-  try {
-    wlanctl::Options options;
-    if (const auto status = wlanctl::parse_options(argc, argv, options)) return *status;
-    wlanctl::start_trace(options.trace);
+  wlanctl::Options options;
+  const int status = attempt([&] {
+    if (const auto early = wlanctl::parse_options(argc, argv, options)) return *early;
+    wlanctl::start_trace(options.trace, options.trace_file);
     run(options);
     return kDone;
-  } catch (const wlanctl::OutputClosed&) {
-    return kFailed;
-  } catch (const std::exception& failure) {
-    std::cerr << "wlanctl: " << wlanctl::one_line(failure.what()) << "\n";
-    return kFailed;
-  }
+  });
+  if (options.trace_file.empty() || status == kUsage) return status;
+  const int saved = attempt([&] {
+    wlanctl::save_trace(options.trace_file);  // of a command that failed too: then it is wanted most
+    return kDone;
+  });
+  return saved == kDone ? status : saved;
 }

@@ -3,7 +3,9 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstring>
 #include <iostream>
+#include <string_view>
 
 #include "tools/tables.h"
 
@@ -36,6 +38,17 @@ void add_key(CLI::App* sub, Options& options) {
   sub->add_option("KEY", options.key, "a profile's number or name; in another table its key")->required();
 }
 
+void add_sender_key(CLI::App* sub, Options& options) {
+  sub->add_option("--sender-key", options.sender_key,
+                  "key file of who sealed the secrets; they are sealed anew under the database's own key");
+}
+
+// Arguments can be read by every user of the machine for as long as the program runs.
+void hide_argument(int argc, char** argv, std::string_view value) {
+  for (int i = 1; i < argc; ++i)
+    if (argv[i] == value) std::memset(argv[i], '*', value.size());
+}
+
 void add_stream(CLI::App* sub, Options& options, const char* without) {
   sub->add_option("--socket", options.socket, std::string("Unix socket instead of ") + without);
   sub->add_option("--wait", options.wait_sec, "seconds to wait for the other side")
@@ -49,11 +62,15 @@ std::optional<int> parse_options(int argc, char** argv, Options& options) {
   CLI::App app("Imports, shows, changes and passes on the WLAN profiles of a database.", "wlanctl");
   app.add_option("--db", options.database, "the database file")->envname("ZARN_WLAN_DB");
   app.add_option("--key", options.key_file, "key file for secrets; the database's own unless given");
+  app.add_flag("--replace-key", options.replace_key,
+               "take the key file's key in place of the database's, if that is lost");
   app.add_flag("--trace", options.trace, "tell every trace line of the library on standard error");
+  app.add_option("--trace-file", options.trace_file, "keep the command's trace in a file, for `wlanctl trace --ring`");
   app.require_subcommand(1);
 
   CLI::App* import = add_command(app, options, Command::kImport, "import", "Take all records of an XML file, or none");
   import->add_option("FILE", options.file, "the XML file")->required();
+  add_sender_key(import, options);
   import->add_flag("--hold", options.hold, "keep the database open afterwards, until standard input ends");
 
   CLI::App* list = add_command(app, options, Command::kList, "list", "List the records of a table");
@@ -81,20 +98,33 @@ std::optional<int> parse_options(int argc, char** argv, Options& options) {
   CLI::App* receive =
       add_command(app, options, Command::kReceive, "receive", "Take all records that are sent, or none");
   add_stream(receive, options, "standard input");
+  add_sender_key(receive, options);
   receive->add_option("--verify", options.verify, "XML file to compare with, beside what was sent");
 
   CLI::App* set = add_command(app, options, Command::kSet, "set", "Change one field");
   add_key(set, options);
   set->add_option("PATH", options.path, "the field, such as wlan_timeout/session_timeout")->required();
-  set->add_option("VALUE", options.value, "number, true or false, text, or the name of an enumerator")->required();
+  set->add_option("VALUE", options.value,
+                  "number, true or false, text, or the name of an enumerator; without it, it is read from standard "
+                  "input, as secrets should be");
   add_table(set, options);
 
   CLI::App* erase = add_command(app, options, Command::kDelete, "delete", "Delete one record");
   add_key(erase, options);
   add_table(erase, options);
 
+  CLI::App* trace = add_command(app, options, Command::kTrace, "trace", "Show trace messages of built files");
+  trace->add_option("FILE", options.files, "libraries whose messages are listed, or that a ring's lines come from");
+  trace->add_option("--ring", options.ring, "the trace that a process left, to be told in words");
+
+  CLI::App* manifest = add_command(app, options, Command::kManifest, "manifest", "Show a built file's types and stamp");
+  manifest->add_option("FILE", options.file, "the library")->required();
+
   try {
     app.parse(argc, argv);
+    if (options.command == Command::kTrace && options.files.empty() && options.ring.empty())
+      throw CLI::RequiredError("a FILE or --ring");
+    if (options.command == Command::kTrace || options.command == Command::kManifest) return std::nullopt;
     if (options.database.empty()) throw CLI::RequiredError("--db PATH, or ZARN_WLAN_DB in the environment,");
   } catch (const CLI::Success& done) {
     return app.exit(done);
@@ -102,6 +132,7 @@ std::optional<int> parse_options(int argc, char** argv, Options& options) {
     std::cerr << "wlanctl: " << flattened(error.what()) << " (wlanctl --help tells more)\n";
     return kUsage;
   }
+  if (options.value) hide_argument(argc, argv, *options.value);
   return std::nullopt;
 }
 

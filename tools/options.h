@@ -4,32 +4,39 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace wlanctl {
 
-enum class Command { kImport, kList, kShow, kFind, kExport, kSend, kReceive, kSet, kDelete };
+enum class Command { kImport, kList, kShow, kFind, kExport, kSend, kReceive, kSet, kDelete, kTrace, kManifest };
 
 struct Options {
   Command command = Command::kList;
   std::string database;
   std::string key_file;  // empty: the database's own
+  bool replace_key = false;
   bool trace = false;
+  std::string trace_file;
   bool json = false;
   bool hold = false;
-  std::string file;   // import, export; empty: standard output
-  std::string table;  // list, show, set, delete
-  std::string key;    // show, set, delete
-  std::string path;   // set
-  std::string value;  // set
+  std::string file;                  // import, export; empty: standard output; manifest
+  std::string table;                 // list, show, set, delete
+  std::string key;                   // show, set, delete
+  std::string path;                  // set
+  std::optional<std::string> value;  // set; else it is read from standard input
+  std::string sender_key;            // import, receive: who sealed the secrets
   std::optional<std::uint32_t> id;
   std::optional<std::string> name;
   std::optional<std::string> ssid;
   std::string socket;  // send, receive; empty: standard output, standard input
   unsigned wait_sec = 30;
-  std::string verify;  // receive
+  std::string verify;              // receive
+  std::string ring;                // trace
+  std::vector<std::string> files;  // trace
 };
 
-/// Reads the command line into `options`.
+/// Reads the command line into `options`. A value that stands in it is overwritten there, where every user of the
+/// machine can read it.
 /// @return nothing to go on with the command; else the exit status (0 after --help, 2 after a wrong command line, which
 ///         has been told on standard error)
 std::optional<int> parse_options(int argc, char** argv, Options& options);

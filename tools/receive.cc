@@ -4,6 +4,7 @@
 #include "tools/commands.h"
 #include "tools/document.h"
 #include "tools/frames.h"
+#include "tools/references.h"
 #include "tools/store.h"
 #include "tools/text.h"
 
@@ -20,22 +21,27 @@ const Table& table_of(const std::vector<Frame>& frames, std::size_t index) {
   return *table;
 }
 
-Record unmarshal(const std::vector<Frame>& frames, std::size_t index, const Store& store, std::uint32_t txn) {
-  const Table& table = table_of(frames, index);
-  const Frame& frame = frames[index];
+// The record of a frame, referring to nothing: whatever it referred to was its own database's.
+Record unmarshal(const Frame& frame, const Table& table, const std::string& name, const Store& store,
+                 std::uint32_t txn) {
   void* made = nullptr;
   int err = 0;
   const std::uint32_t used =
       table.unmarshal(store.handle(), txn, &made, frame.data(), static_cast<std::int32_t>(frame.size()), 0, &err);
   Record record(table, store.handle(), txn, made);
   if (err != 0 || made == nullptr) {
-    throw Failure(frame_name(index) + " is no record of " + table.name + reason(err));
+    throw Failure(name + " is no record of " + table.name + reason(err));
   }
   if (used != frame.size()) {
-    throw Failure(frame_name(index) + " is no record of " + table.name + " (" + std::to_string(used) + " of " +
+    throw Failure(name + " is no record of " + table.name + " (" + std::to_string(used) + " of " +
                   std::to_string(frame.size()) + " bytes are used)");
   }
+  untie(table, store.handle(), txn, record.payload());
   return record;
+}
+
+Record unmarshal(const std::vector<Frame>& frames, std::size_t index, const Store& store, std::uint32_t txn) {
+  return unmarshal(frames[index], table_of(frames, index), frame_name(index), store, txn);
 }
 
 // Tried out in a store of our own first: whatever is wrong with a frame, the database is neither made nor locked for
@@ -54,14 +60,17 @@ void enter_all(const std::vector<Frame>& frames, const Store& store, std::uint32
     const int err = record.insert_into(opened[&table]);
     if (err != 0) throw Failure(frame_name(i) + ": " + table.name + " does not take " + keys + reason(err));
   }
+  tie_records(store, txn);
 }
 
-// Fails unless the database holds a record with the key of `payload` and equal to it in every field.
+// Fails unless the database holds a record with the key of `payload` and equal to it in every field but for what the
+// record refers to, which has an identity in its own database only. `payload` refers to nothing.
 void expect_stored(const Store& store, const Table& table, const Store& owner, void* payload) {
   const std::string what = std::string(table.name) + ", " + describe(owner.handle(), table, payload);
   void* record = find_same_key(store, table, owner.handle(), payload);
   if (record == nullptr) throw Failure(what + ": not in the database");
-  if (table.compare(payload, table.payload_of(store.handle(), KVT_NO_TXN, record)) != 0) {
+  const Record stored = unmarshal(record_bytes(store, table, record), table, what, owner, KVT_NO_TXN);
+  if (table.compare(payload, stored.payload()) != 0) {
     throw Failure(what + ": differs from what the database holds");
   }
 }
@@ -98,7 +107,7 @@ void run_receive(const Options& options) {
       options.socket.empty() ? Stream::standard_input() : Stream::accept_at(options.socket, options.wait_sec);
   // All of it is read before the database is locked: a slow sender holds up nobody but us.
   const std::vector<Frame> frames = stream.read_frames();
-  const Store beside = Store::open_private();
+  const Store beside = Store::open_private(options.sender_key);
   enter_all(frames, beside, KVT_NO_TXN, Purpose::kRehearsal);
 
   const Store store = Store::open_database(options, Open::kCreate);

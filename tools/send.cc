@@ -14,12 +14,7 @@ void run_send(const Options& options) {
   std::size_t bytes = 0;
   for (const Table& table : tables()) {
     for_each_record(store, table, [&](void* record) {
-      Frame frame(table.length(store.handle(), KVT_NO_TXN, record));
-      int err = 0;
-      // The length is a bound; what was written is the frame.
-      frame.resize(table.marshal(store.handle(), KVT_NO_TXN, frame.data(), record,
-                                 static_cast<std::int32_t>(frame.size()), &err));
-      if (err != 0) throw Failure(std::string(table.name) + " cannot be sent" + reason(err));
+      const Frame frame = record_bytes(store, table, record);
       stream.write_frame(frame);
       bytes += frame.size();
       ++count;

@@ -95,10 +95,16 @@ bool put_key(kvt_handle* handle, std::uint32_t txn, const Table& table, const Ke
 
 }  // namespace
 
-void start_trace(bool to_standard_error) {
+void start_trace(bool to_standard_error, const std::string& file) {
   trace.to_standard_error = to_standard_error;
-  fenlog_set_level(to_standard_error ? kEverything : kErrorsOnly);
+  fenlog_set_level(to_standard_error || !file.empty() ? kEverything : kErrorsOnly);
   fenlog_set_sink(take_trace_line, &trace);
+  if (!file.empty() && fenlog_set_file(file.c_str())) throw Failure("--trace-file: the name is too long");
+}
+
+void save_trace(const std::string& file) {
+  if (const int error = fenlog_save(file.c_str()))
+    throw Failure(file + ": the trace is not saved (" + std::strerror(error) + ")");
 }
 
 std::string trace_reason() {
@@ -118,6 +124,7 @@ Store Store::open_database(const Options& options, Open how) {
   char message[512] = "";
   opening.tracking = KVT_STTR_ON;
   opening.create = how == Open::kCreate ? 1 : 0;
+  opening.replace_key = options.replace_key ? 1 : 0;
   opening.domain_name = "wlanctl";
   if (!options.key_file.empty()) opening.key_file = options.key_file.c_str();
   opening.message = message;
@@ -130,14 +137,18 @@ Store Store::open_database(const Options& options, Open how) {
   return Store(handle);
 }
 
-Store Store::open_private() {
+Store Store::open_private(const std::string& key_file) {
   kvt_handle_options opening;
   kvt_handle_options_init(&opening);
+  char message[512] = "";
+  if (!key_file.empty()) opening.key_file = key_file.c_str();
+  opening.message = message;
+  opening.message_size = sizeof message;
   opening.tracking = KVT_STTR_ON;
   opening.domain_name = "wlanctl";
   int err = 0;
   kvt_handle* handle = kvt_handle_open_private(&opening, &err);
-  if (handle == nullptr) throw Failure("no working memory" + reason(err));
+  if (handle == nullptr) throw Failure(message[0] != '\0' ? message : "no working memory" + reason(err));
   return Store(handle);
 }
 
@@ -210,6 +221,16 @@ void* table_for_writing(const Store& store, const Table& table, std::uint32_t tx
 std::uint32_t count_records(const Store& store, const Table& table) {
   void* in = store.table(table);
   return in == nullptr ? 0 : table.count(store.handle(), KVT_NO_TXN, in);
+}
+
+std::vector<std::uint8_t> record_bytes(const Store& store, const Table& table, void* record) {
+  std::vector<std::uint8_t> bytes(table.length(store.handle(), KVT_NO_TXN, record));
+  int err = 0;
+  // The length is a bound; what was written is the form.
+  bytes.resize(
+      table.marshal(store.handle(), KVT_NO_TXN, bytes.data(), record, static_cast<std::int32_t>(bytes.size()), &err));
+  if (err != 0) throw Failure(std::string(table.name) + " cannot be sent" + reason(err));
+  return bytes;
 }
 
 std::string record_xml(const Store& store, const Table& table, void* record) {

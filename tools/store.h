@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "tools/failure.h"
 #include "tools/options.h"
@@ -14,8 +15,10 @@
 namespace wlanctl {
 
 /// Directs the library's trace: to standard error with --trace, and always so far that trace_reason() can tell the last
-/// error in words.
-void start_trace(bool to_standard_error);
+/// error in words. With a file's name everything is kept for it, and a fatal stop leaves it there.
+void start_trace(bool to_standard_error, const std::string& file);
+/// Leaves the trace in that file.
+void save_trace(const std::string& file);
 /// The library's last message of level error since the last call, in brackets behind a blank; else empty.
 std::string trace_reason();
 
@@ -28,7 +31,8 @@ enum class Open { kExisting, kCreate };
 class Store {
  public:
   static Store open_database(const Options& options, Open how);
-  static Store open_private();
+  /// @param key_file the key of its secrets; empty for one of this process
+  static Store open_private(const std::string& key_file = {});
   Store(Store&& other) noexcept : handle_(std::exchange(other.handle_, nullptr)) {}
   Store(const Store&) = delete;
   Store& operator=(const Store&) = delete;
@@ -142,6 +146,8 @@ void for_each_record(const Store& store, const Table& table, Function function) 
 
 std::uint32_t count_records(const Store& store, const Table& table);
 
+/// The record in binary form.
+std::vector<std::uint8_t> record_bytes(const Store& store, const Table& table, void* record);
 /// The record's XML, in one line.
 std::string record_xml(const Store& store, const Table& table, void* record);
 /// The payload's XML alone, under its struct's name.

@@ -29,10 +29,33 @@ constexpr Key kIfidKeys[] = {KEY(tbl_wlan_ifid, st_wlan_ifid, wlan_id, kWord)};
 constexpr Key kAaaPolicyKeys[] = {KEY(tbl_wireless_aaa_policy, st_wireless_aaa_policy, policy_name, kText)};
 #undef KEY
 
+#define REFERENCE(st, field, table)                                                                        \
+  Reference {                                                                                              \
+#field, #table,                                                                                          \
+        [](kvt_handle* h, std::uint32_t t, void* o, int* e) -> void* { return st##_##field##_get_by_ref(h, t, o, e); }, \
+        [](kvt_handle* h, std::uint32_t t, void* o, void* to, int* e) { st##_##field##_set_by_ref(h, t, o, to, e); } \
+  }
+
+constexpr Reference kWlanReferences[] = {
+    REFERENCE(st_wlan, profile_assoicated_tag_oid, tbl_wlan_profile_assoicated_tag),
+    REFERENCE(st_wlan, int_mpsk_keys_oid, tbl_mpsk_keys_int),
+    REFERENCE(st_wlan, internal_radio_policy_oid, tbl_internal_wlan_radio_policy)};
+constexpr Reference kRadioPolicyReferences[] = {REFERENCE(st_internal_wlan_radio_policy, parent_wlan_oid, tbl_wlan)};
+constexpr Reference kMpskReferences[] = {REFERENCE(st_mpsk_key_info, parent_wlan_oid, tbl_wlan)};
+constexpr std::span<const Reference> kNoReferences;
+#undef REFERENCE
+
+void* parent_of_radio_policy(kvt_handle* h, std::uint32_t t, void* o, int* e) {
+  return st_internal_wlan_radio_policy_parent_apfvap_profilename_key_get(h, t, o, e);
+}
+void* parent_of_mpsk_key(kvt_handle* h, std::uint32_t t, void* o, int* e) {
+  return st_mpsk_key_info_parent_apfvap_profilename_key_get(h, t, o, e);
+}
+
 // Lambdas rather than the functions themselves: results that nobody reads fall away here.
-#define TABLE(table, st, key, instance, keys)                                                                        \
-  Table {                                                                                                            \
-#table, #st, instance, table_##table##_luid, keys,                                                                 \
+#define TABLE(table, st, key, instance, keys, references, parent)                                                                        \
+  Table {                                                                                                                                \
+#table, #st, instance, table_##table##_luid, keys, references, parent,                                                                 \
         [](kvt_handle* h, std::uint32_t t, const char* name, std::uint32_t type, int* e) -> void* {                    \
           return table##_table_open(h, t, name, type, e);                                                              \
         },                                                                                                             \
@@ -69,13 +92,16 @@ constexpr Key kAaaPolicyKeys[] = {KEY(tbl_wireless_aaa_policy, st_wireless_aaa_p
   }
 
 const Table kTables[] = {
-    TABLE(tbl_wlan, st_wlan, wlan_id, "campus", kWlanKeys),
-    TABLE(tbl_apgroup_wlan, st_wlan, wlan_id, "default-group", kGroupKeys),
-    TABLE(tbl_wlan_ifid, st_wlan_ifid, wlan_id, "campus", kIfidKeys),
-    TABLE(tbl_internal_wlan_radio_policy, st_internal_wlan_radio_policy, band, "campus", kRadioPolicyKeys),
-    TABLE(tbl_mpsk_keys_int, st_mpsk_key_info, priority, "campus", kMpskKeys),
-    TABLE(tbl_wlan_profile_assoicated_tag, st_profile_assoicated_tag, tag_name, "campus", kTagKeys),
-    TABLE(tbl_wireless_aaa_policy, st_wireless_aaa_policy, policy_name, "campus", kAaaPolicyKeys),
+    TABLE(tbl_wlan, st_wlan, wlan_id, "campus", kWlanKeys, kWlanReferences, nullptr),
+    TABLE(tbl_apgroup_wlan, st_wlan, wlan_id, "default-group", kGroupKeys, kWlanReferences, nullptr),
+    TABLE(tbl_wlan_ifid, st_wlan_ifid, wlan_id, "campus", kIfidKeys, kNoReferences, nullptr),
+    TABLE(tbl_internal_wlan_radio_policy, st_internal_wlan_radio_policy, band, "campus", kRadioPolicyKeys,
+          kRadioPolicyReferences, parent_of_radio_policy),
+    TABLE(tbl_mpsk_keys_int, st_mpsk_key_info, priority, "campus", kMpskKeys, kMpskReferences, parent_of_mpsk_key),
+    TABLE(tbl_wlan_profile_assoicated_tag, st_profile_assoicated_tag, tag_name, "campus", kTagKeys, kNoReferences,
+          nullptr),
+    TABLE(tbl_wireless_aaa_policy, st_wireless_aaa_policy, policy_name, "campus", kAaaPolicyKeys, kNoReferences,
+          nullptr),
 };
 #undef TABLE
 

@@ -23,12 +23,23 @@ struct Key {
   const void* argument(kvt_handle* handle, std::uint32_t txn, void* payload) const;
 };
 
+/// A field of a payload that refers to a table.
+struct Reference {
+  const char* field;
+  std::string_view target;  // the table's name
+  void* (*get)(kvt_handle*, std::uint32_t txn, void* payload, int* err);
+  void (*set)(kvt_handle*, std::uint32_t txn, void* payload, void* table, int* err);
+};
+
 struct Table {
   const char* name;
   const char* payload;   // name of the payload's struct
   const char* instance;  // name under which wlanctl keeps the table in a database
   const std::uint8_t* luid;
   std::span<const Key> keys;  // the primary key first
+  std::span<const Reference> references;
+  /// The field that names the profile a record belongs to; null where records have none.
+  void* (*parent_name)(kvt_handle*, std::uint32_t txn, void* payload, int* err);
 
   void* (*open)(kvt_handle*, std::uint32_t txn, const char* name, std::uint32_t open_type, int* err);
   std::uint32_t (*count)(kvt_handle*, std::uint32_t txn, void* table);

@@ -2,10 +2,13 @@
 #include "tools/text.h"
 
 #include <fcntl.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -74,22 +77,73 @@ struct StringWriter : pugi::xml_writer {
 // ours.
 constexpr unsigned kKeepText = pugi::parse_escapes | pugi::parse_ws_pcdata_single | pugi::parse_cdata;
 
+constexpr std::size_t kLargestValue = 1024 * 1024;
+
+// A terminal that shows nothing of what is typed, if standard input is one. The signals that end a program only break
+// the reading off, so that the terminal gets its echo back.
+class Silence {
+ public:
+  explicit Silence(const std::string& prompt) : on_(isatty(STDIN_FILENO) && tcgetattr(STDIN_FILENO, &before_) == 0) {
+    if (!on_) return;
+    struct sigaction broken {};
+    broken.sa_handler = [](int) {};
+    for (std::size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &broken, &old_[i]);
+    termios silent = before_;
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
+    write_all(STDERR_FILENO, prompt);
+  }
+  ~Silence() {
+    if (!on_) return;
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &before_);
+    for (std::size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &old_[i], nullptr);
+    write_all(STDERR_FILENO, "\n");
+  }
+  Silence(const Silence&) = delete;
+  Silence& operator=(const Silence&) = delete;
+  bool on() const { return on_; }
+
+ private:
+  static constexpr std::array<int, 4> kSignals = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+  termios before_{};
+  std::array<struct sigaction, kSignals.size()> old_{};
+  bool on_;  // behind what it is found out with
+};
+
 [[noreturn]] void fail(const std::string& path, int err) { throw Failure(path + ": " + std::strerror(err)); }
 
 }  // namespace
 
-std::string read_file(const std::string& path, std::size_t limit) {
+SecretText read_file(const std::string& path, std::size_t limit) {
   const File file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (file.get() < 0) fail(path, errno);
-  std::string text;
-  char part[64 * 1024];
+  SecretText text;
+  WipedBuffer<64 * 1024> part;
   for (;;) {
-    const ssize_t got = read(file.get(), part, sizeof part);
+    const ssize_t got = read(file.get(), part.bytes, sizeof part.bytes);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) fail(path, errno);
     if (got == 0) return text;
-    text.append(part, static_cast<std::size_t>(got));
+    text.append({part.bytes, static_cast<std::size_t>(got)});
     if (text.size() > limit) throw Failure(path + ": larger than " + std::to_string(limit >> 20) + " MiB");
+  }
+}
+
+SecretText read_value(const std::string& prompt) {
+  const Silence silence(prompt);
+  SecretText text;
+  WipedBuffer<4096> part;
+  for (;;) {
+    const ssize_t got = read(STDIN_FILENO, part.bytes, sizeof part.bytes);
+    if (got < 0 && errno == EINTR && !silence.on()) continue;
+    if (got < 0) fail("standard input", errno);
+    text.append({part.bytes, static_cast<std::size_t>(got)});
+    const std::string_view read_so_far = text;
+    const bool line_end = !read_so_far.empty() && read_so_far.back() == '\n';
+    if (text.size() > kLargestValue) throw Failure("standard input: too long for a value");
+    if (got > 0 && !(silence.on() && line_end)) continue;
+    if (line_end) text.remove_last();
+    return text;
   }
 }
 
@@ -180,27 +234,25 @@ bool is_xml_name(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [&](char c) { return letter(c) || (c >= '0' && c <= '9'); });
 }
 
-std::string xml_escape(std::string_view text) {
-  std::string out;
-  for (const char c : text) {
+void append_escaped(SecretText& xml, std::string_view text) {
+  for (const char& c : text) {
     switch (c) {
       case '&':
-        out += "&amp;";
+        xml.append("&amp;");
         break;
       case '<':
-        out += "&lt;";
+        xml.append("&lt;");
         break;
       case '>':
-        out += "&gt;";
+        xml.append("&gt;");
         break;
       case '\r':
-        out += "&#13;";
+        xml.append("&#13;");
         break;  // a bare one would be read back as a line end
       default:
-        out += c;
+        xml.append({&c, 1});
     }
   }
-  return out;
 }
 
 std::string laid_out(const std::string& xml, unsigned indent) {

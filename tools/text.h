@@ -6,10 +6,13 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/secret_text.h"
+
 namespace wlanctl {
 
-/// Reads a whole file. Throws Failure with the file's name when it cannot be read or is larger than `limit`.
-std::string read_file(const std::string& path, std::size_t limit);
+/// Reads a whole file, which may hold secrets. Throws Failure with the file's name when it cannot be read or is larger
+/// than `limit`.
+SecretText read_file(const std::string& path, std::size_t limit);
 /// Replaces the file as a whole: a reader sees the old text or the new one. Only its owner may read it.
 void write_file(const std::string& path, std::string_view text);
 /// Writes to standard output. Throws OutputClosed when its reader is gone.
@@ -24,8 +27,12 @@ std::string json_string(std::string_view text);
 /// Rows as lines with aligned columns, the first row being the heading.
 std::string table_lines(const std::vector<std::vector<std::string>>& rows);
 
+/// Reads a value from standard input, all of it but for the line end behind it; at a terminal one line, asked for with
+/// `prompt` on standard error and not shown.
+SecretText read_value(const std::string& prompt);
+
 bool is_xml_name(std::string_view text);
-std::string xml_escape(std::string_view text);
+void append_escaped(SecretText& xml, std::string_view text);
 /// A record's XML with an element a line, `indent` steps in.
 std::string laid_out(const std::string& xml, unsigned indent);
 /// What stands at `path` ("a/b") below the root of a record's or payload's XML: the text, or the name of an enumerator.

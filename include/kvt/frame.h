@@ -109,9 +109,10 @@ KVT_EXPORT void kvt_hd_mapping_destroy(kvt_handle* handle, uint32_t txn, void* o
 /// 0 if the object may be set into a record (`a` 1: neither nested nor embedded) or be the target of a reference (`a`
 /// 0: not nested); else EINVAL.
 KVT_EXPORT int kvtlib_validate_object_flags(const void* object, int a, int b);
-/// Asks for the removal of an object's mapping. Not 0: removed, or there was none.
+/// Asks for the removal of an object's mapping. Not 0: removed, or there was none. 0 without an error: references are
+/// left, and the object's destroy now waits for the last one to go (see kvtlib_oid_settle).
 KVT_EXPORT int kvt_request_oid_mapping_destroy(kvt_handle* handle, uint32_t txn, void* object, int* err);
-/// Gives an object an identity. Not 0 on success.
+/// Gives an object an identity. Not 0 on success. EEXIST, EPERM, ENOMEM; EINVAL: as for kvt_handle_to_oid.
 KVT_EXPORT int kvt_oid_mapping_create(kvt_handle* handle, uint32_t txn, void* object, int kind, uint32_t dynamic,
                                       uint32_t ior, int* err);
 KVT_EXPORT void kvtdb_plat_set_dirty(kvt_handle* handle, uint32_t txn, void* object);
@@ -120,6 +121,11 @@ KVT_EXPORT void kvtdb_plat_set_detach(kvt_handle* handle, uint32_t txn, void* ob
 KVT_EXPORT void kvtdb_record_containment2(kvt_handle* handle, uint32_t txn, void* child, void* parent, int one);
 KVT_EXPORT void kvtdb_record_containment(kvt_handle* handle, uint32_t txn, int kind, void* child, void* parent,
                                          int one);
+/// The handle's scratch buffer; whoever uses it next overwrites it. In private memory, kept until the handle closes.
+/// @param buffer out: NULL when memory is exhausted
+/// @param length in: bytes wanted, 0 for whatever there is (16 KiB at first); out: bytes there are, fewer when memory
+///   for more cannot be had
+KVT_EXPORT void kvtlib_get_handle_ws(kvt_handle* handle, uint8_t** buffer, int32_t* length);
 /// Memory for the failure objects and records of a module: zeroed, in the cage, for the life of the process.
 KVT_EXPORT void* kvt_cage_static(size_t size);
 /// A zeroed area in the cage for the length of one call, taken and given back in the manner of a stack, for each

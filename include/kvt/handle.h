@@ -90,10 +90,12 @@ typedef struct kvt_handle_options {
   uint32_t containment;     ///< not 0: reads and writes are reported to the observer
   uint16_t tenant;          ///< becomes the calling thread's tenant when not 0
   int mode;                 ///< -1: 0 for a private store, 1 for a database
-  int create;               ///< database only: make the file if it is not there
+  int create;               ///< make the database's file, and the key file, if they are not there
   int slot;                 ///< database only, at creation: 0..KVT_DATABASE_SLOTS-1, or -1 for any that is free
   const char* domain_name;  ///< may be NULL
-  const char* key_file;     ///< database only: key for secrets; NULL for "<path>.key"
+  const char* key_file;     ///< key for secrets; NULL: for a database "<path>.key", else a random key of this process
+  int replace_key;          ///< database only: take the key file's key although the database has another one, which may
+                            ///< be lost; a missing file is made. Older secrets stay as they are
   char* message;            ///< may be NULL; receives one line of text when an open fails
   size_t message_size;      ///< bytes at `message`
 } kvt_handle_options;
@@ -104,17 +106,19 @@ enum { KVT_DATABASE_SLOTS = 10 };
 KVT_EXPORT void kvt_handle_options_init(kvt_handle_options* options);
 /// Opens a handle over a private store of its own.
 /// @param options may be NULL for the defaults
-/// @param err out: ENOMEM
+/// @param err out: ENOMEM; with a key file its errors as below
 /// @return the handle, to be given to kvt_handle_close; NULL on error
 KVT_EXPORT kvt_handle* kvt_handle_open_private(const kvt_handle_options* options, int* err);
 /// Opens a handle over the database in the file `path`. Several handles, threads and processes may have one file open;
 /// each handle belongs to one thread at a time.
 /// @param err out: ENOENT no such file and no `create`; EINVAL the file is no database, of another format version or
-/// cut
-///   short; EBUSY its slot is taken by another database in this process; EACCES key file with wrong owner or mode;
-///   ENOSPC, ENOMEM and what open(2) gives. `options->message` gets the reason in words.
+///   cut short, or the key file holds no key; EBUSY its slot is taken by another database in this process; EACCES the
+///   key file is a link, or has a mode other than 0600 or another owner than the database; EKEYREJECTED it holds
+///   another key than the database's; ENOSPC, ENOMEM and what open(2) gives. `options->message` gets the reason in
+///   words.
 KVT_EXPORT kvt_handle* kvt_handle_open_database(const char* path, const kvt_handle_options* options, int* err);
-/// Closes a handle; an open transaction is aborted. A private store gives back all its memory. NULL is accepted.
+/// Closes a handle; an open transaction is aborted. A private store gives back all its memory. The key that the handle
+/// brought is wiped unless another handle has it too. NULL is accepted.
 KVT_EXPORT void kvt_handle_close(kvt_handle* handle);
 
 /// Takes the write lock of the handle's database and begins a transaction. On a private store there is neither lock nor

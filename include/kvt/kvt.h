@@ -6,6 +6,7 @@
 #include "kvt/frame.h"
 #include "kvt/handle.h"
 #include "kvt/primitives.h"
+#include "kvt/print.h"
 #include "kvt/table.h"
 #include "kvt/trace.h"
 #include "kvt/type_record.h"

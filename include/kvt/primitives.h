@@ -45,15 +45,21 @@ typedef struct kvt_oid_value {
   uint8_t src[16];
 } kvt_oid_value;
 
-#define KVT_PRIMITIVE_SERIAL(X)                                                                                     \
-  KVT_EXPORT uint32_t X##_len(kvt_handle* handle, uint32_t txn, const void* p);                                     \
-  KVT_EXPORT uint32_t X##_marshal(kvt_handle* handle, uint32_t txn, uint8_t* buffer, const void* p, int32_t room,   \
-                                  int* err);                                                                        \
-  KVT_EXPORT uint32_t X##_unmarshal(kvt_handle* handle, uint32_t txn, const uint8_t* buffer, void* p, int32_t room, \
-                                    uint32_t flag, int* err);                                                       \
-  KVT_EXPORT uint32_t X##_to_xml(kvt_handle* handle, uint32_t txn, const char* label, char* buffer, const void* p,  \
-                                 int32_t room, uint32_t state, int* err);                                           \
-  KVT_EXPORT void X##_from_xml(kvt_handle* handle, uint32_t txn, const char* path, kvt_xml_document* document,      \
+#define KVT_PRIMITIVE_SERIAL(X)                                                                                      \
+  KVT_EXPORT uint32_t X##_len(kvt_handle* handle, uint32_t txn, const void* p);                                      \
+  KVT_EXPORT uint32_t X##_marshal(kvt_handle* handle, uint32_t txn, uint8_t* buffer, const void* p, int32_t room,    \
+                                  int* err);                                                                         \
+  KVT_EXPORT uint32_t X##_unmarshal(kvt_handle* handle, uint32_t txn, const uint8_t* buffer, void* p, int32_t room,  \
+                                    uint32_t flag, int* err);                                                        \
+  /** One line, "label@type:" and the value; a secret's is a mask. A NUL follows that is not counted but needs room. \
+   */                                                                                                                \
+  KVT_EXPORT uint32_t X##_print(kvt_handle* handle, uint32_t txn, char* buffer, uint32_t indent, const char* label,  \
+                                const void* p, int32_t room, int* err);                                              \
+  /** Hash of the value under a seed; values that compare equal hash alike. See docs/formats/hash.md. */             \
+  KVT_EXPORT uint32_t X##_hash(const void* p, uint32_t seed);                                                        \
+  KVT_EXPORT uint32_t X##_to_xml(kvt_handle* handle, uint32_t txn, const char* label, char* buffer, const void* p,   \
+                                 int32_t room, uint32_t state, int* err);                                            \
+  KVT_EXPORT void X##_from_xml(kvt_handle* handle, uint32_t txn, const char* path, kvt_xml_document* document,       \
                                void* p, int* err, char* message, size_t size)
 
 #define KVT_PRIMITIVE_INTEGER(X, V)                                                                     \
@@ -142,20 +148,58 @@ KVT_EXPORT size_t qep_bytestr_length(const void* p);
 KVT_EXPORT int64_t kvt_aes_vstring_text(const void* p, char* buffer, size_t size);
 KVT_EXPORT size_t kvt_aes_vstring_length(const void* p);
 
-/// The 40-byte value of a reference field travels as it is.
+/// The 40-byte value of a reference field travels as it is. A reader drops the count of the value that it replaces, and
+/// takes one where the new one stands for an object of the same store. EPERM, EOVERFLOW.
 KVT_EXPORT uint32_t kvtlib_oid_len(kvt_handle* handle, uint32_t txn, const void* oid);
 KVT_EXPORT uint32_t kvtlib_oid_marshal(kvt_handle* handle, uint32_t txn, uint8_t* buffer, const void* oid, int32_t room,
                                        int* err);
 KVT_EXPORT uint32_t kvtlib_oid_unmarshal(kvt_handle* handle, uint32_t txn, const uint8_t* buffer, void* oid,
                                          int32_t room, uint32_t flag, int* err);
 KVT_EXPORT int32_t kvtlib_oid_compare(const void* a, const void* b);
-/// Drops the count that a reference field (48 bytes) holds on its target. An empty field, and one whose identity has no
-/// mapping here, is no error.
+/// Prints a 40-byte value as "locator/id/src" in hexadecimal digits.
+KVT_EXPORT uint32_t kvt_oid_print(kvt_handle* handle, uint32_t txn, char* buffer, uint32_t indent, const char* label,
+                                  const void* oid, int32_t room, int* err);
+/// The target that marks a reference field: its identity has a locator below 256 of its own and leads nowhere; nothing
+/// is counted.
+#define KVT_REF_MARKER ((void*)(uintptr_t)0x7FFFFFFF)
+/// The identity of an object or table of the handle's store, made when it has none: it gets flag 0x01. With `add_ref` a
+/// reference is counted on it. `kind` is 2. All zero on error.
+/// @param err sticky. EINVAL: the target is nested, or does not lie in the handle's store at a multiple of 8; EPERM:
+///   the store may not be written; ENOMEM; EOVERFLOW: the count is full
+KVT_EXPORT kvt_oid_value kvt_handle_to_oid(kvt_handle* handle, uint32_t txn, void* target, int kind, int add_ref,
+                                           int* err);
+/// The object that an identity stands for; NULL without an error for an empty or marked one.
+/// @param err sticky. ENOENT: the identity is another store's or damaged, or its object is gone
+KVT_EXPORT void* kvt_oid_to_handle(kvt_handle* handle, uint32_t txn, const void* oid, int* err);
+/// The mapping entry of an identity for kvtlib_update_oid_ref_count; NULL without an error when there is none. It is
+/// valid until a reference is dropped.
+KVT_EXPORT void* kvtlib_oid_id_mapping_get(kvt_handle* handle, uint32_t txn, const void* oid, int* err);
+/// Drops a reference (`add` 0), or takes one: by the mapping entry, or by the object. NULL does nothing, and a count of
+/// 0 stays. An object whose destroy waited for the last reference is destroyed by the next kvtlib_oid_settle.
+/// @param err sticky. EPERM: the store may not be written; EOVERFLOW; ENOENT: the object has no identity
+KVT_EXPORT void kvtlib_update_oid_ref_count(kvt_handle* handle, uint32_t txn, void* entry, int add, int* err);
+KVT_EXPORT void kvtlib_lookup_and_update_oid_ref_count(kvt_handle* handle, uint32_t txn, void* object, int add,
+                                                       int* err);
+/// Destroys the objects of the handle's store whose destroy waited for references that have all gone. Called where no
+/// operation is half-way: at the end of T_destroy and T_f_set_by_ref, and before a commit. The last error stays.
+KVT_EXPORT void kvtlib_oid_settle(kvt_handle* handle, uint32_t txn);
+/// Write an identity's `id` or `src` as 32 digits and a NUL. EMSGSIZE: less than 33 bytes. @return 32, or 0
+KVT_EXPORT uint32_t kvtlib_oid_id_print(kvt_handle* handle, uint32_t txn, char* buffer, const void* id, int32_t room,
+                                        int* err);
+KVT_EXPORT uint32_t kvtlib_oid_src_print(kvt_handle* handle, uint32_t txn, char* buffer, const void* src, int32_t room,
+                                         int* err);
+/// Drops the count that a reference field (48 bytes) holds on its target; the field stays as it is. An empty field, and
+/// one whose identity has no mapping here, is no error.
 KVT_EXPORT void kvtlib_oid_release_internal(kvt_handle* handle, uint32_t txn, void* field, int* err);
 /// Not 0 if the 16 bytes of an identity are all zero.
 KVT_EXPORT int kvt_oid_id_is_zero(const void* id);
 /// Orders two 64-byte timer blocks by due time, then interval.
 KVT_EXPORT int32_t kvtlib_timer_compare(const void* a, const void* b);
+/// Hash of what kvtlib_timer_compare looks at.
+KVT_EXPORT uint32_t kvtlib_timer_hash(const void* p, uint32_t seed);
+
+/// The public hash of that name over `length` bytes, with `seed` in place of the length as start value.
+KVT_EXPORT uint32_t SuperFastHash(const void* data, uint32_t length, uint32_t seed);
 
 /// The fixed parts of a serial object; each gives the bytes used, and 0 with EMSGSIZE when there is no room.
 KVT_EXPORT uint32_t _kvt_instance_variant_marshal(kvt_handle* handle, uint32_t txn, uint8_t* buffer,

@@ -1,6 +1,7 @@
 /// @file trace.h
-/// The trace facility. A call passes a message table, an index in it, a module id, a level word and raw arguments;
-/// texts are looked up only when somebody listens.
+/// The trace facility. A call passes a message table, an index in it, a module id, a level word and raw arguments. The
+/// texts of the messages are not in the process: they are read from the built file when somebody listens, or later by
+/// `wlanctl trace`.
 #ifndef KVT_TRACE_H
 #define KVT_TRACE_H
 
@@ -18,11 +19,12 @@ enum {
   KVT_LEVEL_VERBOSE = 0x8000000
 };
 
-/// A message table: texts in printf manner, by index.
+/// A message table. `section` is the loaded section of the built file that knows the table's id and the lengths of its
+/// texts (docs/formats/trace.md); it is NULL in a table without messages.
 typedef struct fenlog_table {
   uint16_t number;
   uint32_t count;
-  const char* const* texts;
+  const void* section;
 } fenlog_table;
 
 typedef enum fenlog_kind { FENLOG_TEXT, FENLOG_WORD, FENLOG_SIGNED, FENLOG_LONG, FENLOG_ADDRESS } fenlog_kind;
@@ -50,6 +52,12 @@ typedef void (*fenlog_sink)(void* argument, uint32_t level, const char* line);
 KVT_EXPORT void fenlog_set_sink(fenlog_sink sink, void* argument);
 /// Sets the threshold: 0, 3, 6, 7 or 8. The default is 6.
 KVT_EXPORT void fenlog_set_level(unsigned level);
+/// Writes the calls that the ring still holds to a file, for `wlanctl trace --ring`. An old file there is replaced;
+/// only its owner can read the new one. @return 0, or the errno of what failed
+KVT_EXPORT int fenlog_save(const char* path);
+/// Names the file in which the ring is saved when the process stops at a level-0 line; NULL: nowhere. Unless this has
+/// been called, the environment variable FENLOG_FILE names it. EINVAL for a name that is too long, else 0.
+KVT_EXPORT int fenlog_set_file(const char* path);
 /// Stops the process after a level-0 trace line.
 #if defined(__GNUC__)
 __attribute__((noreturn))

@@ -52,6 +52,9 @@ typedef struct kvt_static_type {
   const kvt_type_record* record;
   const kvt_variant_data* varinfo;
   kvt_variant_entry* entries;
+  /// Gives back an object of the type (its memory too with `free_it`): for a destroy that waited for references, and is
+  /// carried out by the runtime. NULL for types whose objects it must not destroy.
+  void (*destroy)(kvt_handle* handle, uint32_t txn, void* object, int free_it);
 } kvt_static_type;
 
 /// A schema module in the process's module list.

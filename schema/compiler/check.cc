@@ -30,6 +30,8 @@ class Checker {
   void run() {
     for (const auto& module : schema_.modules) resolve_module(*module);
     require_modules();
+    for (const auto& module : schema_.modules) resolve_needs(*module);
+    for (const auto& module : schema_.modules) walk_needs(*module);
     for (const auto& type : schema_.structs) check_struct(*type);
     for (const auto& type : schema_.enums) check_enum(*type);
     for (const auto& type : schema_.flags) check_flag(*type);
@@ -94,6 +96,34 @@ class Checker {
       const bool twin = find(names, type->name) != type.get();  // refused for its name already
       if (!type->module && !twin) error(type->at, "'" + type->name + "' is listed in no module");
     }
+  }
+
+  void resolve_needs(Module& module) {
+    for (Need& need : module.needs) {
+      for (const auto& other : schema_.modules) {
+        if (other->name == need.name) need.module = other.get();
+      }
+      if (!need.module) error(need.at, "there is no module '" + need.name + "'");
+      const auto first = std::find_if(module.needs.begin(), module.needs.end(),
+                                      [&](const Need& one) { return one.name == need.name; });
+      if (&*first != &need) error(need.at, "'" + need.name + "' is already needed");
+    }
+  }
+
+  // A handler that is handed on in a ring never comes to rest. Reported once, at the line that closes the ring.
+  void walk_needs(const Module& module) {
+    if (walked_[&module]) return;
+    needing_.push_back(&module);
+    for (const Need& need : module.needs) {
+      if (!need.module) continue;
+      if (std::find(needing_.begin(), needing_.end(), need.module) == needing_.end()) {
+        walk_needs(*need.module);
+      } else {
+        error(need.at, "module '" + need.name + "' would need itself");
+      }
+    }
+    needing_.pop_back();
+    walked_[&module] = true;
   }
 
   void check_struct(Struct& type) {
@@ -248,6 +278,8 @@ class Checker {
   Index<Table> tables_;
   std::map<const Struct*, std::size_t> depths_;
   std::vector<const Struct*> path_;
+  std::map<const Module*, bool> walked_;
+  std::vector<const Module*> needing_;
 };
 
 }  // namespace

@@ -2,6 +2,10 @@
 #include "schema/compiler/driver.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <fstream>
 #include <sstream>
 
@@ -16,21 +20,59 @@ namespace {
 constexpr int kDone = 0, kFault = 1, kUsage = 2;
 
 constexpr char kUsageText[] =
-    "usage: zarnc --out DIR --module NAME... [--published DIR] FILE...\n"
+    "usage: zarnc --out DIR --module NAME... [--library NAME] [--runtime] [--stamp NAME=VALUE...] [--published DIR] "
+    "FILE...\n"
     "       zarnc --list [--module NAME...] [--published DIR] FILE...\n";
 
 struct Options {
-  std::string out, published;
+  std::string out, published, library;
   std::vector<std::string> modules, files;
-  bool list = false;
+  std::map<std::string, std::string> stamp;
+  bool list = false, runtime = false;
 };
+
+// @return false, with a message, for what no line of a build stamp can hold
+bool read_stamp(const std::string& text, std::map<std::string, std::string>& stamp, std::string& message) {
+  const std::size_t equals = std::min(text.find('='), text.size());
+  const std::string name = text.substr(0, equals);
+  const std::vector<std::string> names = stamp_names();
+  if (equals == text.size() || std::find(names.begin(), names.end(), name) == names.end()) {
+    message = "--stamp knows no '" + name + "=':";
+    for (const std::string& one : names) message += (&one == &names.front() ? " " : ", ") + one;
+  } else if (std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; })) {
+    message = "a control character in --stamp " + name;
+  } else {
+    stamp[name] = text.substr(equals + 1);
+  }
+  return message.empty();
+}
+
+// The date of a build that wants to be repeated is a convention among build tools: seconds since 1970.
+bool read_source_date(std::map<std::string, std::string>& stamp, std::string& message) {
+  const char* const text = std::getenv("SOURCE_DATE_EPOCH");
+  if (!text || stamp.count("at")) return true;
+  const char* const end = text + std::strlen(text);
+  std::int64_t seconds = 0;
+  const auto [stop, fault] = std::from_chars(text, end, seconds);
+  const std::time_t when = seconds;
+  std::tm utc{};
+  char date[64];
+  if (fault != std::errc() || stop != end || seconds < 0 || !gmtime_r(&when, &utc) ||
+      !std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%SZ", &utc)) {
+    message = std::string("SOURCE_DATE_EPOCH is no number of seconds: '") + text + "'";
+    return false;
+  }
+  stamp["at"] = date;
+  return true;
+}
 
 // @return false, with a message, for arguments that make no sense
 bool read_options(const std::vector<std::string>& arguments, Options& options, std::string& message) {
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string& argument = arguments[i];
     std::string value;
-    if (argument == "--out" || argument == "--module" || argument == "--published") {
+    if (argument == "--out" || argument == "--module" || argument == "--published" || argument == "--library" ||
+        argument == "--stamp") {
       if (++i == arguments.size()) {
         message = argument + " needs a value";
         return false;
@@ -43,6 +85,12 @@ bool read_options(const std::vector<std::string>& arguments, Options& options, s
       options.modules.push_back(value);
     } else if (argument == "--published") {
       options.published = value;
+    } else if (argument == "--library") {
+      options.library = value;
+    } else if (argument == "--stamp") {
+      if (!read_stamp(value, options.stamp, message)) return false;
+    } else if (argument == "--runtime") {
+      options.runtime = true;
     } else if (argument == "--list") {
       options.list = true;
     } else if (argument.rfind("-", 0) == 0) {
@@ -55,7 +103,10 @@ bool read_options(const std::vector<std::string>& arguments, Options& options, s
   if (options.files.empty()) message = "no schema file given";
   if (!options.list && options.out.empty()) message = "neither --out nor --list given";
   if (!options.out.empty() && options.modules.empty()) message = "--out needs a --module";
-  return message.empty();
+  if (options.modules.size() == 1 && options.library.empty()) options.library = options.modules.front();
+  if (!options.out.empty() && options.library.empty() && !options.modules.empty())
+    message = "several modules need a --library";
+  return message.empty() && read_source_date(options.stamp, message);
 }
 
 class Compilation {
@@ -150,6 +201,11 @@ int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
       messages << "zarnc: error: " << message << '\n';
       return kFault;
     }
+  }
+  const BuiltFile file{options.library, modules, options.runtime, options.stamp};
+  if (!options.out.empty() && !emit_built_file(file, options.out, message)) {
+    messages << "zarnc: error: " << message << '\n';
+    return kFault;
   }
   return kDone;
 }

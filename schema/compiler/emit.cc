@@ -10,26 +10,45 @@
 namespace zarnc {
 namespace {
 
-struct MessageText {
+struct Message {
   const char* family;
+  unsigned level;
   const char* text;
 };
-constexpr MessageText kMessages[] = {
-#define KVT_MESSAGE(family, name, level, text) {#family, text},
+constexpr Message kMessages[] = {
+#define KVT_MESSAGE(family, name, level, text) {#family, level, text},
 #include "frame/messages.def"
+#include "platform/messages.def"
 #undef KVT_MESSAGE
 };
 
 std::uint32_t family_size(const std::string& family) {
   std::uint32_t n = 0;
-  for (const MessageText& m : kMessages) n += family == m.family;
+  for (const Message& m : kMessages) n += family == m.family;
   return n;
 }
 
-void add_family(std::vector<std::string>& texts, const std::string& family, const Holes& holes) {
-  for (const MessageText& m : kMessages) {
-    if (family == m.family) texts.push_back(fill(m.text, holes));
+// A code says what happened, whatever it happened to, and stays when messages are added before it.
+std::uint32_t code_of(const Message& m) {
+  const std::string mark = digest(std::string(m.family) + ' ' + m.text);
+  std::uint32_t code = m.level;
+  for (std::size_t i = 0; i < 3; ++i) code = code << 8 | static_cast<unsigned char>(mark[i]);
+  return code;
+}
+
+void add_family(std::vector<MessageText>& list, const std::string& family, const Holes& holes) {
+  for (const Message& m : kMessages) {
+    if (family == m.family) list.push_back({code_of(m), fill(m.text, holes)});
   }
+}
+
+bool has_timer(const Module& module) {
+  for (const Struct* type : module.structs) {
+    for (const Field& f : type->fields) {
+      if (f.kind == Kind::kTimer) return true;
+    }
+  }
+  return false;
 }
 
 // The types of a module stand in a namespace of its own, so that several modules fit into one library.
@@ -82,33 +101,65 @@ std::string top_comment(const Output& out, const char* what) {
               {{"what", what}, {"module", out.module.name}});
 }
 
+bool write_file(const std::string& directory, const std::string& name, const std::string& text, std::string& message) {
+  const std::filesystem::path path = std::filesystem::path(directory) / name;
+  std::error_code error;
+  std::filesystem::create_directories(path.parent_path(), error);
+  if (same_content(path, text)) return true;
+  std::ofstream file(path, std::ios::binary);
+  file << text;
+  if (!file.flush()) message = path.string() + ": cannot be written";
+  return message.empty();
+}
+
 MessageIndex number_messages(const Module& module) {
   MessageIndex index;
   for (const Struct* type : module.structs) {
-    index.type_first[type->name] = static_cast<std::uint32_t>(index.type_texts.size());
-    add_family(index.type_texts, "STRUCT", {{"type", type->name}});
+    index.type_first[type->name] = static_cast<std::uint32_t>(index.type.size());
+    add_family(index.type, "STRUCT", {{"type", type->name}});
     for (const Field& f : type->fields) {
-      if (f.kind == Kind::kReference)
-        add_family(index.type_texts, "REFERENCE", {{"type", type->name}, {"field", f.name}});
+      if (f.kind == Kind::kReference) add_family(index.type, "REFERENCE", {{"type", type->name}, {"field", f.name}});
     }
   }
   auto add_scalar = [&](const std::string& name) {
-    index.type_first[name] = static_cast<std::uint32_t>(index.type_texts.size());
-    add_family(index.type_texts, "ENUM", {{"type", name}});
+    index.type_first[name] = static_cast<std::uint32_t>(index.type.size());
+    add_family(index.type, "ENUM", {{"type", name}});
   };
   for (const Enum* type : module.enums) add_scalar(type->name);
   for (const Flag* type : module.flags) add_scalar(type->name);
   for (const Table* table : module.tables) {
-    index.table_first[table->name] = static_cast<std::uint32_t>(index.table_texts.size());
+    index.table_first[table->name] = static_cast<std::uint32_t>(index.table.size());
     const Holes holes = {{"table", table->name}, {"struct", table->payload_name}};
-    add_family(index.table_texts, "TABLE", holes);
+    add_family(index.table, "TABLE", holes);
     for (const std::string& key : table->key_names) {
       Holes with_key = holes;
       with_key.emplace_back("key", key);
-      add_family(index.table_texts, "KEY", with_key);
+      add_family(index.table, "KEY", with_key);
     }
   }
+  index.module_first = static_cast<std::uint32_t>(index.type.size());
+  add_family(index.type, "MODULE", {});
+  if (has_timer(module)) {
+    const std::size_t prefix = module.name.find('_');
+    add_family(index.timer, "TIMER", {{"queue", module.name.substr(prefix == std::string::npos ? 0 : prefix + 1)}});
+  }
   return index;
+}
+
+std::vector<MessageText> runtime_messages() {
+  std::vector<MessageText> list;
+  add_family(list, "RUNTIME", {});
+  return list;
+}
+
+std::vector<MessageTable> message_tables(const Module& module, const MessageIndex& index) {
+  return {{module.name, 0, "timer", &index.timer},
+          {module.name, 1, "table", &index.table},
+          {module.name, 2, "type", &index.type}};
+}
+
+std::string message_symbol(const MessageTable& table) {
+  return "kvt_messages_" + table.module + "_" + std::to_string(table.number);
 }
 
 std::uint32_t reference_message(const Struct& type, const Field& field) {
@@ -144,7 +195,7 @@ bool emit(const Schema& schema, const Module& module, const std::string& directo
       if (f.kind != Kind::kStruct || is_own(module, f)) continue;
       for (const Field& inner : f.nested->fields) {
         if (inner.kind == Kind::kVstring || inner.kind == Kind::kAesVstring || inner.kind == Kind::kBytestr ||
-            inner.kind == Kind::kStruct) {
+            inner.kind == Kind::kStruct || inner.kind == Kind::kReference) {
           message = type->name + "." + f.name + ": a sibling's struct may be nested only if it owns nothing";
           return false;
         }
@@ -163,17 +214,7 @@ bool emit(const Schema& schema, const Module& module, const std::string& directo
   emit_scalars(out);
   emit_tables(out);
   for (const auto& [name, raw] : out.files) {
-    const std::string text = with_namespace(raw, module);
-    const std::filesystem::path path = std::filesystem::path(directory) / name;
-    std::error_code error;
-    std::filesystem::create_directories(path.parent_path(), error);
-    if (same_content(path, text)) continue;
-    std::ofstream file(path, std::ios::binary);
-    file << text;
-    if (!file.flush()) {
-      message = path.string() + ": cannot be written";
-      return false;
-    }
+    if (!write_file(directory, name, with_namespace(raw, module), message)) return false;
   }
   return true;
 }

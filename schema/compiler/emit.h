@@ -34,13 +34,38 @@ std::string text_literal(const std::string& text);
 std::string luid_bytes(const std::string& luid);
 const char* value_type(const Field& field);  // C type of the field's value
 std::string top_comment(const Output& out, const char* what);
+// Writes a file unless it has that content already. @return false, with a message, when it cannot be written
+bool write_file(const std::string& directory, const std::string& name, const std::string& text, std::string& message);
 
-// The first message of each member in its table: types and tables by name.
+struct MessageText {
+  std::uint32_t code;  // level, and what is the same for all members of a family
+  std::string text;
+};
+// The messages of a module by table, and the first message of each member in its table: types and tables by name.
 struct MessageIndex {
   std::map<std::string, std::uint32_t> type_first, table_first;
-  std::vector<std::string> type_texts, table_texts;
+  std::uint32_t module_first = 0;  // in the type table
+  std::vector<MessageText> timer, table, type;
 };
 MessageIndex number_messages(const Module& module);
+std::vector<MessageText> runtime_messages();
+
+// The message table of a module as it lies in the built file, and its symbol there.
+struct MessageTable {
+  std::string module;
+  unsigned number;
+  const char* name;  // of the fenlog_table that speaks of it
+  const std::vector<MessageText>* messages;
+};
+std::vector<MessageTable> message_tables(const Module& module, const MessageIndex& index);
+std::string message_symbol(const MessageTable& table);
+
+// The first 16 bytes of the SHA-256 of the bytes, as they are and as 32 hexadecimal digits.
+std::string digest(const std::string& bytes);
+std::string hex_digits(const std::string& bytes);
+// The lines of a module's manifest and of its build stamp; see docs/formats/manifest.md.
+std::string manifest(const Module& module);
+std::string build_stamp(const Module& module, const std::map<std::string, std::string>& given);
 std::uint32_t reference_message(const Struct& type, const Field& field);  // counted from the type's first
 std::uint32_t key_message(std::size_t key);                               // counted from the table's first
 

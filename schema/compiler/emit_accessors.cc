@@ -18,6 +18,15 @@ Holes field_holes(const Struct& type, const Field& f) {
 
 bool has_access(const Field& f) { return f.kind != Kind::kReference && f.kind != Kind::kTimer; }
 
+Holes reference_holes(const Struct& type, const Field& f) {
+  Holes holes = field_holes(type, f);
+  holes.emplace_back("kind", f.target_is_table ? "table" : "object of type");
+  holes.emplace_back("target", f.target);
+  holes.emplace_back("desc", "kvt::@schema@::" + type.name + "::kDesc");
+  holes.emplace_back("place", std::to_string(&f - type.fields.data()));
+  return holes;
+}
+
 // The value fields as parameters and as arguments, behind those that all calls have.
 struct AllFields {
   std::string parameters_out, parameters_in, arguments, records;
@@ -72,6 +81,25 @@ std::string declare_accessors(const Struct& type) {
           "KVT_EXPORT void $(type)_$(field)_set_value($(object), $(value) value, int *err);\n",
           holes);
     }
+    if (f.kind == Kind::kReference) {
+      out += fill(
+          "/// The $(kind) $(target) that the field refers to; NULL when it refers to none. EINVAL: the identity is of "
+          "another type;\n"
+          "/// ENOENT: it is not of this store, or what it stood for is gone.\n"
+          "KVT_EXPORT void *$(type)_$(field)_get_by_ref($(object), int *err);\n"
+          "/// As above, with the handle's write context and last error.\n"
+          "KVT_EXPORT void *$(type)_$(field)_get_by_ref_cr(kvt_handle *handle, void *object);\n"
+          "/// Refers to `target`, which is counted as referred to, and marks the state byte; NULL clears the field, "
+          "KVT_REF_MARKER\n"
+          "/// marks it. The earlier target's count is dropped, except by the marker. EINVAL: a target of another "
+          "type; "
+          "EPERM: a nested\n"
+          "/// object.\n"
+          "KVT_EXPORT void $(type)_$(field)_set_by_ref($(object), void *target, int *err);\n"
+          "/// As above, with the handle's write context; the last error afterwards.\n"
+          "KVT_EXPORT int32_t $(type)_$(field)_set_by_ref_cr(kvt_handle *handle, void *object, void *target);\n",
+          reference_holes(type, f));
+    }
     out += fill(
         "/// The field's state byte. EINVAL without state tracking.\n"
         "KVT_EXPORT uint8_t $(type)_$(field)_state_flag_get($(object), int *err);\n",
@@ -110,6 +138,21 @@ std::string define_accessors(const Struct& type) {
           "  kvt::field_set_value<$(record)>(handle, txn, object, value, err);\n}\n",
           holes);
     }
+    if (f.kind == Kind::kReference) {
+      out += fill(
+          "void *$(type)_$(field)_get_by_ref($(object), int *err) {\n"
+          "  return kvt::reference_get($(desc), $(place), handle, txn, object, err);\n}\n"
+          "void *$(type)_$(field)_get_by_ref_cr(kvt_handle *handle, void *object) {\n"
+          "  return kvt::reference_get($(desc), $(place), handle, handle->default_txn, object, "
+          "&handle->last_error);\n}\n"
+          "void $(type)_$(field)_set_by_ref($(object), void *target, int *err) {\n"
+          "  kvt::reference_set($(desc), $(place), handle, txn, object, target, err);\n}\n"
+          "int32_t $(type)_$(field)_set_by_ref_cr(kvt_handle *handle, void *object, void *target) {\n"
+          "  kvt::reference_set($(desc), $(place), handle, handle->default_txn, object, target, "
+          "&handle->last_error);\n"
+          "  return handle->last_error;\n}\n",
+          reference_holes(type, f));
+    }
     out += fill(
         "uint8_t $(type)_$(field)_state_flag_get($(object), int *err) {\n"
         "  return kvt::field_state_get<$(record)>(handle, txn, object, err);\n}\n",
@@ -133,7 +176,9 @@ std::string define_accessors(const Struct& type) {
 void emit_accessors(Output& out) {
   const std::string top =
       top_comment(out, "Field accessors.") +
-      fill("#include \"$(module)_schema.h\"\n#include \"objects/field_access.h\"\n\n", {{"module", out.module.name}});
+      fill(
+          "#include \"$(module)_schema.h\"\n#include \"objects/field_access.h\"\n#include \"objects/references.h\"\n\n",
+          {{"module", out.module.name}});
   shard(out, "accessors", kAccessorShards, top, out.module.structs,
         [](const Struct* type) { return define_accessors(*type); });
 }

@@ -39,11 +39,16 @@ void struct_record(const Module& module, const Struct& type, std::string& header
   header += fill(R"--(struct $(type) {
   static const StructDesc kDesc;
   static constexpr int kTop = $(top);
+  static constexpr std::uint32_t kPlain = $(plain);
 $(fields)  using Fields = FieldList<$(names)>;
 };
 
 )--",
-                 {{"type", type.name}, {"top", std::to_string(type.top)}, {"fields", fields}, {"names", names}});
+                 {{"type", type.name},
+                  {"top", std::to_string(type.top)},
+                  {"plain", number(type.plain.back())},
+                  {"fields", fields},
+                  {"names", names}});
 }
 
 const char* field_kind(const Field& f) {
@@ -86,7 +91,7 @@ const StructDesc $(type)::kDesc = {
     $(type)_plain, $(type)_block, $(type)_bounds, $(type)_fields, $(failure)};
 const FieldType k_$(type)_field = {
     "$(type)", FieldKind::kStruct, &$(record), $(type)_initialize, $(type)_set_instance_embedded,
-    $(type)_destroy_internal, $(type)_set, $(type)_to_xml, $(type)_from_xml, $(type)_offset_update,
+    $(type)_destroy_internal, $(type)_set, $(type)_to_xml, $(type)_from_xml, $(type)_print, $(type)_offset_update,
     $(type)_offset_remove, &$(type)::kDesc};
 
 )--";
@@ -132,7 +137,7 @@ const EnumDesc $(type)::kDesc = {
     $(type)_legal, $(failure)};
 const FieldType k_$(type)_field = {
     "$(type)", FieldKind::$(kind), &$(record), $(type)_initialize, $(type)_set_instance_embedded, nullptr, nullptr,
-    $(type)_to_xml, $(type)_from_xml, nullptr, nullptr, nullptr};
+    $(type)_to_xml, $(type)_from_xml, $(type)_print, nullptr, nullptr, nullptr};
 
 )--";
 
@@ -183,7 +188,7 @@ void sibling_type(const Field& f, std::string& header, std::string& source) {
   source +=
       fill(R"--(const FieldType k_$(type)_field = {
     "$(type)", FieldKind::$(kind), &$(record), $(type)_initialize, $(type)_set_instance_embedded, $(owned),
-    $(type)_to_xml, $(type)_from_xml, $(offsets), nullptr};
+    $(type)_to_xml, $(type)_from_xml, $(type)_print, $(offsets), nullptr};
 
 )--",
            {{"type", f.type},

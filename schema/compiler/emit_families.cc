@@ -12,6 +12,12 @@ namespace {
 #define XML_OUT                                                                                                   \
   "kvt_handle *handle, uint32_t txn, const char *name, char *buffer, const void *object, int32_t room, uint32_t " \
   "state, int *err"
+#define PRINT_OUT                                                                                                    \
+  "kvt_handle *handle, uint32_t txn, char *buffer, uint32_t indent, const char *label, const void *object, int32_t " \
+  "room, int *err"
+#define PRINT_CR "kvt_handle *handle, const void *object, char *buffer, int32_t room"
+#define CLONE \
+  "kvt_handle *handle, uint32_t txn, const void *source, void **clone, uint8_t *buffer, int32_t length, int *err"
 #define XML_IN                                                                                                    \
   "kvt_handle *handle, uint32_t txn, const char *path, kvt_xml_document *document, void *object, int *err, char " \
   "*message, size_t size"
@@ -54,6 +60,14 @@ constexpr Operation kStructLifecycle[] = {
      "return kvt::struct_sizeof_internal($(d), handle, object, with_block, block_only);"},
     {"set_instance_embedded", "void", OBJECT, "Marks the object and its nested objects as taken over by a record.",
      "kvt::struct_set_embedded($(d), handle, txn, object);"},
+    {"get_oid_count", "uint32_t", "kvt_handle *handle, uint32_t txn, const void *object, int *err",
+     "How many reference fields the type has. EINVAL for NULL.",
+     "(void)txn;\n  return kvt::struct_get_oid_count($(d), handle, object, err);"},
+    {"get_object_references", "void",
+     "kvt_handle *handle, uint32_t txn, const void *object, void **out, uint32_t count, int *err",
+     "Puts into `out` the tables that the reference fields lead to, in schema order; NULL for a field that refers to "
+     "none. References to objects are left out. `count` isn't read. EINVAL for NULL; ENOENT: a table is not there.",
+     "(void)count;\n  kvt::struct_get_object_references($(d), handle, txn, object, out, err);"},
     {"set_all_state_tracking_flag", "void", OBJECT ", uint32_t value",
      "Fills the object's whole state block; nothing on an untracked handle or object. Not announced.",
      "kvt::state_set_all($(d), handle, txn, object, static_cast<std::uint8_t>(value));"},
@@ -88,6 +102,9 @@ constexpr Operation kStructSerial[] = {
      "Writes the object's binary form. `length` is the room at `buffer`. EMSGSIZE: too little room; EIDRM: the domain "
      "allows only a lower variant. Bytes written.",
      "return kvt::struct_marshal<$(s)>(handle, txn, buffer, object, length, true, err);"},
+    {"marshal_for_clone", "uint32_t", WIRE_OUT,
+     "As $(type)_marshal, also above the variant that the domain allows; nested objects are held to theirs.",
+     "return kvt::struct_marshal<$(s)>(handle, txn, buffer, object, length, false, err);"},
     {"unmarshal", "uint32_t", WIRE_IN,
      "Reads a binary form into an initialised object; what the bytes do not carry stays. EMSGSIZE: cut short; ENOMEM. "
      "Bytes read.",
@@ -96,9 +113,32 @@ constexpr Operation kStructSerial[] = {
      "Bytes that $(type)_marshal needs; 6 for NULL.", "return kvt::struct_len<$(s)>(handle, object, txn);"},
     {"len_cr", "uint32_t", "kvt_handle *handle, const void *object", "As $(type)_len; 0 when the last error is set.",
      "return kvt::struct_len_cr<$(s)>(handle, object);"},
+    {"clone", "void", CLONE,
+     "Copies `source` in depth into a new object and stores that in `*clone`, or NULL. `buffer` holds the binary form "
+     "meanwhile; $(type)_len tells how many bytes that takes. ENOENT: no `clone` or `buffer`; EMSGSIZE: `length` is "
+     "too short; EIDRM: a nested object is above its domain's variant; ENOMEM.",
+     "kvt::struct_clone<$(s)>(handle, txn, source, clone, buffer, length, err);"},
+    {"clone_internal", "void", CLONE,
+     "As $(type)_clone, but an object that is in `*clone` is the one written to. When reading the copy fails that "
+     "object is destroyed and `*clone` set to NULL.",
+     "kvt::struct_clone_internal<$(s)>(handle, txn, source, clone, buffer, length, err);"},
+    {"clone_cr", "void *", "kvt_handle *handle, const void *source",
+     "As $(type)_clone with the handle's write context, last error and scratch buffer, which grows as need be. The new "
+     "object, or NULL.",
+     "return kvt::struct_clone_cr<$(s)>(handle, source);"},
     {"compare", "int32_t", "const void *a, const void *b",
      "0 when all fields are equal, else below or above 0 by the first difference in schema order. NULL sorts first.",
      "return kvt::struct_compare<$(s)>(a, b);"},
+    {"hash", "uint32_t", "const void *object, uint32_t seed",
+     "A hash of all fields under a seed, the seed for NULL. Objects that compare equal hash alike.",
+     "return kvt::struct_hash<$(s)>(object, seed);"},
+    {"print", "uint32_t", PRINT_OUT,
+     "Writes the object as indented lines between \"label@$(type): {\" and \"}\". `room` is that at `buffer`, a NUL "
+     "included that ends the text at any time. EMSGSIZE. Characters written.",
+     "return kvt::struct_print($(d), handle, txn, buffer, indent, label, object, room, err);"},
+    {"print_cr", "int32_t", PRINT_CR,
+     "As $(type)_print without indentation, with the type's name as label; -1 when the last error is set.",
+     "return kvt::struct_print_cr($(d), handle, object, buffer, room);"},
     {"to_xml", "uint32_t", XML_OUT,
      "Writes the object as the element `name`. `room` is that at `buffer`; no terminator is written. EMSGSIZE. "
      "Characters "
@@ -154,6 +194,15 @@ constexpr Operation kScalar[] = {
 constexpr Operation kEnum[] = {
     {"compare", "int32_t", "const void *a, const void *b", "The wrapped difference of the values; NULL sorts first.",
      "return kvt::enum_compare(a, b);"},
+    {"hash", "uint32_t", "const void *object, uint32_t seed", "A hash of the value under a seed, the seed for NULL.",
+     "return kvt::enum_hash(object, seed);"},
+    {"print", "uint32_t", PRINT_OUT,
+     "Writes \"label@$(type):\" and the enumerator's name as a line, or \"Enum value out of range\" and no line end. "
+     "`room` includes the NUL behind the text. EMSGSIZE. Characters written.",
+     "return kvt::enum_print($(d), handle, txn, buffer, indent, label, object, room, err);"},
+    {"print_cr", "int32_t", PRINT_CR,
+     "As $(type)_print without indentation, with the type's name as label; -1 when the last error is set.",
+     "return kvt::enum_print_cr($(d), handle, object, buffer, room);"},
     {"map_to_internal_value", "uint32_t", "uint32_t value", "The value unchanged: one numbering serves everywhere.",
      "return value;"},
     {"len", "uint32_t", "kvt_handle *handle, uint32_t txn, const void *object", "5 bytes in binary form.",
@@ -188,6 +237,16 @@ constexpr Operation kEnum[] = {
 constexpr Operation kFlag[] = {
     {"compare", "int32_t", "const void *a, const void *b", "The difference of the bits; NULL sorts first.",
      "return kvt::flag_compare(a, b);"},
+    {"hash", "uint32_t", "const void *object, uint32_t seed", "A hash of the bits under a seed, the seed for NULL.",
+     "return kvt::flag_hash(object, seed);"},
+    {"print", "uint32_t", PRINT_OUT,
+     "Writes \"label@$(type):\" and the names of the set bits as a line; \"ERR \" for NULL, which leaves EIDRM in the "
+     "handle. `room` includes the NUL behind the text. EMSGSIZE. Characters written.",
+     "return kvt::flag_print($(d), handle, txn, buffer, indent, label, object, room, err);"},
+    {"print_cr", "int32_t", PRINT_CR,
+     "As $(type)_print without indentation, with the type's name as label; -1 when the last error is set, as it is for "
+     "NULL.",
+     "return kvt::flag_print_cr($(d), handle, object, buffer, room);"},
     {"len", "uint32_t", "kvt_handle *handle, uint32_t txn, const void *object", "6 bytes in binary form.",
      "(void)handle, (void)txn, (void)object;\n  return kvt::kFlagBytes;"},
     {"len_cr", "uint32_t", "kvt_handle *handle, const void *object", "As $(type)_len; 0 when the last error is set.",

@@ -52,15 +52,29 @@ const char* kRecord = R"--(extern const kvt_type_record $(symbol) = {
     KVT_TYPE_MAGIC, {$(bytes)}, "$(luid)", "$(name)", "$(module)", "$(kind)", {0, 0, 0}, -1, $(number), 0, 0};
 )--";
 
-std::string texts(const char* name, const char* table, unsigned number, const std::vector<std::string>& list) {
-  std::string out = std::string("constexpr const char* ") + name + "[] = {\n";
-  for (const std::string& t : list) out += "    " + text_literal(t) + ",\n";
-  if (list.empty()) out += "    nullptr,\n";
-  return out + fill("};\nconst fenlog_table $(table) = {$(number), $(count), $(name)};\n",
-                    {{"table", table},
-                     {"number", std::to_string(number)},
-                     {"count", std::to_string(list.size())},
-                     {"name", name}});
+// The tables whose texts the built file holds; without messages there is nothing to point at.
+std::string message_tables_of(const Module& module, const MessageIndex& messages) {
+  std::string sections, tables;
+  for (const MessageTable& table : message_tables(module, messages)) {
+    const bool any = !table.messages->empty();
+    const Holes holes = {{"name", table.name},
+                         {"number", std::to_string(table.number)},
+                         {"count", std::to_string(table.messages->size())},
+                         {"symbol", any ? message_symbol(table) : "nullptr"}};
+    if (any) {
+      sections += fill("extern \"C\" [[gnu::visibility(\"hidden\")]] const unsigned char $(symbol)[];\n", holes);
+    }
+    tables += fill("const fenlog_table k_$(name)_messages = {$(number), $(count), $(symbol)};\n", holes);
+  }
+  return sections + tables;
+}
+
+// The modules that this one stands on, as far as a bundle handler goes.
+std::string needs_of(const Module& module) {
+  std::string out;
+  for (const Need& need : module.needs)
+    out += fill("    {$(n)_bundle_handler_register, $(n)_bundle_handler_unregister},\n", {{"n", need.name}});
+  return out + "    {nullptr, nullptr},\n";
 }
 
 }  // namespace
@@ -75,7 +89,7 @@ void emit_module(Output& out, const MessageIndex& messages, const FailureZone& z
 namespace kvt {
 namespace @schema@ {
 extern const ModuleDesc k_module;
-extern const fenlog_table k_table_messages, k_type_messages;
+extern const fenlog_table k_timer_messages, k_table_messages, k_type_messages;
 }  // namespace @schema@
 }  // namespace kvt
 )--",
@@ -101,9 +115,13 @@ extern const fenlog_table k_table_messages, k_type_messages;
     }
     variants += fill("};\nconst kvt_variant_data varinfo_$(i) = {$(count), {0, 0, 0}, $(number)};\n",
                      {{"i", index}, {"count", std::to_string(e.variants.size())}, {"number", number}});
-    statics += fill("    {&$(symbol), &varinfo_$(i), entries_$(i)},\n", {{"symbol", e.symbol}, {"i", index}});
+    statics += fill(
+        "    {&$(symbol), &varinfo_$(i), entries_$(i), $(destroy)},\n",
+        {{"symbol", e.symbol}, {"i", index}, {"destroy", e.kind == "type" ? e.name + "_destroy_internal" : "nullptr"}});
     types += "    &" + e.symbol + ",\n";
   }
+  std::string includes;
+  for (const Need& need : module.needs) includes += "#include \"" + need.name + "/" + need.name + ".h\"\n";
   std::string identities;
   for (const Table* table : module.tables) {
     identities += fill(R"--(extern const uint8_t table_$(table)_luid[16] = {$(bytes)};
@@ -116,6 +134,7 @@ extern const char table_$(table)_name[] = "table $(table)";
                             fill(R"--(#include "$(m)_module.h"
 
 #include "$(m)/$(m).h"
+$(includes)#include "frame/bundle.h"
 #include "frame/registration.h"
 
 uint16_t g_kvt_$(m)_trace_module_id = 0;
@@ -132,7 +151,7 @@ namespace {
 
 $(variants)
 constexpr kvt_static_type kStaticTypes[] = {
-$(statics)    {nullptr, nullptr, nullptr},
+$(statics)    {nullptr, nullptr, nullptr, nullptr},
 };
 constexpr const kvt_type_record* kTypes[] = {
 $(types)    nullptr,
@@ -141,15 +160,13 @@ void* g_failure_zone = nullptr;
 kvt_module_record g_module = {"$(m)", kTypes, nullptr, nullptr};
 std::uint8_t g_loaded = 0;
 
-$(table_texts)
-$(type_texts)
+constexpr BundleSibling kNeeds[] = {
+$(needs)};
 }  // namespace
 
-const fenlog_table k_table_messages = table_messages;
-const fenlog_table k_type_messages = type_messages;
-const ModuleDesc k_module = {
+$(messages)const ModuleDesc k_module = {
     "$(m)", "kvt_$(m)", &g_kvt_$(m)_trace_module_id, &g_trace_state, $(m)_typeinfo_initialize, kStaticTypes, $(count),
-    $(number), &g_failure_zone, $(zone)};
+    $(number), &g_failure_zone, $(zone), {&k_type_messages, $(first), &g_kvt_$(m)_trace_module_id}};
 
 namespace {
 __attribute__((constructor)) void load() { load_module(k_module, &g_module, &g_loaded); }
@@ -163,6 +180,16 @@ void $(m)_typeinfo_initialize(kvt_handle *handle, uint32_t txn, int *err) {
   kvt::register_types(handle, txn, kvt::@schema@::k_module, err);
 }
 void kvt_$(m)_trace_init(void) { fenlog_module_init_fn("kvt_$(m)", &g_kvt_$(m)_trace_module_id, &g_trace_state); }
+void $(m)_type_variant_dump(int (*out)(const char *format, ...)) {
+  kvt::dump_variants(kvt::@schema@::k_module, out);
+}
+void *$(m)_bundle_registered_handler = nullptr;
+void *$(m)_bundle_handler_register(void *handler) {
+  return kvt::register_bundle_handler($(m)_bundle_registered_handler, kvt::@schema@::kNeeds, handler);
+}
+void *$(m)_bundle_handler_unregister(void) {
+  return kvt::unregister_bundle_handler($(m)_bundle_registered_handler, kvt::@schema@::kNeeds);
+}
 )--",
                                  {{"m", m},
                                   {"records", records},
@@ -170,8 +197,10 @@ void kvt_$(m)_trace_init(void) { fenlog_module_init_fn("kvt_$(m)", &g_kvt_$(m)_t
                                   {"variants", variants},
                                   {"statics", statics},
                                   {"types", types},
-                                  {"table_texts", texts("kTableTexts", "table_messages", 1, messages.table_texts)},
-                                  {"type_texts", texts("kTypeTexts", "type_messages", 2, messages.type_texts)},
+                                  {"includes", includes},
+                                  {"needs", needs_of(module)},
+                                  {"messages", message_tables_of(module, messages)},
+                                  {"first", std::to_string(messages.module_first)},
                                   {"count", std::to_string(entries.size())},
                                   {"number", std::to_string(module.number)},
                                   {"zone", std::to_string(zone.size)}});

@@ -101,6 +101,8 @@ void emit_headers(Output& out) {
         declare_table(*table));
   }
   const std::string& m = out.module.name;
+  std::string needs;
+  for (const Need& need : out.module.needs) needs += (needs.empty() ? ": " : ", ") + need.name;
   std::string& umbrella = out.header(m + ".h");
   umbrella = wrap(out, "all", "All that the module " + m + " exports.",
                   includes + fill(R"--(
@@ -109,20 +111,30 @@ KVT_EXPORT void $(m)_typeinfo_initialize(kvt_handle *handle, uint32_t txn, int *
 /// Binds the module's trace id; cheap and idempotent.
 KVT_EXPORT void kvt_$(m)_trace_init(void);
 KVT_EXPORT extern uint16_t g_kvt_$(m)_trace_module_id;
+/// Tells `out`, which is a function in the manner of printf, the variants of each type of the module: how many, and of
+/// each the bytes in use and those left over.
+KVT_EXPORT void $(m)_type_variant_dump(int (*out)(const char *format, ...));
+/// Keeps a bundle handler for the module and for those that it stands on$(needs). The library itself never calls it.
+/// @return the handler that was there before, NULL at first
+KVT_EXPORT void *$(m)_bundle_handler_register(void *handler);
+/// Takes the handler away, from the same modules. @return the handler that was there
+KVT_EXPORT void *$(m)_bundle_handler_unregister(void);
+/// The handler kept for the module itself.
+KVT_EXPORT extern void *$(m)_bundle_registered_handler;
 /// The trace id of generated stubs of the module; kept for them, not read here.
 KVT_EXPORT extern uint16_t g_kvt_$(m)_stub_trace_module_id;
 )--",
-                                  {{"m", m}}));
+                                  {{"m", m}, {"needs", needs}}));
 }
 
 void emit_lifecycle(Output& out) {
   std::string& source = out.source("lifecycle.cc");
-  source =
-      top_comment(out, "Lifecycle of struct types.") +
-      fill(
-          "#include \"$(module)_schema.h\"\n#include \"objects/state_tracking.h\"\n#include \"objects/struct_copy.h\"\n"
-          "#include \"objects/struct_lifecycle.h\"\n#include \"objects/variants.h\"\n\n",
-          {{"module", out.module.name}});
+  source = top_comment(out, "Lifecycle of struct types.") +
+           fill(
+               "#include \"$(module)_schema.h\"\n#include \"objects/references.h\"\n#include "
+               "\"objects/state_tracking.h\"\n#include \"objects/struct_copy.h\"\n"
+               "#include \"objects/struct_lifecycle.h\"\n#include \"objects/variants.h\"\n\n",
+               {{"module", out.module.name}});
   for (const Struct* type : out.module.structs)
     source += define(kStructLifecycleFamily, type->name, struct_holes(*type));
 }
@@ -131,7 +143,8 @@ void emit_serial(Output& out) {
   const std::string top =
       top_comment(out, "Serial forms of struct types.") +
       fill(
-          "#include \"$(module)_schema.h\"\n#include \"serial/binary.h\"\n#include \"serial/compare.h\"\n"
+          "#include \"$(module)_schema.h\"\n#include \"serial/binary.h\"\n#include \"serial/clone.h\"\n"
+          "#include \"serial/compare.h\"\n#include \"serial/hash.h\"\n#include \"serial/print_form.h\"\n"
           "#include \"serial/xml_form.h\"\n\n",
           {{"module", out.module.name}});
   shard(out, "serial", kSerialShards, top, out.module.structs,
@@ -143,7 +156,7 @@ void emit_scalars(Output& out) {
   source = top_comment(out, "Enumerated and flag types.") +
            fill(
                "#include \"$(module)_schema.h\"\n#include \"objects/enumerated.h\"\n#include \"objects/flag_set.h\"\n"
-               "#include \"serial/binary.h\"\n#include \"serial/xml_form.h\"\n\n",
+               "#include \"serial/binary.h\"\n#include \"serial/print_form.h\"\n#include \"serial/xml_form.h\"\n\n",
                {{"module", out.module.name}});
   for (const Enum* type : out.module.enums) {
     const Holes holes = scalar_holes(type->name, type->top, true);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -104,6 +105,13 @@ struct Listed {
   Position at;
 };
 
+// A module that another one stands on.
+struct Need {
+  std::string name;
+  const Module* module = nullptr;  // resolved
+  Position at;
+};
+
 // A result that stands beside the schema as a check: `expect st_wlan variant 3 size 1992`.
 struct Expectation {
   static constexpr std::uint32_t kTop = UINT32_MAX;
@@ -121,6 +129,7 @@ struct Module {
   std::vector<Flag*> flags;
   std::vector<Table*> tables;
   std::vector<Listed> listed;  // from which check fills the four above
+  std::vector<Need> needs;     // in the order written, in which bundle handlers are handed on
   Position at, number_at;
 };
 
@@ -154,5 +163,17 @@ void layout(Schema& schema, std::vector<Diagnostic>& errors);
 // Writes everything that belongs to `module` below `directory`; a file that would not change is left alone.
 // @return false, with a message, when a file cannot be written
 bool emit(const Schema& schema, const Module& module, const std::string& directory, std::string& message);
+
+// What a built file tells of itself beside the code: message tables and their texts, manifests, build stamps.
+struct BuiltFile {
+  std::string library;  // names the source
+  std::vector<const Module*> modules;
+  bool runtime = false;                      // the runtime's own messages too
+  std::map<std::string, std::string> stamp;  // by what stamp_names tells
+};
+// The names of what a stamp holds, in the order of its lines.
+std::vector<std::string> stamp_names();
+// As emit, for the built file that the modules go into.
+bool emit_built_file(const BuiltFile& file, const std::string& directory, std::string& message);
 
 }  // namespace zarnc

@@ -228,9 +228,16 @@ class Parser {
   static void module_entry(Line& line, Module& module) {
     Listed listed;
     const Position at = line.here();
-    listed.kind = line.word("struct, enum, flag or table");
+    listed.kind = line.word("struct, enum, flag, table or needs");
+    if (listed.kind == "needs") {
+      Need need;
+      need.name = line.word("the name of a module", &need.at);
+      line.finish();
+      module.needs.push_back(need);
+      return;
+    }
     if (listed.kind != "struct" && listed.kind != "enum" && listed.kind != "flag" && listed.kind != "table") {
-      line.error(at, "expected struct, enum, flag or table, not '" + listed.kind + "'");
+      line.error(at, "expected struct, enum, flag, table or needs, not '" + listed.kind + "'");
     }
     listed.name = line.word("the name of a type", &listed.at);
     line.finish();

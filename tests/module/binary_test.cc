@@ -1,9 +1,8 @@
 // Tests of the binary form of all types: every writer variant with every reader variant, tracked or not, short room,
 // cut and damaged bytes.
-#include <sys/mman.h>
-
 #include <random>
 
+#include "guarded_buffer.h"
 #include "rig.h"
 
 namespace module_test {
@@ -229,29 +228,6 @@ TEST(Jump, LeadsOverWhatAnUnknownVariantAddedAndNeverBack) {
     EXPECT_EQ(object[8], 3) << c.what;
   }
 }
-
-// A buffer whose last byte is the last that may be touched.
-class GuardedBuffer {
- public:
-  GuardedBuffer() {
-    map_ = static_cast<char*>(mmap(nullptr, kSize + kPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    mprotect(map_ + kSize, kPage, PROT_NONE);
-  }
-  ~GuardedBuffer() { munmap(map_, kSize + kPage); }
-  GuardedBuffer(const GuardedBuffer&) = delete;
-  GuardedBuffer& operator=(const GuardedBuffer&) = delete;
-  std::uint8_t* with_room(std::size_t room) {
-    std::memset(map_, 0xCC, kSize);
-    return reinterpret_cast<std::uint8_t*>(map_ + kSize - room);
-  }
-  bool untouched_before(std::size_t room) const {
-    return std::all_of(map_, map_ + kSize - room, [](char byte) { return byte == '\xCC'; });
-  }
-
- private:
-  static constexpr std::size_t kPage = 65536, kSize = 65536;
-  char* map_;
-};
 
 constexpr const char* kSweptTypes[] = {
     "st_dtim", "wpa_psk_type",     "st_wlan_notify",         "st_wlan_client_settings",

@@ -25,6 +25,7 @@ struct Field {
   std::uint32_t place, offset, width;
   int variant;
   std::uint32_t state;
+  std::string target = "-";  // of a reference
 };
 
 struct Type {
@@ -76,7 +77,7 @@ struct Catalogue {
     for (Type& type : types) by_name[type.name] = type;
     for (const auto& row : read_table("fields.tsv")) {
       by_name[row[0]].fields.push_back({row[1], row[3], number(row[2]), number(row[4]), number(row[5]),
-                                        static_cast<int>(number(row[6])), number(row[7])});
+                                        static_cast<int>(number(row[6])), number(row[7]), row[8]});
     }
     for (Type& type : types) type = by_name[type.name];
     // The one struct of another module that stands in an object of this one; its own module publishes no table.
@@ -154,6 +155,11 @@ using Marshal = std::uint32_t(H, Txn, std::uint8_t*, const void*, std::int32_t, 
 using Unmarshal = std::uint32_t(H, Txn, const std::uint8_t*, void*, std::int32_t, std::uint32_t, int*);
 using Len = std::uint32_t(H, Txn, const void*);
 using Compare = std::int32_t(const void*, const void*);
+using Hash = std::uint32_t(const void*, std::uint32_t);
+using Print = std::uint32_t(H, Txn, char*, std::uint32_t, const char*, const void*, std::int32_t, int*);
+using PrintCr = std::int32_t(H, const void*, char*, std::int32_t);
+using Clone = void(H, Txn, const void*, void**, std::uint8_t*, std::int32_t, int*);
+using CloneCr = void*(H, const void*);
 using ToXml = std::uint32_t(H, Txn, const char*, char*, const void*, std::int32_t, std::uint32_t, int*);
 using ToXmlCr = std::int32_t(H, const void*, char*, std::int32_t);
 using FromXml = void(H, Txn, const char*, kvt_xml_document*, void*, int*, char*, std::size_t);

@@ -110,21 +110,6 @@ TEST(Enumerated, NullObjectsAndASetSlot) {
   }
 }
 
-TEST(Enumerated, TheFailureObjectStandsInForAnExhaustedStore) {
-  for (const auto& [type, all] : enums()) {
-    Rig rig;
-    rig.fail_after = 0;
-    EXPECT_EQ(fn<Create>(type + "_create")(rig.h, rig.txn), nullptr);
-    EXPECT_EQ(rig.h->last_error, 0) << "no error is kept";
-    rig.fail_after = 0;
-    void* failure = fn<void*(H)>(type + "_create_cr")(rig.h);
-    ASSERT_NE(failure, nullptr) << type;
-    EXPECT_EQ(std::exchange(rig.h->last_error, 0), 12) << type;
-    fn<void(H, void*)>(type + "_destroy_cr")(rig.h, failure);
-    EXPECT_TRUE(rig.blocks.empty());
-  }
-}
-
 TEST(Enumerated, ComparesByTheUnclampedDifference) {
   Rig rig;
   char* a = make(rig, "key_size_type");

@@ -25,6 +25,8 @@ const std::vector<std::string> kStructOperations = {"create",
                                                     "get_luid",
                                                     "get",
                                                     "set",
+                                                    "get_oid_count",
+                                                    "get_object_references",
                                                     "get_all",
                                                     "set_all",
                                                     "marshal",
@@ -50,6 +52,9 @@ TEST(Exports, EveryOperationOfEveryFieldIsThere) {
       EXPECT_EQ(find_symbol(name + "_state_flag_set") != nullptr, kind_of(f) != Kind::kTimer) << name;
       EXPECT_EQ(find_symbol(name + "_get") != nullptr, has_set(f)) << name;
       EXPECT_EQ(find_symbol(name + "_set") != nullptr, has_set(f)) << name;
+      for (const char* op : {"_get_by_ref", "_get_by_ref_cr", "_set_by_ref", "_set_by_ref_cr"}) {
+        EXPECT_EQ(find_symbol(name + op) != nullptr, kind_of(f) == Kind::kReference) << name << op;
+      }
       EXPECT_EQ(find_symbol(name + "_get_value") != nullptr, has_value(f)) << name;
       EXPECT_EQ(find_symbol(name + "_set_value") != nullptr, has_value(f)) << name;
     }
@@ -156,31 +161,6 @@ TEST(Create, WithAnyAllocationFailingGivesNothingOrAWholeObject) {
   }
 }
 
-TEST(CreateCr, HandsOutTheFailureObjectWhichNoCallTouches) {
-  for (const Type& type : all_types()) {
-    Rig rig(Tracking::kOn);
-    const auto create = fn<void*(H)>(type.name + "_create_cr");
-    rig.fail_after = 0;
-    char* failure = static_cast<char*>(create(rig.h));
-    ASSERT_NE(failure, nullptr) << type.name;
-    EXPECT_EQ(rig.h->last_error, 12);
-    EXPECT_EQ(rig.h->cr_create, 0u);
-    EXPECT_EQ(create(rig.h), failure) << "the pending error must stop the second call";
-    EXPECT_TRUE(rig.blocks.empty()) << type.name;
-    fill_slot(rig, slots_of(type, failure)[0], 1, rig.err = 12);
-    fn<void(H, void*)>(type.name + "_destroy_cr")(rig.h, failure);
-    rig.destroy(type, failure);
-    EXPECT_EQ(rig.take_err(), 12);
-    EXPECT_EQ(std::string(failure, type.size.back()), std::string(type.size.back(), '\0')) << type.name;
-    rig.h->last_error = 0;
-    void* object = create(rig.h);
-    EXPECT_NE(object, failure);
-    fn<void(H, void*)>(type.name + "_destroy_cr")(rig.h, object);
-    rig.destroy(type, nullptr);
-    EXPECT_TRUE(rig.blocks.empty());
-  }
-}
-
 TEST(Initialize, OfANestedObjectNeedsAPlaceForItsStateBytes) {
   const Type& type = type_of("wpa_psk_type");
   alignas(8) char object[64] = {};
@@ -200,24 +180,6 @@ TEST(Initialize, OfANestedObjectNeedsAPlaceForItsStateBytes) {
   }
 }
 
-TEST(Destroy, OfAnObjectThatTheDomainDoesNotKnow) {
-  Rig rig;
-  kvt_domain_set_variant(rig.h, &_st_user_qos_policy_type_info_internal, -1);
-  const Type& type = type_of("st_user_qos_policy");
-  char* object = rig.make(type);
-  EXPECT_EQ(object[4], -1);
-  const std::uint64_t live = live_objects(rig.h, rig.txn, type);
-  for (const Slot& slot : slots_of(type, object)) {
-    fill_slot(rig, slot, 1, 1);
-    EXPECT_EQ(rig.take_err(), 43) << slot.path;
-    fn<Get>(type.name + "_" + slot.field->name + "_get")(rig.h, rig.txn, object, &rig.err);
-    EXPECT_EQ(rig.take_err(), 43) << slot.path;
-  }
-  rig.destroy(type, object);
-  EXPECT_EQ(live_objects(rig.h, rig.txn, type), live - 1);
-  EXPECT_TRUE(rig.blocks.empty());
-}
-
 TEST(SetInstanceEmbedded, ReachesEveryNestedObjectWithAHeader) {
   Rig rig(Tracking::kOn);
   const Type& type = type_of("st_wlan");
@@ -231,36 +193,6 @@ TEST(SetInstanceEmbedded, ReachesEveryNestedObjectWithAHeader) {
     EXPECT_TRUE(slot.at()[6] & KVT_OBJ_EMBEDDED) << slot.path;
   }
   rig.destroy(type, object);
-}
-
-struct Heard {
-  int reports = 0, dirty = 0, destroyed = 0;
-};
-TEST(Marks, GoToADatabaseThatWantsThemAndOnlyWithAWriteContext) {
-  struct Case {
-    std::uint32_t mode, containment;
-    bool context;
-    int reports, marks;
-  };
-  for (const Case& c :
-       {Case{1, 1, true, 1, 1}, Case{1, 1, false, 1, 0}, Case{2, 1, true, 1, 0}, Case{1, 0, true, 0, 0}}) {
-    Rig rig(Tracking::kOff, Place::kDatabase);
-    rig.h->mode = c.mode;
-    rig.h->containment = c.containment;
-    Heard heard;
-    const kvt_observer observer{&heard, [](void* heard, int, void*, void*) { ++static_cast<Heard*>(heard)->reports; },
-                                [](void* heard, std::uint32_t, void*) { ++static_cast<Heard*>(heard)->dirty; },
-                                [](void* heard, std::uint32_t, void*) { ++static_cast<Heard*>(heard)->destroyed; },
-                                nullptr};
-    kvt_observe(rig.h, &observer);
-    const Txn txn = c.context ? rig.txn : KVT_NO_TXN;
-    void* object = st_dtim_create(rig.h, txn);
-    ASSERT_NE(object, nullptr);
-    st_dtim_destroy(rig.h, txn, object);
-    EXPECT_EQ(heard.reports, c.reports) << c.mode;
-    EXPECT_EQ(heard.dirty, c.marks) << c.mode;
-    EXPECT_EQ(heard.destroyed, c.marks) << c.mode;
-  }
 }
 
 TEST(FatalStops, OfACorruptHandleOrTypeLink) {

@@ -194,29 +194,5 @@ TEST(Xml, AnyShortRoomIsAnErrorAndNothingIsWrittenBeyondIt) {
   }
 }
 
-TEST(Xml, AnyAllocationFailingOnTheWayInIsToldAndLeaksNothing) {
-  const Type& type = type_of("st_wlan");
-  std::string text;
-  {
-    Rig rig;
-    char* source = rig.make(type);
-    fill(rig, type, source, 1);
-    text = to_xml(rig, type, source);
-  }
-  bool all_passed = false;
-  for (int failures = 0; !all_passed; ++failures) {
-    Rig rig;
-    char* object = rig.make(type);
-    fill(rig, type, object, 2);
-    rig.fail_after = failures;
-    from_xml(rig, type, text, object);
-    all_passed = rig.fail_after >= 0;
-    rig.fail_after = -1;
-    EXPECT_EQ(rig.take_err(), all_passed ? 0 : 12) << failures;
-    rig.destroy(type, object);
-    EXPECT_TRUE(rig.blocks.empty()) << failures;
-  }
-}
-
 }  // namespace
 }  // namespace module_test

@@ -1,14 +1,18 @@
-// Tests of kvt_aes_vstring and of key files.
-#include "platform/secrets.h"
-
+// Tests of kvt_aes_vstring, of the keys of stores and of key files. Where plain text must not be is the subject of
+// secrets_hunt_test.cc.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <set>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "platform/sealing.h"
 #include "tests/platform/value_rig.h"
@@ -147,23 +151,297 @@ TEST_F(SecretField, ASealedFormTooShortToBeOneIsRefused) {
   }
 }
 
-class KeyFile : public testing::Test {
+class InFolder : public testing::Test {
  protected:
-  KeyFile() {
+  InFolder() {
     char name[] = "/tmp/keyfileXXXXXX";
     folder_ = mkdtemp(name);
-    path_ = folder_ + "/store.key";
+    kvt_handle_options_init(&options_);
+    options_.create = 1;
+    options_.message = message_;
+    options_.message_size = sizeof message_;
   }
-  ~KeyFile() override { EXPECT_EQ(std::system(("rm -rf " + folder_).c_str()), 0); }
-  void write_file(const std::string& content, mode_t mode = 0600) {
-    std::ofstream(path_, std::ios::binary) << content;
-    ASSERT_EQ(chmod(path_.c_str(), mode), 0);
+  ~InFolder() override { EXPECT_EQ(std::system(("rm -rf " + folder_).c_str()), 0); }
+  std::string at(const std::string& name) const { return folder_ + "/" + name; }
+  static void write_file(const std::string& path, const std::string& content, mode_t mode = 0600) {
+    std::ofstream(path, std::ios::binary) << content;
+    ASSERT_EQ(chmod(path.c_str(), mode), 0);
   }
-  int open_key(bool create) { return kvt_keyring_open(path_.c_str(), create, message_, sizeof message_); }
   static std::string digits(char c = '5') { return std::string(64, c) + "\n"; }
 
-  std::string folder_, path_;
+  std::string folder_;
+  kvt_handle_options options_;
   char message_[300] = "";
+};
+
+// A store with fields in it. In a database all that is done is one transaction, which the end of the object aborts.
+class SecretStore {
+ public:
+  explicit SecretStore(kvt_handle* handle) : handle_(handle) { begin(); }
+  ~SecretStore() { close(); }
+  SecretStore(const SecretStore&) = delete;
+  SecretStore& operator=(const SecretStore&) = delete;
+  operator kvt_handle*() { return handle_; }
+  std::uint32_t txn() const { return handle_->default_txn; }
+  void begin() {
+    kvtdb_txn_begin(handle_, &err);
+    EXPECT_EQ(err, 0);
+  }
+  void commit() { kvtdb_txn_commit(handle_, txn(), &err); }
+  void close() {
+    kvt_handle_close(handle_);
+    handle_ = nullptr;
+  }
+  kvt_aes_vstring* field() {
+    void* p = handle_->store_alloc(handle_->store, txn(), sizeof(kvt_aes_vstring));
+    return static_cast<kvt_aes_vstring*>(std::memset(p, 0, sizeof(kvt_aes_vstring)));
+  }
+  kvt_aes_vstring* secret(const std::string& text) {
+    kvt_aes_vstring* p = field();
+    kvt_aes_vstring_assign(handle_, txn(), p, text.data(), text.size(), &err);
+    EXPECT_EQ(err, 0);
+    return p;
+  }
+  int err = 0;
+
+ private:
+  kvt_handle* handle_;
+};
+
+std::string key_of(const void* field) { return sealed_bytes(field).substr(0, kvt::kKeyIdSize); }
+
+bool opens(const std::string& sealed) {
+  std::vector<std::uint8_t> plain(sealed.size() - kvt::kSealOverhead);
+  return kvt::unseal(reinterpret_cast<const std::uint8_t*>(sealed.data()), sealed.size(), plain.data());
+}
+
+class StoreKeys : public InFolder {
+ protected:
+  kvt_handle* database(const std::string& name) {
+    int err = 0;
+    kvt_handle* handle = kvt_handle_open_database(at(name).c_str(), &options_, &err);
+    EXPECT_NE(handle, nullptr) << message_;
+    return handle;
+  }
+  int database_error(const std::string& name) {
+    int err = 0;
+    kvt_handle_close(kvt_handle_open_database(at(name).c_str(), &options_, &err));
+    return err;
+  }
+  kvt_handle* private_store(const char* key_file = nullptr) {
+    int err = 0;
+    options_.key_file = key_file;
+    kvt_handle* handle = kvt_handle_open_private(&options_, &err);
+    options_.key_file = nullptr;
+    EXPECT_NE(handle, nullptr) << message_;
+    return handle;
+  }
+};
+
+TEST_F(StoreKeys, EachDatabaseSealsUnderItsOwnWhateverIsOpenedBesideIt) {
+  SecretStore a(database("a"));
+  const void* before = a.secret("before");
+  SecretStore own(private_store());
+  const void* in_private = own.secret("private");
+  SecretStore b(database("b"));
+  const void* in_b = b.secret("b");
+  const void* after = a.secret("after");
+  const void* private_after = own.secret("private after");
+  EXPECT_EQ(key_of(before), key_of(after));
+  EXPECT_EQ(key_of(in_private), key_of(private_after));
+  EXPECT_EQ((std::set<std::string>{key_of(after), key_of(in_b), key_of(in_private)}.size()), 3u);
+  EXPECT_EQ(text_of(before), "before");
+  EXPECT_EQ(text_of(in_b), "b");
+  EXPECT_EQ(text_of(private_after), "private after");
+  EXPECT_LT(kvt_aes_vstring_compare(in_b, before), 0) << "b" << text_of(before);
+  EXPECT_EQ(kvt_aes_vstring_compare(b.secret("after"), after), 0);
+}
+
+using Bring = void (*)(SecretStore& to, void* field, SecretStore& from, const void* source);
+
+void by_set(SecretStore& to, void* field, SecretStore&, const void* source) {
+  kvt_aes_vstring_set(to, to.txn(), field, source, &to.err);
+}
+
+// As objects are copied: all their bytes first, then each string.
+void by_raw_copy_and_set(SecretStore& to, void* field, SecretStore&, const void* source) {
+  std::memcpy(field, source, sizeof(kvt_aes_vstring));
+  kvt_aes_vstring_set(to, to.txn(), field, source, &to.err);
+}
+
+void by_wire(SecretStore& to, void* field, SecretStore& from, const void* source) {
+  std::vector<std::uint8_t> wire(1000);
+  const auto room = static_cast<std::int32_t>(kvt_aes_vstring_marshal(from, 0, wire.data(), source, 1000, &to.err));
+  kvt_aes_vstring_unmarshal(to, to.txn(), wire.data(), field, room, 0, &to.err);
+}
+
+void by_xml(SecretStore& to, void* field, SecretStore& from, const void* source) {
+  std::string xml(1000, '\0');
+  xml.resize(kvt_aes_vstring_to_xml(from, 0, "f", xml.data(), source, 1000, 0, &to.err));
+  kvt_xml_document* document = kvt_xml_parse(xml.data(), xml.size(), nullptr, 0);
+  kvt_aes_vstring_from_xml(to, to.txn(), "//f", document, field, &to.err, nullptr, 0);
+  kvt_xml_free(document);
+}
+
+constexpr std::array<std::pair<const char*, Bring>, 4> kWays = {
+    {{"set", by_set}, {"raw copy and set", by_raw_copy_and_set}, {"wire", by_wire}, {"XML", by_xml}}};
+
+TEST_F(StoreKeys, ACopyIsSealedUnderTheReceiversKeyAndOutlivesTheSenders) {
+  const struct {
+    const char *name, *from, *to;  // null: a private store
+  } roads[] = {{"database to database", "a", "b"}, {"to private", "a", nullptr}, {"from private", nullptr, "b"}};
+  for (const auto& road : roads) {
+    for (const auto& [way, bring] : kWays) {
+      SCOPED_TRACE(std::string(road.name) + " by " + way);
+      const std::string text = road.name + std::string(300, '.') + way;  // too long for the stack
+      SecretStore from(road.from ? database(road.from) : private_store());
+      SecretStore to(road.to ? database(road.to) : private_store());
+      const void* source = from.secret(text);
+      const std::string sealed = sealed_bytes(source);
+      void* copy = to.field();
+      bring(to, copy, from, source);
+      ASSERT_EQ(to.err, 0);
+      EXPECT_EQ(key_of(copy), key_of(to.secret("x")));
+      EXPECT_NE(key_of(copy), key_of(source));
+      EXPECT_EQ(sealed_bytes(source), sealed);
+      from.close();
+      EXPECT_FALSE(opens(sealed)) << "the key is still there";
+      EXPECT_EQ(text_of(copy), text);
+    }
+  }
+}
+
+TEST_F(StoreKeys, ASecretWhoseKeyIsGoneIsKeptAndPassedOnAsItCame) {
+  SecretStore a(database("a"));
+  const void* first = a.secret("first");
+  const std::string sealed = sealed_bytes(first);
+  a.commit();
+  SecretStore own(private_store());
+  std::string wire(1000, '\0');
+  wire.resize(kvt_aes_vstring_marshal(a, 0, reinterpret_cast<std::uint8_t*>(wire.data()), first, 1000, &own.err));
+  a.close();
+  void* kept = own.field();
+  kvt_aes_vstring_unmarshal(own, own.txn(), reinterpret_cast<const std::uint8_t*>(wire.data()), kept,
+                            static_cast<std::int32_t>(wire.size()), 0, &own.err);
+  EXPECT_EQ(sealed_bytes(kept), sealed);
+  EXPECT_EQ(text_of(kept), "(closed)");
+  for (const auto& [way, bring] : kWays) {
+    void* passed = own.field();
+    bring(own, passed, own, kept);
+    EXPECT_EQ(sealed_bytes(passed), sealed) << way;
+    EXPECT_EQ(kvt_aes_vstring_compare(passed, kept), 0) << way;
+  }
+  EXPECT_EQ(own.err, 0);
+  SecretStore again(database("a"));
+  EXPECT_EQ(text_of(kept), "first") << "its key is back";
+}
+
+TEST_F(StoreKeys, AKeyIsThereUntilTheLastHandleThatBroughtItCloses) {
+  const std::string key_file = at("a.key");
+  enum { kDatabase, kAgain, kPrivateWithItsKey, kHandles };
+  for (const std::array<int, kHandles>& order :
+       {std::array<int, kHandles>{0, 1, 2}, {2, 1, 0}, {1, 2, 0}, {1, 0, 2}, {2, 0, 1}, {0, 2, 1}}) {
+    kvt_handle* handles[kHandles] = {};
+    handles[kDatabase] = database("a");
+    std::string sealed;
+    {
+      SecretStore writer(database("a"));
+      sealed = sealed_bytes(writer.secret("one"));
+    }
+    handles[kAgain] = database("a");
+    handles[kPrivateWithItsKey] = private_store(key_file.c_str());
+    for (const int next : order) {
+      EXPECT_TRUE(opens(sealed));
+      kvt_handle_close(handles[next]);
+    }
+    EXPECT_FALSE(opens(sealed));
+  }
+}
+
+TEST_F(StoreKeys, PrivateStoresShareTheProcessKeyWhichGoesWithTheLastOfThem) {
+  SecretStore a(private_store()), b(private_store());
+  const void* in_a = a.secret("a");
+  const std::string sealed = sealed_bytes(in_a);
+  EXPECT_EQ(key_of(in_a), key_of(b.secret("b")));
+  a.close();
+  EXPECT_TRUE(opens(sealed));
+  b.close();
+  EXPECT_FALSE(opens(sealed));
+  SecretStore c(private_store());
+  EXPECT_NE(key_of(c.secret("c")), sealed.substr(0, kvt::kKeyIdSize));
+}
+
+TEST_F(StoreKeys, AnotherKeyThanTheDatabasesIsRefused) {
+  kvt_handle_close(database("a"));
+  write_file(at("other.key"), digits());
+  const std::string other = at("other.key");
+  options_.key_file = other.c_str();
+  EXPECT_EQ(database_error("a"), EKEYREJECTED);
+  EXPECT_EQ(std::string(message_), "key file \"" + other + "\": does not hold the key of the database");
+  options_.key_file = nullptr;
+  EXPECT_EQ(database_error("a"), 0);
+}
+
+TEST_F(StoreKeys, ALostKeyIsReplacedOnlyWhenThatIsAskedFor) {
+  void* field;
+  {
+    SecretStore a(database("a"));
+    field = a.secret("old");
+    a.commit();
+  }
+  ASSERT_EQ(rename(at("a.key").c_str(), at("lost.key").c_str()), 0);
+  EXPECT_EQ(database_error("a"), ENOENT);
+  EXPECT_NE(access(at("a.key").c_str(), F_OK), 0) << "a new key would hide that the old one is lost";
+  options_.create = 0;
+  options_.replace_key = 1;
+  SecretStore a(database("a"));
+  options_.replace_key = 0;
+  EXPECT_EQ(text_of(field), "(closed)");
+  EXPECT_EQ(text_of(a.secret("new")), "new");
+  EXPECT_EQ(database_error("a"), 0) << "it is the database's key now: " << message_;
+  // The old key was found: what it sealed is sealed anew by a copy on itself.
+  SecretStore finder(private_store(at("lost.key").c_str()));
+  EXPECT_EQ(text_of(field), "old");
+  void* copy = a.field();
+  by_set(a, copy, a, field);
+  EXPECT_EQ(key_of(copy), key_of(a.secret("x")));
+}
+
+TEST_F(StoreKeys, AKeyFileBelongsToTheDatabasesOwner) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  constexpr uid_t kOwner = 12345;
+  kvt_handle_close(database("a"));
+  ASSERT_EQ(chown(at("a").c_str(), kOwner, kOwner), 0);
+  EXPECT_EQ(database_error("a"), EACCES);
+  EXPECT_NE(std::string(message_).find("another user than the database"), std::string::npos) << message_;
+  ASSERT_EQ(chown(at("a.key").c_str(), kOwner, kOwner), 0);
+  EXPECT_EQ(database_error("a"), 0) << message_;
+  ASSERT_EQ(unlink(at("a.key").c_str()), 0);
+  options_.replace_key = 1;
+  EXPECT_EQ(database_error("a"), 0) << message_;
+  struct stat status;
+  ASSERT_EQ(stat(at("a.key").c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, kOwner) << "the file that is made belongs to him too";
+}
+
+class KeyFile : public InFolder {
+ protected:
+  KeyFile() { path_ = at("store.key"); }
+  using InFolder::write_file;
+  void write_file(const std::string& content, mode_t mode = 0600) { InFolder::write_file(path_, content, mode); }
+  int open_key(bool create) {
+    options_.key_file = path_.c_str();
+    options_.create = create;
+    int err = 0;
+    kvt_handle_close(kvt_handle_open_private(&options_, &err));
+    return err;
+  }
+  std::size_t files() const {
+    std::size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder_)) ++count;
+    return count;
+  }
+  std::string path_;
 };
 
 TEST_F(KeyFile, IsMadeOnceAndReadThereafter) {
@@ -180,48 +458,32 @@ TEST_F(KeyFile, IsMadeOnceAndReadThereafter) {
   EXPECT_EQ(open_key(true), 0);
   std::getline(std::ifstream(path_), again);
   EXPECT_EQ(first, again);
-  EXPECT_EQ(std::system(("test $(ls " + folder_ + " | wc -l) = 1").c_str()), 0) << "something was left behind";
+  EXPECT_EQ(files(), 1u) << "something was left behind";
 }
 
-TEST_F(KeyFile, OpenedLastSealsAndEarlierOnesStillOpen) {
-  ValueRig rig;
-  Field first(&rig, kSecret), second(&rig, kSecret);
-  int err = 0;
-  kvt_aes_vstring_assign(rig, kTxn, first, "one", 3, &err);
-  write_file(digits('7'));
-  ASSERT_EQ(open_key(false), 0) << message_;
-  kvt_aes_vstring_assign(rig, kTxn, second, "two", 3, &err);
-  EXPECT_NE(sealed_bytes(first).substr(0, 8), sealed_bytes(second).substr(0, 8));
-  EXPECT_EQ(text_of(first), "one");
-  EXPECT_EQ(text_of(second), "two");
-}
-
-// Runs in a process of its own, whose first secret comes before its first key file.
-bool early_secret_is_sealed_again(const std::string& key_file) {
-  ValueRig rig;
-  Field early(&rig, kSecret), copy(&rig, kSecret), late(&rig, kSecret);
-  int err = 0;
-  kvt_aes_vstring_assign(rig, kTxn, early, "early", 5, &err);
-  if (kvt_keyring_open(key_file.c_str(), 0, nullptr, 0)) return false;
-  kvt_aes_vstring_set(rig, kTxn, copy, early, &err);
-  kvt_aes_vstring_assign(rig, kTxn, late, "late", 4, &err);
-  const std::string key_id = sealed_bytes(late).substr(0, 8);
-  return !err && sealed_bytes(early).substr(0, 8) != key_id && sealed_bytes(copy).substr(0, 8) == key_id &&
-         text_of(copy) == "early";
-}
-
-using KeyFileDeathTest = KeyFile;
-
-TEST_F(KeyFileDeathTest, ACopyOfASecretOlderThanTheKeyFileIsSealedWithIt) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
-  write_file(digits('8'));
-  const auto run = [this] {
-    const bool good = early_secret_is_sealed_again(path_);
+TEST_F(KeyFile, OfManyThatMakeItAtOnceOneWinsAndAllUseItsKey) {
+  constexpr int kMakers = 8, kRounds = 10;
+  for (int round = 0; round < kRounds; ++round) {
+    std::array<std::string, kMakers> keys;
+    std::vector<std::thread> makers;
+    for (std::string& key : keys)
+      makers.emplace_back([&] {
+        kvt_handle_options options;
+        kvt_handle_options_init(&options);
+        options.create = 1;
+        options.key_file = path_.c_str();
+        int err = 0;
+        kvt_handle* handle = kvt_handle_open_private(&options, &err);
+        if (!handle) return;
+        SecretStore store(handle);
+        key = key_of(store.secret("x"));
+      });
+    for (std::thread& maker : makers) maker.join();
+    EXPECT_EQ(std::set<std::string>(keys.begin(), keys.end()).size(), 1u);
+    EXPECT_EQ(keys[0].size(), kvt::kKeyIdSize);
+    EXPECT_EQ(files(), 1u);
     unlink(path_.c_str());
-    rmdir(folder_.c_str());
-    std::_Exit(good ? 0 : 1);
-  };
-  EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+  }
 }
 
 struct Refusal {
@@ -257,6 +519,9 @@ TEST_F(KeyFile, WhatIsNoRegularFileIsRefused) {
   path_ = folder_ + "/link.key";
   ASSERT_EQ(symlink(target.c_str(), path_.c_str()), 0);
   EXPECT_EQ(open_key(true), EACCES);
+  ASSERT_EQ(unlink(target.c_str()), 0);
+  EXPECT_EQ(open_key(true), EACCES) << "a link to nothing must not be filled";
+  EXPECT_NE(access(target.c_str(), F_OK), 0);
   path_ = folder_ + "/fifo.key";
   ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
   EXPECT_EQ(open_key(true), EACCES);

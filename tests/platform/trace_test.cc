@@ -2,6 +2,7 @@
 #include "platform/trace.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstring>
@@ -9,11 +10,34 @@
 #include <thread>
 #include <vector>
 
+// Sections as the schema compiler makes them, of a module "trace_test" with one table. The last section is what bzip2
+// makes of the five texts in a row.
+asm(R"(.pushsection .fenlog.trace_test.42,"a",%progbits
+.globl trace_test_messages
+.hidden trace_test_messages
+trace_test_messages:
+.2byte 1,42
+.ascii "test's own table"
+.4byte 0x3000000; .2byte 5 /* plain */
+.4byte 0x3000001; .2byte 14 /* %s is %d of %u */
+.4byte 0x3000002; .2byte 26 /* at %p, %llu and %ld, 100%% */
+.4byte 0x3000003; .2byte 14 /* three %s %s %s */
+.4byte 0x3000004; .2byte 7 /* %x %08x */
+.popsection
+.pushsection .fenlog_texts,"",%progbits
+.byte 0x42,0x5a,0x68,0x39,0x31,0x41,0x59,0x26,0x53,0x59,0xc5,0x75,0x98,0xbb,0x00,0x00,0x1a,0x99,0x80,0x42
+.byte 0x04,0x60,0x40,0x27,0x65,0xde,0x40,0x20,0x00,0x48,0xa2,0x6d,0x95,0x37,0xaa,0x62,0x33,0x4d,0x41,0xa9
+.byte 0xa3,0x20,0xd1,0xa0,0x34,0x87,0x43,0x97,0x69,0x61,0xa2,0xa7,0xc5,0x39,0xee,0x97,0xa0,0xe1,0x39,0x26
+.byte 0xaf,0xd2,0x41,0xb1,0x11,0xf3,0xac,0xda,0x56,0x80,0x19,0xdd,0x24,0x02,0x14,0xc8,0x3f,0xc5,0xdc,0x91
+.byte 0x4e,0x14,0x24,0x31,0x5d,0x66,0x2e,0xc0
+.popsection
+)");
+extern "C" [[gnu::visibility("hidden")]] const unsigned char trace_test_messages[];
+
 namespace kvt_test {
 namespace {
 
-const char* const kTexts[] = {"plain", "%s is %d of %u", "at %p, %llu and %ld, 100%%", "three %s %s %s", "%x %08x"};
-constexpr fenlog_table kTable = {42, 5, kTexts};
+constexpr fenlog_table kTable = {42, 5, trace_test_messages};
 
 fenlog_arg text(const char* value) {
   fenlog_arg argument{FENLOG_TEXT, {}};
@@ -65,12 +89,52 @@ TEST_F(Trace, LinesAreFormattedForASink) {
       {1, {word(FENLOG_WORD, 5), text("seven"), word(FENLOG_WORD, 6)}, "5 is seven of 6"},
       {4, {word(FENLOG_WORD, 255), word(FENLOG_LONG, 1ull << 36)}, "ff 1000000000"},
       {5, {}, "message 5 of table 42"},
+      {5,
+       {text("a\nb"), word(FENLOG_WORD, ~0ull), word(FENLOG_SIGNED, ~0ull), word(FENLOG_ADDRESS, 16)},
+       "message 5 of table 42: a?b, 4294967295, -1, 0x10"},
   };
   for (const auto& c : cases) {
     lines_.clear();
     trace(c.index, c.arguments);
     EXPECT_EQ(lines_, std::vector<std::string>{c.line});
   }
+}
+
+// A section that no file has, and none at all: the line tells its numbers, and is asked for again.
+TEST_F(Trace, LinesWithoutTextsTellTheirNumbers) {
+  const std::string section("\1\0\7\0an unknown table ", 20);
+  for (const fenlog_table& table : {fenlog_table{7, 1, section.data()}, fenlog_table{7, 1, nullptr}}) {
+    for (int i = 0; i < 2; ++i) {
+      lines_.clear();
+      const fenlog_arg argument = text("it");
+      fenlog_trace(&table, 0, 3, KVT_LEVEL_ERROR, 1, &argument);
+      EXPECT_EQ(lines_, std::vector<std::string>{"message 0 of table 7: it"});
+    }
+  }
+}
+
+// All start at once, so that some of them come while the texts are being read. @return lines that came out wrong
+int make_lines_at_once() {
+  static std::atomic<int> ready{0}, wrong{0};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.emplace_back([] {
+      kvt::TraceEntry entry{};
+      entry.table = &kTable;
+      char line[20];
+      for (++ready; ready < 8;) std::this_thread::yield();
+      kvt::trace_format(entry, line, sizeof line);
+      wrong += std::string(line) != "plain";
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  return wrong;
+}
+
+TEST(TraceTextsDeathTest, AreReadOnceByManyThreads) {
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";  // a process that has read none yet
+  EXPECT_EXIT(_exit(make_lines_at_once()), testing::ExitedWithCode(0), "");
+  testing::GTEST_FLAG(death_test_style) = "fast";
 }
 
 TEST_F(Trace, TheThresholdDecidesWhatIsKept) {

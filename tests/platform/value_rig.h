@@ -77,6 +77,8 @@ struct Primitive {
   std::uint32_t (*len)(kvt_handle*, std::uint32_t, const void*);
   std::uint32_t (*marshal)(kvt_handle*, std::uint32_t, std::uint8_t*, const void*, std::int32_t, int*);
   std::uint32_t (*unmarshal)(kvt_handle*, std::uint32_t, const std::uint8_t*, void*, std::int32_t, std::uint32_t, int*);
+  std::uint32_t (*print)(kvt_handle*, std::uint32_t, char*, std::uint32_t, const char*, const void*, std::int32_t,
+                         int*);
   std::uint32_t (*to_xml)(kvt_handle*, std::uint32_t, const char*, char*, const void*, std::int32_t, std::uint32_t,
                           int*);
   void (*from_xml)(kvt_handle*, std::uint32_t, const char*, kvt_xml_document*, void*, int*, char*, std::size_t);
@@ -103,15 +105,15 @@ void assign_integer(kvt_handle*, std::uint32_t, void* p, const void* bytes, std:
   std::memcpy(p, &narrow, sizeof narrow);
 }
 
-#define KVT_TEST_INTEGER(X, T)                                                                                  \
-  {                                                                                                             \
-#X, sizeof(T), false, X##_len, X##_marshal, X##_unmarshal, X##_to_xml, X##_from_xml, compare_integers < T>, \
-        X##_set, assign_integer < T>, nullptr, &_##X##_type_info_internal                                       \
+#define KVT_TEST_INTEGER(X, T)                                                                      \
+  {                                                                                                 \
+#X, sizeof(T), false, X##_len, X##_marshal, X##_unmarshal, X##_print, X##_to_xml, X##_from_xml, \
+        compare_integers < T>, X##_set, assign_integer < T>, nullptr, &_##X##_type_info_internal    \
   }
-#define KVT_TEST_STRING(X)                                                                                    \
-  {                                                                                                           \
-#X, sizeof(X), true, X##_len, X##_marshal, X##_unmarshal, X##_to_xml, X##_from_xml, X##_compare, X##_set, \
-        X##_assign, X##_destroy_internal, &_##X##_type_info_internal                                          \
+#define KVT_TEST_STRING(X)                                                                                      \
+  {                                                                                                             \
+#X, sizeof(X), true, X##_len, X##_marshal, X##_unmarshal, X##_print, X##_to_xml, X##_from_xml, X##_compare, \
+        X##_set, X##_assign, X##_destroy_internal, &_##X##_type_info_internal                                   \
   }
 
 inline const Primitive kPrimitives[] = {
@@ -120,8 +122,8 @@ inline const Primitive kPrimitives[] = {
     KVT_TEST_INTEGER(u_int32, std::uint32_t),
     KVT_TEST_INTEGER(u_int64, std::uint64_t),
     {"kvt_boolean", sizeof(kvt_boolean), false, kvt_boolean_len, kvt_boolean_marshal, kvt_boolean_unmarshal,
-     kvt_boolean_to_xml, kvt_boolean_from_xml, kvt_boolean_compare, kvt_boolean_set, assign_integer<kvt_boolean>,
-     nullptr, &_kvt_boolean_type_info_internal},
+     kvt_boolean_print, kvt_boolean_to_xml, kvt_boolean_from_xml, kvt_boolean_compare, kvt_boolean_set,
+     assign_integer<kvt_boolean>, nullptr, &_kvt_boolean_type_info_internal},
     KVT_TEST_STRING(kvt_vstring),
     KVT_TEST_STRING(kvt_aes_vstring),
     KVT_TEST_STRING(qep_bytestr)};

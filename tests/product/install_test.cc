@@ -50,6 +50,23 @@ TEST_F(Install, ToolRunsFromItsNewPlace) {
   EXPECT_NE(done("'" + prefix() + "/bin/wlanctl' --db a.db list"), "");
 }
 
+// The sections that tools read outlive strip: it takes symbols, not what a file says of itself.
+TEST_F(Install, StrippedLibrariesStillTellWhatTheyAre) {
+  const std::string prefix = this->prefix();
+  done("'" ZARN_PRODUCT_CMAKE "' --install '" + kBuild + "' --strip --prefix '" + prefix + "'");
+  const std::string tool = "'" + prefix + "/bin/wlanctl' ",
+                    module = "'" + prefix + "/" ZARN_PRODUCT_LIBDIR "/libzarn_wlan.so'";
+  EXPECT_EQ(done("readelf -S " + module).find(".symtab"), std::string::npos) << "not stripped";
+  EXPECT_EQ(done(tool + "manifest " + module),
+            done("'" + kBuild + "/tools/wlanctl' manifest '" + kBuild + "/libzarn_wlan.so'"));
+  EXPECT_EQ(done(tool + "trace " + module),
+            done("'" + kBuild + "/tools/wlanctl' trace '" + kBuild + "/libzarn_wlan.so'"));
+  const std::string import = tool + "--db a.db import '" + prefix + "/share/zarn_wlan/examples/campus.xml'";
+  done(import);
+  const Result again = shell(import);
+  EXPECT_NE(again.out.find("insert record exists for"), std::string::npos) << again.out;
+}
+
 // A program that was linked here must find its libraries there, not in the place where they were built.
 TEST_F(Install, NothingPointsBackAtTheBuild) {
   const std::string tools = "for f in '" + prefix() + "'/bin/wlanctl '" + prefix() +

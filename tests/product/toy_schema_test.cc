@@ -12,8 +12,9 @@ class ToySchema : public Product {
  protected:
   const std::string schema = kSource + "/tests/product/toy/toy.zs";
   void generate(const std::string& file, const std::string& out) const {
-    done("'" + kBuild + "/schema/zarnc' --out " + out + " --module toy '" + file + "'");
+    done("env -u SOURCE_DATE_EPOCH '" + kBuild + "/schema/zarnc' --out " + out + " --module toy '" + file + "'");
   }
+  std::string run_with(const std::string& changed, const std::string& program) const;
   static std::map<std::string, std::string> files_below(const fs::path& root) {
     std::map<std::string, std::string> files;
     if (!fs::exists(root)) return files;
@@ -45,9 +46,10 @@ TEST_F(ToySchema, OutputIsTheSameOnEveryRunAndAtEveryPlace) {
   EXPECT_EQ(fs::last_write_time(dir / "one/src/toy_schema.h"), before) << "a file that stays the same is not rewritten";
 }
 
-TEST_F(ToySchema, OneLineIsANewField) {
-  spill(dir / "grown.zs", slurp(schema) + "  rings   u_int32  variant 2  \"Rings\"\n");
-  generate("grown.zs", "out");
+// The output of a program that uses the module of a changed schema.
+std::string ToySchema::run_with(const std::string& changed, const std::string& program) const {
+  spill(dir / "changed.zs", changed);
+  generate("changed.zs", "out");
   std::string unit;
   for (const auto& [name, text] : files_below(dir / "out/src")) {
     if (fs::path(name).extension() == ".cc") unit += "#include \"" + name + "\"\n";
@@ -56,12 +58,27 @@ TEST_F(ToySchema, OneLineIsANewField) {
   const std::string includes = " -Iout/include -Iout/src -I'" + kSource + "' -I'" + kSource + "/include' ";
   done(kCompiler + "-std=gnu++20 -O0 -Wall -Wextra -Werror -fno-exceptions -fno-rtti -fvisibility=hidden -c toy.cc" +
        includes);
-  done(kCCompiler + "-std=c11 -Wall -Wextra -pedantic -Werror -c '" + kSource + "/tests/product/toy/use_new_field.c'" +
-       includes);
-  done(kCompiler + "use_new_field.o toy.o " ZARN_PRODUCT_OBJECTS " -L'" + kBuild + "/platform' -lkvt -Wl,-rpath,'" +
+  done(kCCompiler + "-std=c11 -Wall -Wextra -pedantic -Werror -c '" + kSource + "/tests/product/toy/" + program +
+       ".c'" + includes);
+  done(kCompiler + program + ".o toy.o " ZARN_PRODUCT_OBJECTS " -L'" + kBuild + "/platform' -lkvt -Wl,-rpath,'" +
        kBuild + "/platform' -o use");
-  const std::string out = done("./use");
+  return done("./use");
+}
+
+TEST_F(ToySchema, OneLineIsANewField) {
+  const std::string out = run_with(slurp(schema) + "  rings   u_int32  variant 2  \"Rings\"\n", "use_new_field");
   EXPECT_NE(out.find(">1234567</rings>"), std::string::npos) << out;
+}
+
+TEST_F(ToySchema, NestedReferencesAreCountedOnceAndChainsEnd) {
+  std::string text = slurp(schema);
+  const std::string last_struct = "  struct st_tree\n";
+  text.insert(text.find(last_struct) + last_struct.size(), "  struct st_grove\n");
+  text +=
+      "\nstruct st_grove 00000000000000000000000000000008 \"Grove\"\n"
+      "  oldest  st_tree                       \"Oldest tree\"\n"
+      "  next    kvt_oid -> struct st_grove    \"Next grove on the way\"\n";
+  EXPECT_EQ(run_with(text, "use_references"), "");
 }
 
 // What stood there before keeps its places.

@@ -17,7 +17,7 @@ TEST_P(Messages, AreGolden) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, Messages,
-                         ::testing::Values("syntax", "names", "types", "variants", "tables", "expectations"),
+                         ::testing::Values("syntax", "names", "types", "variants", "tables", "expectations", "needs"),
                          [](const auto& one) { return std::string(one.param); });
 
 struct Limit {
@@ -137,6 +137,22 @@ INSTANTIATE_TEST_SUITE_P(
         Usage{"UnknownOption", {"--list", "--verbose", "TOY"}, 2, "zarnc: error: unknown option --verbose"},
         Usage{"UnknownModule", {"--list", "--module", "toys", "TOY"}, 1, "zarnc: error: there is no module 'toys'"},
         Usage{"MissingFile", {"--list", "missing.zs"}, 1, "zarnc: error: cannot read missing.zs"},
+        Usage{"NoLibrary",
+              {"--out", "nowhere", "--module", "toy", "--module", "toy", "TOY"},
+              2,
+              "zarnc: error: several modules need a --library"},
+        Usage{"UnknownStamp",
+              {"--list", "--stamp", "host=x", "TOY"},
+              2,
+              "zarnc: error: --stamp knows no 'host=': pkg_uid, built by, on host, pid, at, comment"},
+        Usage{"NoStampValue",
+              {"--list", "--stamp", "at", "TOY"},
+              2,
+              "zarnc: error: --stamp knows no 'at=': pkg_uid, built by, on host, pid, at, comment"},
+        Usage{"StampOfTwoLines",
+              {"--list", "--stamp", "comment=a\nb", "TOY"},
+              2,
+              "zarnc: error: a control character in --stamp comment"},
         Usage{"OneModule", {"--list", "--module", "toy", "TOY"}, 0, ""}),
     [](const auto& one) { return one.param.name; });
 

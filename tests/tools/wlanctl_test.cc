@@ -1,5 +1,7 @@
 // Tests of wlanctl as a user meets it: exit status, one line of reason, and a database that is whole afterwards.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -74,7 +76,7 @@ void expect_refused(const Result& result, int status, const std::string& reason)
 
 TEST_F(Wlanctl, WrongCommandLineIsStatusTwo) {
   for (const char* arguments : {"", "--db a.db", "--db a.db fly", "--db a.db find", "--db a.db find --id x",
-                                "--db a.db find --id 1 --ssid b", "--db a.db import", "--db a.db set 1 ssid", "list",
+                                "--db a.db find --id 1 --ssid b", "--db a.db import", "--db a.db set 1", "list",
                                 "--db a.db list --table tbl_none", "--db a.db receive --wait 0"}) {
     SCOPED_TRACE(arguments);
     expect_refused(shell("wlanctl " + std::string(arguments)), 2, "");
@@ -177,6 +179,64 @@ TEST_F(Wlanctl, ImportedProfileIsFoundByEachKey) {
   expect_refused(on_database("show --table tbl_mpsk_keys_int 256"), 1, "no record");
 }
 
+// The comments behind a record's XML.
+std::string references_in(const std::string& shown) {
+  const std::size_t at = shown.find("<!-- ");
+  return at == std::string::npos ? "" : shown.substr(at);
+}
+
+TEST_F(Wlanctl, ShowFollowsTheReferencesThatNamesMade) {
+  import_campus();
+  const std::string keys =
+      "<!-- int_mpsk_keys_oid leads to tbl_mpsk_keys_int: priority 0; priority 1; priority 2; priority 3; priority 4 "
+      "-->\n";
+  const std::string policies =
+      "<!-- internal_radio_policy_oid leads to tbl_internal_wlan_radio_policy: band DOT11_RADIO_BAND_2_4_GHZ; band "
+      "DOT11_RADIO_BAND_5_GHZ; band DOT11_RADIO_BAND_6_GHZ -->\n";
+  const std::string dormitory = "<!-- parent_wlan_oid leads to tbl_wlan: wlan_id 11, profile_name \"dorm-mpsk\" -->\n";
+  const struct {
+    const char* arguments;
+    std::string references;
+  } cases[] = {{"dorm-mpsk", keys},
+               {"--table tbl_apgroup_wlan dorm-mpsk", keys},
+               {"roaming", policies},
+               {"guest-web", ""},
+               {"--table tbl_mpsk_keys_int 3", dormitory},
+               {"--table tbl_internal_wlan_radio_policy DOT11_RADIO_BAND_6_GHZ",
+                "<!-- parent_wlan_oid leads to tbl_wlan: wlan_id 1, profile_name \"roaming\" -->\n"},
+               {"--table tbl_wireless_aaa_policy aaa-staff", ""}};
+  // In another database the same records refer to each other, not to where they came from.
+  EXPECT_EQ(shell("wlanctl --db a.db send | wlanctl --db b.db --key a.db.key receive").status, 0);
+  for (const char* database : {"a.db", "b.db --key a.db.key"}) {
+    for (const auto& c : cases) {
+      const Result shown = on_database(std::string("show ") + c.arguments, database);
+      EXPECT_EQ(shown.status, 0) << shown.err;
+      EXPECT_EQ(references_in(shown.out), c.references) << database << " " << c.arguments;
+    }
+  }
+  EXPECT_EQ(on_database("set --table tbl_mpsk_keys_int 3 parent_apfvap_profilename_key guest-web").status, 0);
+  EXPECT_EQ(references_in(on_database("show guest-web").out),
+            "<!-- int_mpsk_keys_oid leads to tbl_mpsk_keys_int: priority 3 -->\n");
+  EXPECT_EQ(on_database("delete dorm-mpsk").status, 0);
+  EXPECT_EQ(references_in(on_database("show --table tbl_mpsk_keys_int 0").out),
+            "<!-- parent_wlan_oid leads to tbl_wlan -->\n");
+}
+
+TEST_F(Wlanctl, ANameWithoutAProfileTiesNothing) {
+  spill(at("keys.xml"),
+        "<zarn_wlan><tbl_mpsk_keys_int><st_mpsk_key_info><priority>1</priority><parent_apfvap_profilename_key>a--b"
+        "</parent_apfvap_profilename_key></st_mpsk_key_info></tbl_mpsk_keys_int></zarn_wlan>");
+  EXPECT_EQ(on_database("import keys.xml").status, 0);
+  EXPECT_EQ(references_in(on_database("show --table tbl_mpsk_keys_int 1").out), "");
+  // The profile comes later, with a name that must not end a comment.
+  spill(at("profile.xml"),
+        "<zarn_wlan><tbl_wlan><st_wlan><wlan_id>1</wlan_id><profile_name>a--b</profile_name></st_wlan></tbl_wlan>"
+        "</zarn_wlan>");
+  EXPECT_EQ(on_database("import profile.xml").status, 0);
+  EXPECT_EQ(references_in(on_database("show --table tbl_mpsk_keys_int 1").out),
+            "<!-- parent_wlan_oid leads to tbl_wlan: wlan_id 1, profile_name \"a- -b\" -->\n");
+}
+
 TEST_F(Wlanctl, SecretsStandNowhereInPlainText) {
   import_campus();
   const std::string secret = "House-Linden-3F-kitchen-radio";
@@ -272,6 +332,93 @@ TEST_F(Wlanctl, SetTellsNothingOfASecret) {
   EXPECT_EQ(slurp(at("a.db")).find("brass-teapot"), std::string::npos);
 }
 
+TEST_F(Wlanctl, SetTakesASecretFromStandardInput) {
+  import_campus();
+  const std::string set = "set --table tbl_mpsk_keys_int 0 mpsk_key";
+  const std::string verify = "wlanctl --db a.db send | wlanctl --db $RANDOM.db --key a.db.key receive --verify '";
+  const Result changed = shell("printf 'House-Maple-brass-teapot' | wlanctl --db a.db " + set);
+  EXPECT_EQ(changed.out, "tbl_mpsk_keys_int mpsk_key: (secret) -> (secret), state 0 -> 2\n") << changed.err;
+  expect_refused(shell(verify + kCampus + "'"), 1, "differs");
+  EXPECT_EQ(shell("echo 'House-Linden-3F-kitchen-radio' | wlanctl --db a.db " + set).status, 0);
+  EXPECT_EQ(shell(verify + kCampus + "'").status, 0) << "the line end belongs to the value";
+  // What cannot be written in XML is refused, and the refusal does not tell it.
+  const Result refused = shell("printf 'House-Maple\\001brass-teapot' | wlanctl --db a.db " + set);
+  expect_refused(refused, 1, "value: line 1");
+  EXPECT_EQ(refused.err.find("teapot"), std::string::npos) << refused.err;
+}
+
+TEST_F(Wlanctl, ATerminalDoesNotShowTheSecretThatIsTyped) {
+  import_campus();
+  int terminal = -1;
+  const pid_t tool = forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (tool == 0) {
+    if (chdir(dir_.c_str()) == 0)
+      execl(kTool.c_str(), "wlanctl", "--db", "a.db", "set", "--table", "tbl_mpsk_keys_int", "2", "mpsk_key", nullptr);
+    _exit(127);
+  }
+  ASSERT_GT(tool, 0);
+  std::string seen;
+  char part[256];
+  ssize_t got;
+  bool typed = false;
+  while ((got = read(terminal, part, sizeof part)) > 0) {
+    seen.append(part, static_cast<std::size_t>(got));
+    if (!typed && seen.find("mpsk_key: ") != std::string::npos)
+      typed = write(terminal, "House-Maple-brass-teapot\n", 25) == 25;
+  }
+  close(terminal);
+  int status = -1;
+  EXPECT_EQ(waitpid(tool, &status, 0), tool);
+  EXPECT_EQ(status, 0) << seen;
+  EXPECT_NE(seen.find("(secret) -> (secret)"), std::string::npos) << seen;
+  EXPECT_EQ(seen.find("teapot"), std::string::npos) << seen;
+}
+
+TEST_F(Wlanctl, AValueOnTheCommandLineIsOverwrittenThere) {
+  import_campus();
+  // The database is locked, so that the tool waits with its arguments in sight.
+  const int file = open(at("a.db").c_str(), O_RDWR | O_CLOEXEC);
+  struct flock region {};
+  region.l_type = F_WRLCK;
+  region.l_whence = SEEK_SET;
+  region.l_len = 1;
+  ASSERT_EQ(fcntl(file, F_OFD_SETLK, &region), 0);
+  const Result seen = shell("'" + kTool +
+                            "' --db a.db set --table tbl_mpsk_keys_int 2 mpsk_key House-brass-teapot & tool=$!\n"
+                            "for i in {1..200}; do arguments=$(tr '\\0' ' ' </proc/$tool/cmdline)\n"
+                            "case $arguments in *'**'*) break;; esac; sleep 0.05; done\n"
+                            "kill $tool; echo \"$arguments\"");
+  close(file);
+  EXPECT_NE(seen.out.find("mpsk_key ******************"), std::string::npos) << seen.out;
+  EXPECT_EQ(seen.out.find("teapot"), std::string::npos) << seen.out;
+}
+
+TEST_F(Wlanctl, WithTheSendersKeySecretsAreSealedAnew) {
+  import_campus();
+  EXPECT_EQ(on_database("export all.xml").status, 0);
+  for (const char* take : {"import --sender-key a.db.key all.xml", "receive --sender-key a.db.key <frames"}) {
+    SCOPED_TRACE(take);
+    const Result taken = shell("wlanctl --db a.db send >frames; rm -f b.db* c.db*; wlanctl --db b.db " +
+                               std::string(take) + " && mv a.db.key away");
+    EXPECT_EQ(taken.status, 0) << taken.err;
+    const Result read = shell("wlanctl --db b.db send | wlanctl --db c.db --key b.db.key receive --verify '" + kCampus +
+                              "'; status=$?; mv away a.db.key; exit $status");
+    EXPECT_EQ(read.status, 0) << read.err;
+  }
+}
+
+TEST_F(Wlanctl, AnotherKeyIsRefusedAndALostOneReplacedOnDemand) {
+  import_campus();
+  const std::string list = on_database("list").out;
+  EXPECT_EQ(shell("wlanctl --db b.db import '" + kCampus + "'").status, 0);
+  expect_refused(on_database("--key b.db.key list"), 1, "key file \"b.db.key\": does not hold the key of the database");
+  EXPECT_EQ(shell("rm a.db.key").status, 0);
+  for (const std::string& command : {std::string("list"), "import '" + kCampus + "'"})
+    expect_refused(on_database(command), 1, "key file \"a.db.key\": No such file or directory");
+  EXPECT_EQ(on_database("--replace-key list").out, list);
+  EXPECT_EQ(on_database("list").out, list);
+}
+
 TEST_F(Wlanctl, SetRefusesWhatTheSchemaDoesNotHave) {
   import_campus();
   const std::string before = on_database("export").out;
@@ -331,6 +478,83 @@ TEST_F(Wlanctl, NamesCannotStirTheTerminal) {
   EXPECT_EQ(list.find("\xc2\x9b"), std::string::npos);
   EXPECT_NE(list.find("\xe2\x82\xac"), std::string::npos);
   EXPECT_NE(on_database("list --json").out.find("a\\u000ab"), std::string::npos);
+}
+
+const std::string kModule = ZARN_BINARY_DIR "/libzarn_wlan.so";
+const std::string kInsertExists = "tbl_wlan insert record exists for st_wlan wlan_id";
+
+TEST_F(Wlanctl, MessagesAndManifestOfABuiltFile) {
+  const Result messages = shell("wlanctl trace '" + kModule + "' '" ZARN_BINARY_DIR "/platform/libkvt.so'");
+  EXPECT_EQ(messages.status, 0) << messages.err;
+  for (const std::string line : {"table zarn_wlan 0: 7 messages, id ", "fatal: Corrupted KVT Handle\n",
+                                 "error: tbl_wlan insert record exists for st_wlan wlan_id\n", "table kvt 0: "}) {
+    EXPECT_NE(messages.out.find(line), std::string::npos) << line;
+  }
+  const Result manifest = shell("wlanctl manifest '" + kModule + "'");
+  EXPECT_EQ(manifest.status, 0) << manifest.err;
+  EXPECT_EQ(manifest.out.rfind("# zarn_wlan.minime\n", 0), 0u);
+  EXPECT_NE(manifest.out.find("type002:00048N\n"), std::string::npos);
+  EXPECT_NE(manifest.out.find("N\nzarn_wlan\npkg_uid: "), std::string::npos);
+}
+
+TEST_F(Wlanctl, OtherFilesHaveNoMessagesAndNoManifest) {
+  spill(at("text"), "no built file");
+  spill(at("cut.so"), slurp(kModule).substr(0, 5000));
+  const struct {
+    const char *arguments, *reason;
+  } cases[] = {
+      {"trace text", "text: is no ELF file"},
+      {"trace missing", "missing: No such file or directory"},
+      {"trace cut.so", "cut.so: "},
+      {"trace '" ZARN_BINARY_DIR "/schema/zarnc'", "holds no message tables"},
+      {"trace --ring text", "text: is no trace ring"},
+      {"trace --ring missing", "missing: No such file or directory"},
+      {"manifest text", "text: is no ELF file"},
+      {"manifest .", ".: Is a directory"},
+      {"manifest cut.so", "cut.so: "},
+      {"manifest '" ZARN_BINARY_DIR "/schema/zarnc'", "holds no manifest"},
+  };
+  for (const auto& [arguments, reason] : cases) {
+    SCOPED_TRACE(arguments);
+    expect_refused(shell("wlanctl " + std::string(arguments)), 1, reason);
+  }
+  for (const char* arguments : {"trace", "manifest", "manifest a b"})
+    expect_refused(shell("wlanctl " + std::string(arguments)), 2, "");
+}
+
+TEST_F(Wlanctl, TraceOfACommandIsDecodedLater) {
+  spill(at("good.xml"), kGood);
+  EXPECT_EQ(on_database("import good.xml").status, 0);
+  expect_refused(on_database("--trace-file ring import good.xml"), 1, kInsertExists);
+  const Result decoded = shell("wlanctl trace --ring ring");
+  EXPECT_EQ(decoded.status, 0) << decoded.err;
+  EXPECT_NE(decoded.out.find(" error kvt_zarn_wlan: " + kInsertExists + "\n"), std::string::npos) << decoded.out;
+  EXPECT_EQ(shell("wlanctl trace --ring ring '" + kModule + "'").out, decoded.out);
+  const Result unsaved = on_database("--trace-file no/where list");
+  EXPECT_EQ(unsaved.status, 1);
+  EXPECT_EQ(unsaved.err, "wlanctl: no/where: the trace is not saved (No such file or directory)\n");
+}
+
+// A library without its texts still works, and its lines tell numbers; the file it was made from has the texts for
+// them.
+TEST_F(Wlanctl, LinesOfAStrippedLibraryAreDecodedWithTheOriginal) {
+  spill(at("good.xml"), kGood);
+  fs::create_directory(dir_ / "lib");
+  EXPECT_EQ(shell("objcopy -R .fenlog_texts '" + kModule + "' lib/libzarn_wlan.so.0").status, 0);
+  const std::string with_it = "export LD_LIBRARY_PATH=lib; wlanctl --db a.db --trace-file ring import good.xml";
+  EXPECT_EQ(shell(with_it).status, 0);
+  const Result refused = shell(with_it);
+  expect_refused(refused, 1, "(message ");
+  EXPECT_EQ(refused.err.find(kInsertExists), std::string::npos);
+  const Result numbers = shell("wlanctl trace --ring ring");
+  EXPECT_EQ(numbers.status, 1);
+  EXPECT_NE(numbers.out.find(" error kvt_zarn_wlan: message "), std::string::npos) << numbers.out;
+  EXPECT_NE(numbers.err.find("have no text: no file has the table with id "), std::string::npos) << numbers.err;
+  EXPECT_NE(numbers.err.find("lib/libzarn_wlan.so.0"), std::string::npos) << numbers.err;
+  const Result words = shell("wlanctl trace --ring ring '" + kModule + "'");
+  EXPECT_EQ(words.status, 0) << words.err;
+  EXPECT_NE(words.out.find(kInsertExists), std::string::npos) << words.out;
+  expect_refused(shell("wlanctl trace lib/libzarn_wlan.so.0"), 1, "holds no message texts");
 }
 
 }  // namespace

@@ -1,0 +1,29 @@
+// What the runtime's own files have in common: a descriptor that closes itself, and files that appear whole.
+#pragma once
+
+#include <unistd.h>
+
+#include <functional>
+
+namespace kvt {
+
+class File {
+ public:
+  explicit File(int fd) : fd_(fd) {}
+  ~File() {
+    if (fd_ >= 0) close(fd_);
+  }
+  File(const File&) = delete;
+  File& operator=(const File&) = delete;
+  int fd() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+// Makes a file that its owner alone may read and write, and gives it its name when `fill` has written it: nobody ever
+// sees half of it, and of several that make it at once, one wins. `fill` gets the descriptor and gives 0 or an error.
+// @return 0; EEXIST: the name is taken, and what bears it is untouched; else what `fill` or the system gave
+int make_file(const char* path, const std::function<int(int fd)>& fill);
+
+}  // namespace kvt
