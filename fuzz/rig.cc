@@ -63,7 +63,7 @@ Subject make_subject(const std::string& name, const Type* type) {
   s.compare = fn<module_test::Compare>(name + "_compare");
   s.hash = fn<module_test::Hash>(name + "_hash");
   s.print = fn<module_test::Print>(name + "_print");
-  s.clone = fn<module_test::Clone>(name + "_clone");
+  if (type) s.clone = fn<module_test::Clone>(name + "_clone");
   s.to_xml = fn<module_test::ToXml>(name + "_to_xml");
   s.from_xml = fn<module_test::FromXml>(name + "_from_xml");
   return s;
@@ -148,7 +148,8 @@ Options::Options(std::uint8_t byte)
       limit((byte >> 2 & 3) == 0 ? kNoLimit : (byte >> 2 & 3) - 2),
       filled(byte & 0x10),
       update(byte & 0x20),
-      extra(byte & 0x40) {}
+      extra(byte & 0x40),
+      reference(byte & 0x80) {}
 
 std::uint8_t Options::byte(Tracking tracking, int limit, bool filled, bool update, bool extra) {
   unsigned at = 0;
@@ -197,6 +198,10 @@ void* make_object(Rig& rig, const Subject& subject, const Options& options) {
 void release_above_variant(Rig& rig, const Shape& shape, void* object) {
   walk(shape, static_cast<char*>(object), false, [&](const Shape::Field& f, char* at, bool hidden) {
     if (hidden && f.release) f.release(rig.h, rig.txn, at, 0);
+    if (hidden && f.kind == Kind::kReference) {
+      int err = 0;
+      kvtlib_oid_release_internal(rig.h, rig.txn, at, &err);
+    }
   });
 }
 
@@ -263,6 +268,7 @@ bool has_nameless_value(const Subject& subject, const void* object) {
 }
 
 void check_clone(Rig& rig, const Subject& subject, const void* object) {
+  if (!subject.clone) return;
   const Exact scratch(need_of(rig, subject, object));
   void* copy = nullptr;
   int err = 0;

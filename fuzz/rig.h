@@ -39,7 +39,7 @@ struct Subject {
   module_test::Compare* compare;
   module_test::Hash* hash;
   module_test::Print* print;
-  module_test::Clone* clone;
+  module_test::Clone* clone;  // null unless it is a struct
   module_test::ToXml* to_xml;
   module_test::FromXml* from_xml;
 };
@@ -52,7 +52,8 @@ struct Options {
   int limit;  // variant that the domain allows, or kNoLimit
   bool filled;
   bool update;
-  bool extra;  // the slower checks too
+  bool extra;      // the slower checks too
+  bool reference;  // marked places of the input become an identity that leads somewhere
   explicit Options(std::uint8_t byte);
   static std::uint8_t byte(Tracking tracking, int limit, bool filled, bool update, bool extra);
 };
