@@ -6,6 +6,7 @@ set_target_properties(kvt zarn_wlan PROPERTIES INSTALL_RPATH "$ORIGIN")
 install(TARGETS wlanctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(DIRECTORY include/kvt ${ZARN_GENERATED}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 install(FILES examples/campus.xml examples/first.c DESTINATION ${CMAKE_INSTALL_DATADIR}/zarn_wlan/examples)
+install(FILES ${ZARN_GENERATED}/share/zarn_wlan.xsd DESTINATION ${CMAKE_INSTALL_DATADIR}/zarn_wlan)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zarn_wlan)
 install(EXPORT zarn_wlan-targets NAMESPACE zarn_wlan:: DESTINATION ${package_dir})
 file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/zarn_wlan-config.cmake

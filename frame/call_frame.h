@@ -81,10 +81,10 @@ inline const kvt_type_record* linked_record(kvt_handle* h, std::uint32_t txn, co
   return h->mode ? kvt_type_info_ptr_get(h, txn, record, module.registrar) : record;
 }
 
-// The entry of variant data to count in: the variant capped at the top; a negative one counts in entry 0, so that
-// nothing before the array is ever written.
+// The entry of variant data to count in: the variant capped at the top, and at what a registered copy of an older
+// schema has; a negative one counts in entry 0. Nothing beside the array is ever written.
 inline kvt_variant_entry* stats_entry(const kvt_variant_data* varinfo, int variant, int top) {
-  const int index = cap_variant(variant, top);
+  const int index = cap_variant(cap_variant(variant, top), varinfo->n_variants - 1);
   return kvt_variant_entries(varinfo) + (index < 0 ? 0 : index);
 }
 

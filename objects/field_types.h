@@ -152,6 +152,7 @@ struct Enumerated {
     enum_set_value(D::kDesc, h, txn, p, v, err);
   }
   static std::int32_t compare(const void* a, const void* b) { return enum_compare(a, b); }
+  static const kvt_type_record* record() { return D::kDesc.record; }
   static std::uint32_t hash(const void* p, std::uint32_t seed) { return enum_hash(p, seed); }
 };
 template <class D>
@@ -208,6 +209,7 @@ std::uint32_t order_prefix(const void* p) {
       X##_set_value(h, txn, p, v, err);                                                              \
     }                                                                                                \
     static std::int32_t compare(const void* a, const void* b) { return X##_compare(a, b); }          \
+    static const kvt_type_record* record() { return &_##X##_type_info_internal; }                    \
     static std::uint32_t hash(const void* p, std::uint32_t seed) { return X##_hash(p, seed); }       \
     KVT_NAMED_SERIAL(X)                                                                              \
   }

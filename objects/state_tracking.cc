@@ -23,19 +23,27 @@ std::uint32_t plain_size(const StructDesc& type, const kvt_handle* h, const void
 
 std::uint8_t* state_block(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* object) {
   auto* bytes = static_cast<std::uint8_t*>(object);
-  if (flags_of(object) & KVT_OBJ_STTR_OFFSET) return bytes + kvtlib_get_sttr_offset(h, txn, object);
+  if (flags_of(object) & KVT_OBJ_STTR_OFFSET) {
+    const std::int32_t offset = kvtlib_get_sttr_offset(h, txn, object);
+    return offset ? bytes + offset : nullptr;
+  }
+  // Without a descriptor the block is taken to lie behind the top size, where an older object has nothing.
+  if (!h->sttr && type.built_index(object) < type.top) return nullptr;
   return bytes + plain_size(type, h, object);
 }
 
 std::uint8_t state_flag_get(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* object, std::uint32_t state,
                             int* err) {
   if (*err || !state_tracking_wanted(type, h, err)) return 0;
-  if (!(flags_of(object) & KVT_OBJ_STATE_TRACKED)) {
+  const bool tracked = flags_of(object) & KVT_OBJ_STATE_TRACKED;
+  const std::uint8_t* block = tracked ? state_block(type, h, txn, object) : nullptr;
+  if (!block) {
     fail(h, kEinval, err);
     trace(type.trace, kStructMessages, kMsgStructNonTracked);
     return 0;
   }
-  return state_block(type, h, txn, object)[state];
+  // An older object's block ends before the bytes of later variants.
+  return state < type.block[type.built_index(object)] ? block[state] : 0;
 }
 
 void state_flag_set(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* object, std::uint32_t state,
@@ -51,24 +59,31 @@ void state_flag_set(const StructDesc& type, kvt_handle* h, std::uint32_t txn, vo
     kvt_store_epoch_err(h, kEidrm, err);
     return;
   }
-  store_announced(h, txn, state_block(type, h, txn, object) + state, static_cast<std::uint8_t>(value));
+  if (std::uint8_t* block = state_block(type, h, txn, object)) {
+    store_announced(h, txn, block + state, static_cast<std::uint8_t>(value));
+  } else {
+    trace(type.trace, kStructMessages, kMsgStructNotTracked);
+    fail(h, kEinval, err);
+  }
 }
 
 void state_set_all(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* object, std::uint8_t value) {
   if (!h->sttr || h->sttr->tag != KVT_STTR_ON || !(flags_of(object) & KVT_OBJ_STATE_TRACKED)) return;
   std::uint8_t* block = state_block(type, h, txn, object);
   const std::uint32_t length = tracking_of(h, type) == Tracking::kOff ? 0 : type.block[type.built_index(object)];
-  memset_cr(block, value, length);
+  if (block) memset_cr(block, value, length);
 }
 
 bool mark_tracked(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* object, std::uint32_t state,
                   int* err) {
-  if (!(flags_of(object) & KVT_OBJ_STATE_TRACKED)) {
+  const bool tracked = flags_of(object) & KVT_OBJ_STATE_TRACKED;
+  std::uint8_t* block = tracked ? state_block(type, h, txn, object) : nullptr;
+  if (!block) {
     fail(h, kEinval, err);
     trace(type.trace, kStructMessages, kMsgStructNotTracked);
     return false;
   }
-  store_announced(h, txn, state_block(type, h, txn, object) + state, kStateWritten);
+  store_announced(h, txn, block + state, kStateWritten);
   return true;
 }
 

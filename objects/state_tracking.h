@@ -5,7 +5,8 @@
 
 namespace kvt {
 
-// The address of the object's state block. Reads the tag again unless the runtime keeps the place.
+// The address of the object's state block; null if the runtime should know the place and doesn't, or if it would lie
+// outside an older object. Reads the tag again unless the runtime keeps the place.
 std::uint8_t* state_block(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* object);
 // The object's plain size as the handle sees it: by its built variant; the top size without a descriptor.
 std::uint32_t plain_size(const StructDesc& type, const kvt_handle* h, const void* object);

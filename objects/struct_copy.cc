@@ -74,11 +74,16 @@ void struct_set(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* 
     }
     if (from[6] & KVT_OBJ_STATE_TRACKED) {
       std::uint8_t* block = state_block(type, h, txn, dest);
-      offset_update(type, h, txn, dest, block);
-      const std::uint8_t* source_block = state_block(type, h, txn, const_cast<void*>(source));
-      const std::uint32_t length = type.block[type.built_index(source)];
-      h->set_range(h, block, length, txn, nullptr);
-      std::memcpy(block, source_block, length);
+      if (const int error = block ? offset_update_told(type, h, txn, dest, block) : kEinval) {
+        int own = 0;
+        own_content(type, h, txn, dest, source, &own);
+        return fail(h, error, err);
+      }
+      if (const std::uint8_t* source_block = state_block(type, h, txn, const_cast<void*>(source))) {
+        const std::uint32_t length = type.block[type.built_index(source)];
+        h->set_range(h, block, length, txn, nullptr);
+        std::memcpy(block, source_block, length);
+      }
     }
   }
   own_content(type, h, txn, dest, source, err);

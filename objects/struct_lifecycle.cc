@@ -47,7 +47,8 @@ void count_in(const StructDesc& type, kvt_handle* h, std::uint32_t txn, const kv
   kvtlib_type_stats_create_object(h, txn, record, &stats_entry(varinfo, variant, type.top)->created, err);
 }
 
-// Gives the state bytes a place; false: a nested object was not told where its top-level object keeps them.
+// Gives the state bytes a place. false: a nested object was not told where its top-level object keeps them, or the
+// runtime cannot keep the places of those below.
 bool place_state(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* object, void*& sttr_base, int* err) {
   const bool nested = flags_of(object) & KVT_OBJ_NESTED;
   if (!sttr_base && nested) {
@@ -58,13 +59,11 @@ bool place_state(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void*
   if (!sttr_base) sttr_base = at_offset(object, type.top_plain());
   if (!type.has_nested) return true;
   if (flags_of(object) & KVT_OBJ_STTR_OFFSET) {
-    offset_update(type, h, txn, object, at_offset(object, kvtlib_get_sttr_offset(h, txn, object)));
+    *err = offset_update_told(type, h, txn, object, at_offset(object, kvtlib_get_sttr_offset(h, txn, object)));
   } else if (!nested) {
-    offset_update(type, h, txn, object, sttr_base);
+    *err = offset_update_told(type, h, txn, object, sttr_base);
   }
-  // A nested object whose place the runtime could not keep would look for its state bytes where it has none.
-  if (h->last_error) *err = h->last_error;
-  return true;
+  return !*err;
 }
 
 // Drops the counts that a nested object holds on tables. false: stopped half-way, and told why.
@@ -215,7 +214,7 @@ void struct_initialize(const StructDesc& type, kvt_handle* h, std::uint32_t txn,
                        int* err) {
   if (*err) return;
   kvt_clear_last_error(h);
-  const Announcer announcer{h, txn, announce != 0};
+  const Announcer announcer{h, txn, announce && h->set_range != kvt_set_range_private};
   const int variant = cap_variant(kvt_domain_lookup_variant(h, &h->domain, record, err), type.top);
   if (!*err) {
     if (type.oid_count) set_target_links(type, announcer, object, err);

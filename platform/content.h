@@ -18,7 +18,7 @@ void* content_alloc(kvt_handle* handle, std::uint32_t txn, std::size_t size, int
 // Announces a field and stores it, all of it in one piece.
 template <class Field>
 void content_store(kvt_handle* handle, std::uint32_t txn, void* field, const Field& value) {
-  handle->set_range(handle, field, sizeof value, txn, nullptr);
+  if (handle->set_range != kvt_set_range_private) handle->set_range(handle, field, sizeof value, txn, nullptr);
   __builtin_memcpy(field, &value, sizeof value);
 }
 

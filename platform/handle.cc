@@ -35,7 +35,7 @@ kvt_handle* make_handle(Store* store, const char* name, const kvt_handle_options
   h->registry_alloc = registry_alloc;
   h->store_alloc = store_alloc;
   h->store_free = store_free;
-  h->set_range = store->is_private() ? set_range_private : set_range;
+  h->set_range = store->is_private() ? kvt_set_range_private : set_range;
   h->set_counter = set_counter;
   h->key_put = key_put;
   h->key_get = key_get;

@@ -34,8 +34,7 @@ std::uint32_t kvtlib_oid_len(kvt_handle*, std::uint32_t, const void*) { return s
 std::uint32_t kvtlib_oid_marshal(kvt_handle* handle, std::uint32_t, std::uint8_t* buffer, const void* oid,
                                  std::int32_t room, int* err) {
   if (!kvt::wire_room(handle, sizeof(kvt_oid_value), room, err)) return 0;
-  kvt::store(buffer, kvt::wire_order(kvt::load<std::uint64_t>(oid)));
-  std::memcpy(buffer + kIdOffset, kvt::at_offset(oid, kIdOffset), kIdsSize);
+  kvt::wire_store_oid(buffer, oid);
   return sizeof(kvt_oid_value);
 }
 

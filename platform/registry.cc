@@ -32,6 +32,14 @@ bool has_own_registry(const kvt_handle* handle) {
   return handle->registry == handle->runtime->store && handle->key_get == key_get;
 }
 
+// Whether a registered copy has variant data of its own that know all variants of the static record: a registration
+// that ran out of memory leaves less, and so does one by an older schema.
+bool is_complete(const kvt_type_record* copy, const kvt_type_record* record) {
+  if (is_static_number(copy->varinfo)) return false;
+  const kvt_variant_data *own = kvt_varinfo_of(copy), *from = kvt_varinfo_of(record);
+  return !own || !from || own->n_variants >= from->n_variants;
+}
+
 }  // namespace
 
 const kvt_static_type* static_type_of(const kvt_type_record* record) {
@@ -83,18 +91,24 @@ const kvt_type_record* kvt_type_info_ptr_get(kvt_handle* handle, uint32_t txn, c
   bool cached = is_static_number(number) && has_own_registry(handle);
   TypeCache& cache = handle->runtime->types;
   if (uint32_t copy = cached ? cache.find(number) : 0) return static_cast<const kvt_type_record*>(cage_at(copy));
-  void* copy = handle->key_get(handle->registry, txn, record->luid_text);
-  if (!copy && init) {
+  auto find = [&] {
+    return static_cast<const kvt_type_record*>(handle->key_get(handle->registry, txn, record->luid_text));
+  };
+  const kvt_type_record* copy = find();
+  if (init && (!copy || (cached && !is_complete(copy, record)))) {
+    const int32_t last_error = handle->last_error;
     int error = 0;
     init(handle, txn, &error);
-    copy = handle->key_get(handle->registry, txn, record->luid_text);
+    copy = find();
+    // A registration that stopped behind the wanted type is the business of those who want what is missing.
+    if (copy) kvt_store_err(handle, last_error);
   }
   if (!copy) {
     kvt_store_err(handle, ENOMEM);
     return nullptr;
   }
-  if (cached) cache.put(number, cage_ref(copy));
-  return static_cast<const kvt_type_record*>(copy);
+  if (cached && is_complete(copy, record)) cache.put(number, cage_ref(copy));
+  return copy;
 }
 
 // The registry's memory is permanent, hence nothing here is announced: what an abort took back, another process might

@@ -134,6 +134,12 @@ bool assign_sealed(kvt_handle* handle, std::uint32_t txn, void* p, const std::ui
         return false;
       }
     }
+    // A sealed form of the same length takes the place of the old one, where no transaction may want that back.
+    const Sealed old = sealed_of(p);
+    if (free_old && old.bytes && old.length == length && handle->set_range == kvt_set_range_private) {
+      std::memmove(const_cast<std::uint8_t*>(old.bytes), bytes, length);
+      return true;
+    }
     block = kvt::content_alloc(handle, txn, length, err);
     if (!block) return false;
     std::memcpy(block, bytes, length);

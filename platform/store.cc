@@ -155,8 +155,6 @@ int set_range(kvt_handle* handle, void* address, std::uint32_t length, std::uint
   return nadra_set_range(handle->store, address, length, txn);
 }
 
-int set_range_private(kvt_handle*, void*, std::uint32_t, std::uint32_t, void*) { return 1; }
-
 int set_counter(kvt_handle* handle, void* address, std::uint64_t, std::uint32_t txn) {
   return nadra_set_range(handle->store, address, 8, txn);
 }
@@ -167,3 +165,5 @@ int nadra_set_range(void* store, void* address, uint32_t length, uint32_t txn) {
   kvt::Store* own = kvt::Store::of(store);
   return !own || own->announce_range(address, length, txn) ? 1 : 0;
 }
+
+int kvt_set_range_private(kvt_handle*, void*, std::uint32_t, std::uint32_t, void*) { return 1; }

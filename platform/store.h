@@ -107,7 +107,6 @@ void store_free(void* store, std::uint32_t txn, void* address);
 void* registry_alloc(void* pool, std::uint32_t txn, std::uint32_t size);
 int set_range(kvt_handle* handle, void* address, std::uint32_t length, std::uint32_t txn, void* owner);
 // Nothing that is private can be taken back, so there is nothing to save.
-int set_range_private(kvt_handle* handle, void* address, std::uint32_t length, std::uint32_t txn, void* owner);
 int set_counter(kvt_handle* handle, void* address, std::uint64_t amount, std::uint32_t txn);
 
 }  // namespace kvt

@@ -48,6 +48,8 @@ bool assign(kvt_handle* handle, std::uint32_t txn, void* p, const void* bytes, s
     kvt::report_error(handle, ENOMEM, err);
     return false;
   }
+  const bool announced = handle->set_range != kvt_set_range_private;
+  if (free_old && kvt::text_replaced_in_place(announced, p, bytes, length)) return true;
   if (length) {
     char* block = static_cast<char*>(kvt::content_alloc(handle, txn, length + 1, err));
     if (!block) return false;

@@ -31,6 +31,10 @@ class TextSink {
     put(std::string_view(digits, static_cast<std::size_t>(result.ptr - digits)));
   }
   void put_hex(std::string_view bytes) {
+    if (!at_) {
+      used_ += 2 * bytes.size();
+      return;
+    }
     for (const char c : bytes) put_hex_byte(static_cast<unsigned char>(c));
   }
   void put_hex_byte(unsigned char byte) {

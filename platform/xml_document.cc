@@ -14,25 +14,39 @@
 
 namespace {
 
+using kvt::XmlNode;
+
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kPathHead = "//";
 // Text of blanks alone is kept where it is all that an element holds: it may be somebody's string.
 constexpr unsigned kParseFlags = pugi::parse_cdata | pugi::parse_escapes | pugi::parse_eol |
                                  pugi::parse_wconv_attribute | pugi::parse_ws_pcdata_single;
 
-bool is_element(pugi::xml_node node) { return node.type() == pugi::node_element; }
-
-pugi::xml_node next_element(pugi::xml_node node) {
-  while (node && !is_element(node)) node = node.next_sibling();
+// Of all that the parser keeps only elements have a name.
+XmlNode next_element(XmlNode node) {
+  while (node && !*kvt::xml_name(node)) node = kvt::xml_next_sibling(node);
   return node;
 }
 
 // The element behind `node` in document order, inside `scope`.
-pugi::xml_node following(pugi::xml_node node, pugi::xml_node scope) {
-  if (const pugi::xml_node child = next_element(node.first_child())) return child;
-  for (; node != scope; node = node.parent())
-    if (const pugi::xml_node sibling = next_element(node.next_sibling())) return sibling;
-  return {};
+XmlNode following(XmlNode node, XmlNode scope) {
+  if (XmlNode child = next_element(kvt::xml_first_child(node))) return child;
+  for (; node != scope; node = kvt::xml_pointer(kvt::xml_node_at(node).parent()))
+    if (XmlNode sibling = next_element(kvt::xml_next_sibling(node))) return sibling;
+  return nullptr;
+}
+
+// Tells most names apart without looking at them.
+std::uint32_t mark_of(std::string_view name) {
+  constexpr std::size_t kWord = sizeof(std::uint32_t);
+  std::uint32_t head = 0, tail = 0;
+  if (name.size() >= kWord) {
+    std::memcpy(&head, name.data(), kWord);
+    std::memcpy(&tail, name.data() + name.size() - kWord, kWord);
+  } else {
+    std::memcpy(&head, name.data(), name.size());
+  }
+  return (head * 31 + tail) * 31 + static_cast<std::uint32_t>(name.size());
 }
 
 // Where a name that begins at `at` ends.
@@ -60,8 +74,8 @@ void kvt_xml_document::place(std::size_t offset, std::uint32_t* line, std::uint3
   *column = static_cast<std::uint32_t>(offset - *(next - 1) + 1);
 }
 
-void kvt_xml_document::position(pugi::xml_node element, std::uint32_t* line, std::uint32_t* column) const {
-  place(static_cast<std::size_t>(element.offset_debug()) - 1, line,
+void kvt_xml_document::position(XmlNode element, std::uint32_t* line, std::uint32_t* column) const {
+  place(static_cast<std::size_t>(kvt::xml_node_at(element).offset_debug()) - 1, line,
         column);  // the name's place; the tag begins before it
 }
 
@@ -79,113 +93,109 @@ bool kvt_xml_document::parse(const char* text, std::size_t length, char* message
     text += kByteOrderMark.size();
     length -= kByteOrderMark.size();
   }
-  kvt::XmlFault fault;
-  const bool good = kvt::xml_screen(text, length, &fault);
-  // The parser turns line ends around, so the lines are counted before; up to the fault at most, where the limits held.
-  for (std::size_t i = 0, end = good ? length : fault.offset; i < end; ++i)
-    if (text[i] == '\n') lines_.push_back(static_cast<std::uint32_t>(i + 1));
-  if (!good) return fail(fault.offset, fault.reason);
-
-  text_ = static_cast<char*>(std::malloc(length));
+  text_ = static_cast<char*>(std::malloc(length + 1));
   if (!text_) return fail(0, "out of memory");
   text_size_ = length;
-  std::memcpy(text_, text, length);
+  if (length) std::memcpy(text_, text, length);
+  text_[length] = 0;
+  kvt::XmlFault fault;
+  if (!kvt::xml_screen(text_, length, &lines_, &fault)) return fail(fault.offset, fault.reason);
   const pugi::xml_parse_result result = tree_.load_buffer_inplace(text_, length, kParseFlags, pugi::encoding_utf8);
   wipe_stack();
   if (!result) {
     const auto offset = static_cast<std::size_t>(std::max<std::ptrdiff_t>(result.offset, 0));
     return fail(std::min(offset, length), result.description());
   }
-  for (pugi::xml_node child = next_element(tree_.document_element().first_child()); child;
-       child = next_element(child.next_sibling()))
-    records_.push_back(child);
-  scope_ = tree_.document_element();
+  root_ = kvt::xml_pointer(tree_.document_element());
+  scope_ = root_;
+  XmlNode child = next_element(kvt::xml_first_child(root_));
+  for (; child; child = next_element(kvt::xml_next_sibling(child))) records_.push_back(child);
   return true;
 }
 
 const char* kvt_xml_document::select(std::size_t index) {
   if (index != KVT_XML_ALL && index >= records_.size()) return nullptr;
-  scope_ = index == KVT_XML_ALL ? tree_.document_element() : records_[index];
+  scope_ = index == KVT_XML_ALL ? root_ : records_[index];
   forget_path();
-  return scope_.name();
+  return kvt::xml_name(scope_);
 }
 
-kvt_xml_document::Level* kvt_xml_document::push(std::size_t path_end, pugi::xml_node node, std::uint32_t count) {
+void kvt_xml_document::push(std::size_t path_end, XmlNode node) {
   if (levels_.size() == depth_) levels_.emplace_back();
   Level* level = &levels_[depth_++];
   level->path_end = path_end;
   level->node = node;
-  level->count = count;
-  level->indexed = false;
-  return level;
+  level->next = nullptr;
+  level->begun = false;
+  level->marks.clear();
+  level->children.clear();
 }
 
-kvt_xml_document::Level kvt_xml_document::find_first(std::string_view name) const {
-  Level found{};
-  for (pugi::xml_node node = scope_; node; node = following(node, scope_))
-    if (node.name() == name && !found.count++) found.node = node;
+XmlNode kvt_xml_document::find_first(std::string_view name, std::uint32_t* count) const {
+  XmlNode found = nullptr;
+  for (XmlNode node = scope_; node; node = following(node, scope_)) {
+    if (kvt::xml_name(node) != name) continue;
+    if (!found) found = node;
+    if (!count) break;
+    ++*count;
+  }
   return found;
 }
 
-const kvt_xml_document::Child* kvt_xml_document::find_child(Level* level, std::string_view name) {
-  std::vector<Child>& children = level->children;
-  if (!level->indexed) {
-    children.clear();
-    std::uint32_t order = 0;
-    for (pugi::xml_node child = next_element(level->node.first_child()); child;
-         child = next_element(child.next_sibling()))
-      children.push_back({child.name(), order++, 1, child});
-    std::sort(children.begin(), children.end(), [](const Child& a, const Child& b) {
-      const int by_name = std::strcmp(a.name, b.name);
-      return by_name ? by_name < 0 : a.order < b.order;
-    });
-    std::size_t kept = 0;
-    for (const Child& child : children)
-      if (kept && !std::strcmp(children[kept - 1].name, child.name)) {
-        ++children[kept - 1].count;
-      } else {
-        children[kept++] = child;
-      }
-    children.resize(kept);
-    level->indexed = true;
-  }
-  const auto at = std::lower_bound(children.begin(), children.end(), name,
-                                   [](const Child& child, std::string_view wanted) { return child.name < wanted; });
-  return at != children.end() && at->name == name ? &*at : nullptr;
+// Takes the next child element among those met; false: there is none.
+bool kvt_xml_document::meet_child(Level* level) {
+  XmlNode child = next_element(level->begun ? level->next : kvt::xml_first_child(level->node));
+  level->begun = true;
+  level->next = nullptr;
+  if (!child) return false;
+  const std::string_view name = kvt::xml_name(child);
+  level->marks.push_back(mark_of(name));
+  level->children.push_back({name, child});
+  level->next = kvt::xml_next_sibling(child);
+  return true;
 }
 
-pugi::xml_node kvt_xml_document::resolve(const char* text, std::uint32_t* count) {
+XmlNode kvt_xml_document::find_child(Level* level, std::string_view name, std::uint32_t* count) {
+  const std::uint32_t mark = mark_of(name);
+  XmlNode found = nullptr;
+  for (std::size_t i = 0; i < level->marks.size() || meet_child(level); ++i) {
+    if (level->marks[i] != mark || level->children[i].name != name) continue;
+    if (!found) found = level->children[i].node;
+    if (!count) break;
+    ++*count;
+  }
+  return found;
+}
+
+// Whether the element of a level, one of the path resolved last, is on the way of another path too.
+bool kvt_xml_document::keeps(const Level& level, std::string_view path) const {
+  return level.path_end <= path.size() && (level.path_end == path.size() || path[level.path_end] == '/') &&
+         !std::memcmp(path.data(), path_.data(), level.path_end);
+}
+
+XmlNode kvt_xml_document::resolve(const char* text, std::uint32_t* count) {
   const std::string_view path = text;
   if (count) *count = 0;
-  if (!path.starts_with(kPathHead)) return {};
-  const auto differ = std::mismatch(path.begin(), path.end(), path_.begin(), path_.end()).first;
-  const auto common = static_cast<std::size_t>(differ - path.begin());
-  const auto holds = [&](const Level& level) {
-    return level.path_end <= common && (level.path_end == path.size() || path[level.path_end] == '/');
-  };
-  while (depth_ && !holds(levels_[depth_ - 1])) --depth_;
+  if (!path.starts_with(kPathHead)) return nullptr;
+  while (depth_ && !keeps(levels_[depth_ - 1], path)) --depth_;
+  // The count of an element is that of its parent's children; so it is asked for where the element is found.
+  if (count && depth_ && levels_[depth_ - 1].path_end == path.size()) --depth_;
 
-  if (!depth_) {
-    path_.clear();
-    const std::size_t end = name_end(path, kPathHead.size());
-    const Level first = find_first(path.substr(kPathHead.size(), end - kPathHead.size()));
-    if (!first.count) return {};
-    push(end, first.node, first.count);
-  }
-  bool found = true;
-  while (levels_[depth_ - 1].path_end < path.size()) {
-    Level* level = &levels_[depth_ - 1];
-    const std::size_t begin = level->path_end + 1, end = name_end(path, begin);
-    const Child* child = find_child(level, path.substr(begin, end - begin));
-    if (!child) {
-      found = false;
-      break;
+  std::size_t end = depth_ ? levels_[depth_ - 1].path_end : kPathHead.size() - 1;
+  path_.resize(std::min(path_.size(), end));
+  while (end < path.size()) {
+    const std::size_t begin = end + 1;
+    end = name_end(path, begin);
+    const std::string_view name = path.substr(begin, end - begin);
+    std::uint32_t* counted = end == path.size() ? count : nullptr;
+    XmlNode node = depth_ ? find_child(&levels_[depth_ - 1], name, counted) : find_first(name, counted);
+    if (!node) {
+      path_.append(path.substr(path_.size(), begin - 1 - path_.size()));
+      return nullptr;
     }
-    push(end, child->node, child->count);
+    push(end, node);
   }
-  path_.assign(path.substr(0, levels_[depth_ - 1].path_end));
-  if (!found) return {};
-  if (count) *count = levels_[depth_ - 1].count;
+  path_.append(path.substr(path_.size()));
   return levels_[depth_ - 1].node;
 }
 
@@ -213,11 +223,13 @@ void kvt_xml_record_position(const kvt_xml_document* document, std::uint32_t* li
 }
 
 int kvt_xml_position(kvt_xml_document* document, const char* path, std::uint32_t* line, std::uint32_t* column) {
-  const pugi::xml_node element = document->resolve(path, nullptr);
+  XmlNode element = document->resolve(path, nullptr);
   if (!element) return ENOENT;
   document->position(element, line, column);
   return 0;
 }
+
+int kvt_xml_exists(kvt_xml_document* document, const char* path) { return document->resolve(path, nullptr) != nullptr; }
 
 int xml_get_element_nodecount(kvt_xml_document* document, const char* path, std::uint32_t* count) {
   document->resolve(path, count);
@@ -225,14 +237,15 @@ int xml_get_element_nodecount(kvt_xml_document* document, const char* path, std:
 }
 
 int xml_get_element_value(kvt_xml_document* document, const char* path, char* value, std::size_t size, int) {
-  const pugi::xml_node element = document->resolve(path, nullptr);
+  XmlNode element = document->resolve(path, nullptr);
   if (!element) return ENOENT;
   std::size_t used = 0;
-  for (pugi::xml_node part = element.first_child(); part; part = part.next_sibling()) {
-    if (part.type() != pugi::node_pcdata && part.type() != pugi::node_cdata) continue;
-    const std::size_t length = std::strlen(part.value());
+  for (XmlNode part = kvt::xml_first_child(element); part; part = kvt::xml_next_sibling(part)) {
+    if (!kvt::xml_is_text(part)) continue;
+    const std::string_view text = kvt::xml_node_at(part).value();
+    const std::size_t length = text.size();
     if (length >= size - used) return EMSGSIZE;
-    std::memcpy(value + used, part.value(), length);
+    std::memcpy(value + used, text.data(), length);
     used += length;
   }
   if (used >= size) return EMSGSIZE;

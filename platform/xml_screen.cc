@@ -1,6 +1,7 @@
 // One pass over the text of a document, in which only the borders of tags, comments and the like are told apart.
 #include "platform/xml_screen.h"
 
+#include <array>
 #include <cstdint>
 #include <string_view>
 
@@ -10,12 +11,25 @@
 namespace kvt {
 namespace {
 
+// The characters that mean nothing where they stand. Most of a document is made of them; the NUL behind it is none.
+using CharacterSet = std::array<bool, 256>;
+constexpr CharacterSet printable_without(std::string_view meaningful) {
+  CharacterSet set{};
+  for (unsigned c = ' '; c <= '~'; ++c) set[c] = meaningful.find(static_cast<char>(c)) == std::string_view::npos;
+  return set;
+}
+constexpr CharacterSet kPlainText = printable_without("<&"), kPlainInTag = printable_without(">\"'&"),
+                       kPlainInEndTag = printable_without(">");
+
 class Screen {
  public:
-  Screen(const char* text, std::size_t length, XmlFault* fault) : text_(text, length), fault_(fault) {}
+  Screen(const char* text, std::size_t length, std::vector<std::uint32_t>* lines, XmlFault* fault)
+      : text_(text, length), lines_(lines), fault_(fault) {}
 
   bool run() {
     while (at_ < text_.size()) {
+      if (depth_) pass(kPlainText);
+      if (at_ == text_.size()) break;
       const bool good = text_[at_] == '<' ? markup() : depth_ ? character() : outside();
       if (!good) return false;
     }
@@ -27,6 +41,12 @@ class Screen {
   bool fail(std::size_t offset, const char* reason) {
     *fault_ = {offset, reason};
     return false;
+  }
+
+  void pass(const CharacterSet& plain) {
+    const char* p = text_.data() + at_;
+    while (plain[static_cast<unsigned char>(*p)]) ++p;
+    at_ = static_cast<std::size_t>(p - text_.data());
   }
 
   bool starts(std::string_view with) const { return text_.substr(at_, with.size()) == with; }
@@ -45,7 +65,10 @@ class Screen {
     }
     const std::size_t used = xml_character(text_.data() + at_, text_.data() + text_.size());
     if (!used) return fail(at_, "a byte that is no character of XML in UTF-8");
-    if (c == '\n' && ++lines_ > kXmlMaxLines) return fail(at_, "too many lines");
+    if (c == '\n') {
+      if (lines_->size() > kXmlMaxLines) return fail(at_, "too many lines");
+      lines_->push_back(static_cast<std::uint32_t>(at_ + 1));
+    }
     at_ += used;
     return true;
   }
@@ -99,9 +122,21 @@ class Screen {
     if (starts("</")) {
       if (!depth_) return fail(at_, "end tag without its start tag");
       --depth_;
-      return skip(2, ">", "tag without end");
+      return end_tag();
     }
     return start_tag();
+  }
+
+  bool end_tag() {
+    const std::size_t start = at_;
+    for (pass(kPlainInEndTag); at_ < text_.size(); pass(kPlainInEndTag)) {
+      if (text_[at_] == '>') {
+        ++at_;
+        return true;
+      }
+      if (!character()) return false;
+    }
+    return fail(start, "tag without end");
   }
 
   bool start_tag() {
@@ -109,7 +144,9 @@ class Screen {
     if (!depth_ && roots_++) return fail(start, "a second root element");
     if (++elements_ > kXmlMaxElements) return fail(start, "too many elements");
     if (++depth_ > KVT_XML_MAX_DEPTH) return fail(start, "elements nested too deeply");
-    for (char quote = 0; at_ < text_.size();) {
+    for (char quote = 0;;) {
+      pass(kPlainInTag);
+      if (at_ == text_.size()) return fail(start, "tag without end");
       const char c = text_[at_];
       if (!quote && c == '>') {
         if (text_[at_ - 1] == '/') --depth_;
@@ -119,22 +156,23 @@ class Screen {
       if (quote ? c == quote : c == '"' || c == '\'') quote = quote ? 0 : c;
       if (!character()) return false;
     }
-    return fail(start, "tag without end");
   }
 
   static constexpr std::size_t kLongestReference = 16;
 
   std::string_view text_;
+  std::vector<std::uint32_t>* lines_;
   XmlFault* fault_;
   std::size_t at_ = 0;
   std::size_t depth_ = 0;
   std::size_t roots_ = 0;
   std::size_t elements_ = 0;
-  std::size_t lines_ = 0;
 };
 
 }  // namespace
 
-bool xml_screen(const char* text, std::size_t length, XmlFault* fault) { return Screen(text, length, fault).run(); }
+bool xml_screen(const char* text, std::size_t length, std::vector<std::uint32_t>* lines, XmlFault* fault) {
+  return Screen(text, length, lines, fault).run();
+}
 
 }  // namespace kvt

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <vector>
 
 namespace kvt {
 
@@ -14,7 +16,8 @@ struct XmlFault {
   const char* reason;
 };
 
-// False with the first fault. Nesting and names are left to the parser.
-bool xml_screen(const char* text, std::size_t length, XmlFault* fault);
+// False with the first fault. Nesting and names are left to the parser. A NUL stands behind the text. `lines` gets the
+// offsets at which lines begin behind the first, at least up to the fault.
+bool xml_screen(const char* text, std::size_t length, std::vector<std::uint32_t>* lines, XmlFault* fault);
 
 }  // namespace kvt

@@ -45,25 +45,24 @@ struct Reader {
   }
 };
 
-bool is_text(pugi::xml_node node) { return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata; }
-
 // All text of the element. Most often it is one piece, which is used in place.
-bool gather(const Reader& reader, pugi::xml_node element, XmlBytes* bytes) {
+bool gather(const Reader& reader, XmlNode element, XmlBytes* bytes) {
   std::size_t length = 0;
   unsigned pieces = 0;
-  for (pugi::xml_node part = element.first_child(); part; part = part.next_sibling()) {
-    if (part.type() == pugi::node_element) return reader.fail("it holds elements, not a value");
-    if (!is_text(part)) continue;
-    const std::size_t size = std::strlen(part.value());
-    bytes->view(part.value(), size);
-    length += size;
+  for (XmlNode part = xml_first_child(element); part; part = xml_next_sibling(part)) {
+    if (!xml_is_text(part)) return reader.fail("it holds elements, not a value");
+    const std::string_view text = xml_node_at(part).value();
+    bytes->view(text.data(), text.size());
+    length += text.size();
     ++pieces;
   }
   if (pieces < 2) return true;
   char* to = bytes->own(length);
   if (!to) return reader.no_memory();
-  for (pugi::xml_node part = element.first_child(); part; part = part.next_sibling())
-    if (is_text(part)) to = static_cast<char*>(mempcpy(to, part.value(), std::strlen(part.value())));
+  for (XmlNode part = xml_first_child(element); part; part = xml_next_sibling(part)) {
+    const char* text = xml_node_at(part).value();
+    to = static_cast<char*>(mempcpy(to, text, std::strlen(text)));
+  }
   return true;
 }
 
@@ -73,8 +72,8 @@ std::string_view trim(std::string_view text) {
   return text;
 }
 
-bool read_encoding(const Reader& reader, pugi::xml_node element, bool secret, Encoding* encoding) {
-  const pugi::xml_attribute attribute = element.attribute("encoding");
+bool read_encoding(const Reader& reader, XmlNode element, bool secret, Encoding* encoding) {
+  const pugi::xml_attribute attribute = xml_node_at(element).attribute("encoding");
   const std::string_view name = attribute.value();
   if (!attribute) {
     *encoding = Encoding::kText;
@@ -100,7 +99,7 @@ bool decode_hex(const Reader& reader, std::string_view text, XmlBytes* bytes) {
   return true;
 }
 
-bool find(const Reader& reader, kvt_xml_document* document, pugi::xml_node* element) {
+bool find(const Reader& reader, kvt_xml_document* document, XmlNode* element) {
   if (*reader.err) return false;
   *element = document->resolve(reader.path, nullptr);
   if (*element) return true;
@@ -109,7 +108,7 @@ bool find(const Reader& reader, kvt_xml_document* document, pugi::xml_node* elem
 }
 
 bool read_encoded(const Reader& reader, kvt_xml_document* document, bool secret, XmlBytes* bytes, Encoding* encoding) {
-  pugi::xml_node element;
+  XmlNode element;
   if (!find(reader, document, &element) || !read_encoding(reader, element, secret, encoding)) return false;
   if (*encoding == Encoding::kText) return gather(reader, element, bytes);
   XmlBytes text;
@@ -154,7 +153,7 @@ bool xml_fail(kvt_handle* handle, const char* path, const char* reason, int* err
 bool xml_read_number(kvt_handle* handle, const char* path, kvt_xml_document* document, std::uint64_t highest,
                      std::uint64_t* value, int* err, char* message, std::size_t size) {
   const Reader reader{handle, path, err, message, size};
-  pugi::xml_node element;
+  XmlNode element;
   XmlBytes bytes;
   if (!find(reader, document, &element) || !gather(reader, element, &bytes)) return false;
   const std::string_view text = trim({bytes.data(), bytes.size()});
@@ -167,7 +166,7 @@ bool xml_read_number(kvt_handle* handle, const char* path, kvt_xml_document* doc
 bool xml_read_boolean(kvt_handle* handle, const char* path, kvt_xml_document* document, bool* value, int* err,
                       char* message, std::size_t size) {
   const Reader reader{handle, path, err, message, size};
-  pugi::xml_node element;
+  XmlNode element;
   XmlBytes bytes;
   if (!find(reader, document, &element) || !gather(reader, element, &bytes)) return false;
   const std::string_view text = trim({bytes.data(), bytes.size()});

@@ -14,11 +14,32 @@ constexpr int kAbsent = 2;
 
 bool has_xml(const FieldDesc& f) { return f.type->to_xml != nullptr; }
 
-// Whether the child element stands below the path: 0, or what the document says. The text is not looked at, so one that
-// is longer than the buffer counts as present.
-int child_present(kvt_xml_document* document, const char* path, const char* child) {
-  char child_path[kXmlPathSize];
-  std::snprintf(child_path, sizeof child_path, "%s/%s", path, child);
+// The paths of an element's children, one after the other.
+class ChildPath {
+ public:
+  explicit ChildPath(const char* parent) : parent_(std::strlen(parent)) {
+    if (parent_ < kXmlPathSize) std::memcpy(text_, parent, parent_);
+  }
+  // NULL when the path does not fit. It would be cut, and a cut name may be that of another child: such a child is
+  // absent, and nobody asks the document.
+  const char* of(const char* child) {
+    const std::size_t length = std::strlen(child);
+    if (parent_ + 1 + length >= kXmlPathSize) return nullptr;
+    text_[parent_] = '/';
+    std::memcpy(text_ + parent_ + 1, child, length + 1);
+    return text_;
+  }
+
+ private:
+  std::size_t parent_;
+  char text_[kXmlPathSize];
+};
+
+// Whether the child element stands there: 0, or what the document says. Its text is not looked at, so one that is
+// longer than the buffer counts as present.
+int child_present(kvt_xml_document* document, ChildPath* path, const char* child) {
+  const char* child_path = path->of(child);
+  if (!child_path) return kAbsent;
   char value[kXmlValueSize];
   const int result = xml_get_element_value(document, child_path, value, sizeof value, 0);
   return result == kEmsgsize ? 0 : result;
@@ -64,15 +85,18 @@ void struct_from_xml(const StructDesc& type, kvt_handle* h, std::uint32_t txn, c
                      kvt_xml_document* document, void* object, int* err, char* message, std::size_t size) {
   if (*err) return;
   kvt_clear_last_error(h);
-  std::uint32_t count = 0;
-  if (xml_get_element_nodecount(document, path, &count) != 0 || count == 0) {
+  if (!kvt_xml_exists(document, path)) {
     fail(h, kAbsent, err);
     return;
   }
-  char child_path[kXmlPathSize];
+  ChildPath child(path);
   for (const FieldDesc* f = type.fields; f != type.fields + type.field_count; ++f) {
     if (!has_xml(*f) || !type.has_room_for(*f, object)) continue;
-    std::snprintf(child_path, sizeof child_path, "%s/%s", path, f->name);
+    const char* child_path = child.of(f->name);
+    if (!child_path) {
+      kvt_store_err(h, kAbsent);
+      continue;
+    }
     f->type->from_xml(h, txn, child_path, document, at_offset(object, f->offset), err, message, size);
     if (*err == kAbsent) *err = 0;
     if (*err) return;
@@ -100,8 +124,9 @@ void enum_from_xml(const EnumDesc& type, kvt_handle* h, const char* path, kvt_xm
                    int* err, char* message, std::size_t size) {
   if (*err) return;
   kvt_clear_last_error(h);
+  ChildPath child(path);
   for (std::uint32_t value = 0; value < type.count; ++value) {
-    *err = child_present(document, path, type.names[value]);
+    *err = child_present(document, &child, type.names[value]);
     if (!*err) {
       store(at_offset(object, kEnumValueOffset), value);
       return;
@@ -142,8 +167,9 @@ void flag_from_xml(const EnumDesc& type, kvt_handle* h, std::uint32_t txn, const
                    void* object, int* err, char* message, std::size_t size) {
   if (*err) return;
   kvt_clear_last_error(h);
+  ChildPath child(path);
   for (std::uint32_t bit = 0; bit < type.count; ++bit) {
-    *err = child_present(document, path, type.names[bit]);
+    *err = child_present(document, &child, type.names[bit]);
     if (*err) kvt_store_err(h, *err);
     if (*err == kAbsent) {
       *err = 0;

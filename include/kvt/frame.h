@@ -78,7 +78,9 @@ static inline void kvtlib_adjust_variant(kvt_handle* handle, uint32_t txn, void*
   handle->set_range(handle, &bytes[4], 1, txn, 0);
   bytes[4] = (int8_t)limit;
 }
-/// The registered copy of a static record; runs `init` when there is none. NULL when that fails.
+/// The registered copy of a static record; runs `init` when there is none, or only one without variant data of its own
+/// or with those of an older schema. NULL, and last error ENOMEM, when there is none then. The copy lives as long as
+/// its store and never moves.
 KVT_EXPORT const kvt_type_record* kvt_type_info_ptr_get(kvt_handle* handle, uint32_t txn, const kvt_type_record* record,
                                                         kvt_typeinfo_init init);
 /// Gives the registered `copy` variant data of its own in the registry (`is_new`), or merges that of a newer schema in.
@@ -102,22 +104,28 @@ static inline void kvtlib_type_stats_destroy_object(kvt_handle* handle, uint32_t
 }
 /// Where an object's state block begins, counted from the object; 0 when nothing was stored.
 KVT_EXPORT int32_t kvtlib_get_sttr_offset(kvt_handle* handle, uint32_t txn, const void* object);
-/// Stores that offset and sets flag 0x40 of the object.
+/// Stores that offset and sets flag 0x40 of the object. The handle's last error tells of a failure: ENOMEM; EPERM: the
+/// store may not be written. The flag stays clear then.
 KVT_EXPORT void kvtlib_update_sttr_offset(kvt_handle* handle, uint32_t txn, void* object, int32_t offset);
-/// Drops the side data of an object; one without any is no error.
+/// Drops the side data of an object; one without any is no error. Sticky err.
 KVT_EXPORT void kvt_hd_mapping_destroy(kvt_handle* handle, uint32_t txn, void* object, int* err);
 /// 0 if the object may be set into a record (`a` 1: neither nested nor embedded) or be the target of a reference (`a`
 /// 0: not nested); else EINVAL.
 KVT_EXPORT int kvtlib_validate_object_flags(const void* object, int a, int b);
 /// Asks for the removal of an object's mapping. Not 0: removed, or there was none. 0 without an error: references are
 /// left, and the object's destroy now waits for the last one to go (see kvtlib_oid_settle).
+/// @param err sticky. EPERM: the store may not be written
 KVT_EXPORT int kvt_request_oid_mapping_destroy(kvt_handle* handle, uint32_t txn, void* object, int* err);
 /// Gives an object an identity. Not 0 on success. EEXIST, EPERM, ENOMEM; EINVAL: as for kvt_handle_to_oid.
 KVT_EXPORT int kvt_oid_mapping_create(kvt_handle* handle, uint32_t txn, void* object, int kind, uint32_t dynamic,
                                       uint32_t ior, int* err);
+/// Pass on to the handle's observer (kvt_observe) what happens to objects: stored anew, about to be destroyed, taken
+/// out of a record (`word` isn't read). NULL and failure objects are accepted.
 KVT_EXPORT void kvtdb_plat_set_dirty(kvt_handle* handle, uint32_t txn, void* object);
 KVT_EXPORT void kvtdb_plat_set_destroy(kvt_handle* handle, uint32_t txn, void* object);
 KVT_EXPORT void kvtdb_plat_set_detach(kvt_handle* handle, uint32_t txn, void* object, int word);
+/// Tell the observer that a caller got hold of `child`, or handed it in, by way of `parent`; either may be NULL. The
+/// first form is that of objects, the second names what `child` is: see kvt_observer. `one` isn't read.
 KVT_EXPORT void kvtdb_record_containment2(kvt_handle* handle, uint32_t txn, void* child, void* parent, int one);
 KVT_EXPORT void kvtdb_record_containment(kvt_handle* handle, uint32_t txn, int kind, void* child, void* parent,
                                          int one);

@@ -84,6 +84,10 @@ struct kvt_handle {
   kvt_runtime* runtime;
 };
 
+/// The `set_range` of a handle over a private store, where nothing needs to be announced: it does nothing and gives 1.
+/// A caller that finds it in a handle may leave the call out.
+KVT_EXPORT int kvt_set_range_private(kvt_handle* handle, void* address, uint32_t length, uint32_t txn, void* owner);
+
 /// How a handle is made.
 typedef struct kvt_handle_options {
   int tracking;             ///< 0 absent (no descriptor), KVT_STTR_ON or KVT_STTR_OFF

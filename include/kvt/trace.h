@@ -42,12 +42,13 @@ KVT_EXPORT void fenlog_module_init_fn(const char* name, uint16_t* id, uint32_t* 
 KVT_EXPORT extern uint32_t fenlog_threshold;
 /// Not 0 if the level is on for the module.
 KVT_EXPORT int fenlog_module_test(uint16_t id, uint32_t level);
-static inline int fenlog_on(uint32_t level) { return level <= fenlog_threshold; }
+static inline int fenlog_on(uint32_t level) { return level <= __atomic_load_n(&fenlog_threshold, __ATOMIC_RELAXED); }
 /// One trace call. Texts are copied (at most 63 bytes each); nothing is formatted unless a sink is set. A level-0 line
 /// also goes to standard error, since the process is about to stop.
 KVT_EXPORT void fenlog_trace(const fenlog_table* table, uint32_t index, uint16_t module, uint32_t level,
                              uint32_t argument_count, const fenlog_arg* arguments);
-/// A sink gets each line that passes the threshold, formatted, on the thread that made it. NULL takes it away.
+/// A sink gets each line that passes the threshold, formatted, on the thread that made it. NULL takes it away; a thread
+/// that is in the old one at that moment may still be when this returns. All calls here may be made from any thread.
 typedef void (*fenlog_sink)(void* argument, uint32_t level, const char* line);
 KVT_EXPORT void fenlog_set_sink(fenlog_sink sink, void* argument);
 /// Sets the threshold: 0, 3, 6, 7 or 8. The default is 6.

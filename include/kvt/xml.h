@@ -28,6 +28,8 @@ KVT_EXPORT void kvt_xml_record_position(const kvt_xml_document* document, uint32
 /// Line and column of the element at `path`; 0 on success, ENOENT (2) when absent.
 KVT_EXPORT int kvt_xml_position(kvt_xml_document* document, const char* path, uint32_t* line, uint32_t* column);
 
+/// 1 if there is an element at `path`. As xml_get_element_nodecount, but it stops at the first.
+KVT_EXPORT int kvt_xml_exists(kvt_xml_document* document, const char* path);
 /// Counts the nodes at `path`; 0 on success.
 KVT_EXPORT int xml_get_element_nodecount(kvt_xml_document* document, const char* path, uint32_t* count);
 /// Gives the text of the first element at `path`, NUL-terminated. 0; 2 when there is no such element; 90 when the text

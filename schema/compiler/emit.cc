@@ -213,6 +213,7 @@ bool emit(const Schema& schema, const Module& module, const std::string& directo
   emit_serial(out);
   emit_scalars(out);
   emit_tables(out);
+  emit_xsd(out);
   for (const auto& [name, raw] : out.files) {
     if (!write_file(directory, name, with_namespace(raw, module), message)) return false;
   }

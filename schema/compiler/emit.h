@@ -97,5 +97,6 @@ void emit_accessors(Output& out);
 void emit_serial(Output& out);
 void emit_scalars(Output& out);
 void emit_tables(Output& out);
+void emit_xsd(Output& out);
 
 }  // namespace zarnc

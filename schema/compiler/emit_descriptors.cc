@@ -39,6 +39,7 @@ void struct_record(const Module& module, const Struct& type, std::string& header
   header += fill(R"--(struct $(type) {
   static const StructDesc kDesc;
   static constexpr int kTop = $(top);
+  static constexpr std::uint16_t kLenStates[] = {$(states)};
   static constexpr std::uint32_t kPlain = $(plain);
 $(fields)  using Fields = FieldList<$(names)>;
 };
@@ -46,6 +47,7 @@ $(fields)  using Fields = FieldList<$(names)>;
 )--",
                  {{"type", type.name},
                   {"top", std::to_string(type.top)},
+                  {"states", list(type.states)},
                   {"plain", number(type.plain.back())},
                   {"fields", fields},
                   {"names", names}});

@@ -45,8 +45,8 @@ constexpr Operation kStructLifecycle[] = {
      "object, `sttr_base` the state block of its top-level object. ENOMEM; EINVAL: nested and tracked without base.",
      "kvt::struct_initialize($(d), handle, txn, object, record, announce, no_stats, flags, sttr_base, err);"},
     {"destroy", "void", OBJECT,
-     "Gives back the object and all that it holds. NULL and the failure object are accepted. In a database the caller "
-     "holds the write lock.",
+     "Gives back the object and all that it holds, now, or when the last reference to it goes. NULL and the failure "
+     "object are accepted. In a database the caller holds the write lock.$(timer_destroy)",
      "kvt::struct_destroy($(d), handle, txn, object);"},
     {"destroy_internal", "void", OBJECT ", int free_it",
      "As $(type)_destroy; with `free_it` 0 the memory of the object itself stays.",
@@ -92,8 +92,9 @@ constexpr Operation kStructLifecycle[] = {
     {"get", "void *", OBJECT ", int *err", "The object itself, reported to the containment observer. `err` isn't read.",
      "(void)err;\n  return kvt::struct_get(handle, txn, object);"},
     {"set", "void", "kvt_handle *handle, uint32_t txn, void *dest, const void *source, int *err",
-     "Copies a whole object; the old content of `dest` is given back. `err` must be clear. EIDRM: `dest` holds a lower "
-     "variant than `source`, or was built with another one; EINVAL: no state block on a tracking handle; ENOMEM.",
+     "Copies a whole object; the old content of `dest` is given back. `err` must be clear. On a tracking handle both "
+     "must have been created with state tracking. EIDRM: `dest` holds a lower variant than `source`, or was built with "
+     "another one; EINVAL: no state block on a tracking handle; ENOMEM.$(timer_set)",
      "kvt::struct_set($(d), handle, txn, dest, source, err);"},
 };
 
@@ -148,9 +149,9 @@ constexpr Operation kStructSerial[] = {
      "As $(type)_to_xml with the type's name; -1 when the last error is set.",
      "return kvt::struct_to_xml_cr($(d), handle, object, buffer, room);"},
     {"from_xml", "void", XML_IN,
-     "Fills the object from the element at `path`; fields without an element stay. 2: no such element; EINVAL and "
-     "others: "
-     "a field cannot be read, and `message` (of `size` bytes, may be NULL) names it.",
+     "Fills the object from the element at `path`; fields without an element stay, and leave 2 in the handle's last "
+     "error while `err` is clear, which the caller clears before a call without a slot of its own. 2: no such element; "
+     "EINVAL and others: a field cannot be read, and `message` (of `size` bytes, may be NULL) names it.",
      "kvt::struct_from_xml($(d), handle, txn, path, document, object, err, message, size);"},
 };
 

@@ -1,4 +1,6 @@
 // The families of struct, enumerated and flag types as sources, and the public headers of everything.
+#include <algorithm>
+
 #include "schema/compiler/emit_accessors.h"
 #include "schema/compiler/emit_families.h"
 
@@ -37,6 +39,10 @@ Holes struct_holes(const Struct& type) {
   Holes holes = type_holes(type.name, type.top);
   holes.emplace_back("plain", std::to_string(type.plain.back()));
   holes.emplace_back("tracked", std::to_string(type.plain.back() + type.block.back()));
+  const bool timer =
+      std::any_of(type.fields.begin(), type.fields.end(), [](const Field& f) { return f.kind == Kind::kTimer; });
+  holes.emplace_back("timer_destroy", timer ? " It stops no timer: the caller has stopped the object's before." : "");
+  holes.emplace_back("timer_set", timer ? " The timer's block is copied as it is: neither timer may be running." : "");
   return holes;
 }
 

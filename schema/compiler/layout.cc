@@ -93,6 +93,7 @@ class Layouter {
     type.used.push_back(state.end);
     type.plain.push_back(state.wide ? round_up(size, kWideAlignment) : size);
     type.block.push_back(state.block);
+    type.states.push_back(state.bound - static_cast<std::uint32_t>(type.bounds.size()));
     type.bounds.push_back(state.bound);
     // Each later variant takes one index more than it has fields.
     state.bound += 1;

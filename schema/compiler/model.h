@@ -84,6 +84,7 @@ struct Struct {
   // computed by layout; vectors by variant, [0..top]
   int top = 0;
   std::vector<std::uint32_t> used, plain, block, bounds;
+  std::vector<std::uint32_t> states;  // own fields, the timer too: the state bytes that a length counts
   int index = 0;
 };
 

@@ -262,7 +262,7 @@ TEST(Flag, BytesAtEveryRoomAndAJumpBeyondThem) {
       std::uint32_t used;
       int err;
     };
-    for (const Case& c : {Case{5, 6, 6, 0}, Case{7, 8, 8, 0}, Case{0, 6, 6, 0}, Case{7, 7, 6, 90}, Case{5, 5, 5, 90},
+    for (const Case& c : {Case{5, 6, 6, 0}, Case{7, 8, 8, 0}, Case{0, 6, 6, 0}, Case{7, 7, 8, 0}, Case{5, 5, 5, 90},
                           Case{5, 4, 1, 90}, Case{5, 0, 0, 90}}) {
       const std::uint8_t bytes[] = {0, 0, 0, 0, c.jump, 0x81, 0, 0};
       object[7] = 0x22;

@@ -144,6 +144,9 @@ TEST(Create, WithAnyAllocationFailingGivesNothingOrAWholeObject) {
       rig.fail_after = -1;
       refused += !object;
       EXPECT_TRUE(object || !all_passed) << allocations;
+      if (object) {
+        EXPECT_EQ(rig.h->last_error, 0) << allocations;
+      }
       EXPECT_EQ(rig.blocks.empty(), !object) << allocations;
       // Registering the types of a database may have stopped behind those that were needed; the next create goes on.
       if (!object) object = rig.make(type);
@@ -178,6 +181,30 @@ TEST(Initialize, OfANestedObjectNeedsAPlaceForItsStateBytes) {
     fn<void(H, Txn, void*, int)>("wpa_psk_type_destroy_internal")(rig.h, rig.txn, object, 0);
     EXPECT_NE(load<std::uint32_t>(object), 0u) << "the link stays without free_it";
   }
+}
+
+// The runtime may not keep the places of nested objects' state bytes where the store may not be written.
+TEST(Initialize, FailsWhereThePlacesOfStateBytesCannotBeKept) {
+  Rig rig(Tracking::kOn, Place::kDatabase);
+  for (const Type& type : all_types()) rig.destroy(type, rig.make(type));  // registers siblings' types too
+  kvtdb_txn_commit(rig.h, rig.txn, &rig.err);
+  for (const Type& type : all_types()) {
+    const bool nested =
+        std::any_of(type.fields.begin(), type.fields.end(), [](const Field& f) { return kind_of(f) == Kind::kStruct; });
+    const std::uint32_t size = type.size.back() + type.block.back();
+    auto* object = static_cast<char*>(kvt_cage_alloc(size));
+    std::memset(object, 0, size);
+    fn<Initialize>(type.name + "_initialize")(rig.h, rig.txn, object, record_of(type.name), 0, 0, 0, nullptr, &rig.err);
+    EXPECT_EQ(rig.h->last_error, nested ? 1 : 0) << type.name;
+    EXPECT_EQ(rig.take_err(), nested ? 1 : 0) << type.name;
+    for (const Slot& slot : slots_of(type, object)) {
+      if (kind_of(*slot.field) == Kind::kStruct) {
+        EXPECT_EQ(load<std::uint32_t>(slot.at()), 0u) << slot.path;
+      }
+    }
+    kvt_cage_free(object);
+  }
+  rig.txn = kvtdb_txn_begin(rig.h, &rig.err);
 }
 
 TEST(SetInstanceEmbedded, ReachesEveryNestedObjectWithAHeader) {

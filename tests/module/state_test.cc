@@ -168,6 +168,21 @@ TEST(OffsetRemove, ForgetsThePlacesThatOffsetUpdateTold) {
       EXPECT_EQ(kvtlib_get_sttr_offset(rig.h, rig.txn, slot.at()), told ? block + slot.state + 1 - slot.at() : 0)
           << slot.path;
     }
+    // A nested object that has no place for its bytes is one without them; its parent is not taken for that place.
+    for (const Slot& slot : slots_of(type, object)) {
+      if (slot.object == object || kind_of(*slot.field) == Kind::kStruct) continue;
+      const std::string before(object, type.size.back());
+      fn<StateSet>(state_name(slot, "set"))(rig.h, rig.txn, slot.object, 9, &rig.err);
+      EXPECT_EQ(rig.take_err(), told ? 0 : 22) << slot.path;
+      fn<StateGet>(state_name(slot, "get"))(rig.h, rig.txn, slot.object, &rig.err);
+      EXPECT_EQ(rig.take_err(), told ? 0 : 22) << slot.path;
+      EXPECT_EQ(std::string(object, before.size()), before) << slot.path;
+      if (!has_value(*slot.field)) continue;
+      block[slot.state] = 9;
+      fill_slot(rig, slot, slot.state, 1);
+      EXPECT_EQ(rig.take_err(), told ? 0 : 22) << slot.path;
+      EXPECT_EQ(block[slot.state], told ? 2 : 9) << slot.path;
+    }
   }
   rig.destroy(type, object);
 }
@@ -184,6 +199,79 @@ TEST(StateFlag, AnObjectOfAnOlderBuildHasItsBytesBehindItsOwnSize) {
       expected.replace(type.size[at], type.block[at], type.block[at], '\x11');
       fn<StateAll>(type.name + "_set_all_state_tracking_flag")(rig.h, rig.txn, object, 0x11);
       EXPECT_EQ(std::string(object, expected.size()), expected) << type.name << built;
+    }
+  }
+}
+
+// A block of exactly the room that an older library gave its objects, and what lies behind it.
+class OlderObject {
+ public:
+  static constexpr std::uint32_t kBehind = 256;
+  OlderObject(Rig& rig, const Type& type, int built) : rig_(rig) {
+    const auto at = static_cast<std::size_t>(built);
+    plain = type.size[at];
+    block = type.block[at];
+    bytes = static_cast<char*>(rig.h->store_alloc(rig.h->store, rig.txn, plain + block + kBehind));
+    char* current = rig.make(type);
+    std::memcpy(bytes, current, plain);
+    rig.destroy(type, current);
+    bytes[4] = bytes[5] = static_cast<char>(built);
+    bytes[6] |= KVT_OBJ_STATE_TRACKED;
+    std::memset(states(), 0, block);
+    std::memset(states() + block, '\xA5', kBehind);
+    fn<OffsetUpdate>(type.name + "_offset_update")(rig.h, rig.txn, bytes, states());
+  }
+  ~OlderObject() { rig_.h->store_free(rig_.h->store, rig_.txn, bytes); }
+  char* states() const { return bytes + plain; }
+  bool alone() const { return std::string(states() + block, kBehind) == std::string(kBehind, '\xA5'); }
+
+  char* bytes;
+  std::uint32_t plain, block;
+
+ private:
+  Rig& rig_;
+};
+
+TEST(StateFlag, OperationsOnAnObjectOfAnOlderBuildStayWithinIt) {
+  for (const Type& type : all_types()) {
+    for (int built = 0; built < type.top(); ++built) {
+      SCOPED_TRACE(type.name + " built " + std::to_string(built));
+      Rig rig(Tracking::kOn);
+      const OlderObject object(rig, type, built), source(rig, type, built);
+      // Its writes are not to raise it to what it has no room for; nor is anything nested in it.
+      limit_domain(rig, 0);
+      EXPECT_TRUE(object.alone());
+      EXPECT_EQ(std::string(object.states(), object.block), std::string(object.block, '\0'));
+      for (std::uint32_t i = 0; i < source.block; ++i) source.states()[i] = static_cast<char>(1 + i);
+      fn<Set>(type.name + "_set")(rig.h, rig.txn, object.bytes, source.bytes, &rig.err);
+      EXPECT_EQ(rig.take_err(), 0);
+      EXPECT_EQ(std::string(object.states(), object.block), std::string(source.states(), source.block));
+      fn<void(H, Txn, void*)>(type.name + "_set_instance_embedded")(rig.h, rig.txn, object.bytes);
+      EXPECT_TRUE(object.alone());
+      for (const Slot& slot : slots_of(type, object.bytes)) {
+        if (slot.object != object.bytes) continue;
+        EXPECT_EQ(fn<StateGet>(state_name(slot, "get"))(rig.h, rig.txn, object.bytes, &rig.err),
+                  slot.variant > built ? 0 : static_cast<std::uint8_t>(1 + slot.state))
+            << slot.path;
+        EXPECT_EQ(rig.take_err(), 0) << slot.path;
+        // Without a descriptor the bytes are looked for behind the top size, where this object has none.
+        kvt_sttr_descriptor* const on = std::exchange(rig.h->sttr, nullptr);
+        EXPECT_EQ(fn<StateGet>(state_name(slot, "get"))(rig.h, rig.txn, object.bytes, &rig.err), 0);
+        EXPECT_EQ(rig.take_err(), 22) << slot.path;
+        if (kind_of(*slot.field) != Kind::kTimer) {
+          fn<StateSet>(state_name(slot, "set"))(rig.h, rig.txn, object.bytes, 7, &rig.err);
+          EXPECT_EQ(rig.take_err(), slot.variant > built ? 43 : 22) << slot.path;
+        }
+        rig.h->sttr = on;
+      }
+      EXPECT_TRUE(object.alone());
+      // What the runtime knows of a neighbour's objects stays.
+      for (const Field& f : type.fields) {
+        if (kind_of(f) != Kind::kStruct || f.variant <= built) continue;
+        kvtlib_update_sttr_offset(rig.h, rig.txn, object.bytes + f.offset, 40);
+        fn<OffsetRemove>(type.name + "_offset_remove")(rig.h, rig.txn, object.bytes, &rig.err);
+        EXPECT_EQ(kvtlib_get_sttr_offset(rig.h, rig.txn, object.bytes + f.offset), 40) << f.name;
+      }
     }
   }
 }

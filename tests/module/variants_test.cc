@@ -125,5 +125,35 @@ TEST(NegativeVariant, OfEveryTypeRefusesEveryFieldAndIsCountedInTheFirstEntry) {
   }
 }
 
+// A database in which a library of fewer variants registered the types: nothing beside its entries is written.
+TEST(OlderRegistry, CountsHigherVariantsInItsLastEntry) {
+  for (const Subject& subject : all_subjects()) {
+    for (int known = 1; known <= subject.top; ++known) {
+      SCOPED_TRACE(subject.name + ", " + std::to_string(known) + " variants known");
+      Rig rig(Tracking::kOff);
+      rig.h->mode = 1;
+      const kvt_type_record* record =
+          kvt_type_info_ptr_get(rig.h, rig.txn, record_of(subject.name), zarn_wlan_typeinfo_initialize);
+      auto* varinfo = const_cast<kvt_variant_data*>(kvt_varinfo_of(record));
+      kvt_variant_entry* entries = kvt_variant_entries(varinfo);
+      varinfo->n_variants = static_cast<std::int8_t>(known);
+      int told = 0;
+      fenlog_set_sink(
+          [](void* told, std::uint32_t level, const char* line) {
+            *static_cast<int*>(told) += level == KVT_LEVEL_NOTICE && std::strstr(line, " variants present");
+          },
+          &told);
+      void* object = fn<Create>(subject.name + "_create")(rig.h, rig.txn);
+      fn<Destroy>(subject.name + "_destroy")(rig.h, rig.txn, object);
+      fenlog_set_sink(nullptr, nullptr);
+      EXPECT_EQ(told, known < subject.top ? 2 : 0) << "as many as there are is not above them";
+      for (int v = 0; v <= subject.top; ++v) {
+        EXPECT_EQ(entries[v].created, v == known - 1 ? 1u : 0u) << v;
+        EXPECT_EQ(entries[v].destroyed, v == known - 1 ? 1u : 0u) << v;
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace module_test

@@ -1,36 +1,10 @@
 // Tests of the XML form of all types, both ways.
-#include "rig.h"
+#include <sys/mman.h>
+
+#include "xml_rig.h"
 
 namespace module_test {
 namespace {
-
-struct Document {
-  explicit Document(const std::string& text) {
-    char message[128] = "";
-    document = kvt_xml_parse(text.data(), text.size(), message, sizeof message);
-    EXPECT_NE(document, nullptr) << message << "\n" << text;
-  }
-  ~Document() { kvt_xml_free(document); }
-  Document(const Document&) = delete;
-  Document& operator=(const Document&) = delete;
-  kvt_xml_document* document;
-};
-
-std::string to_xml(Rig& rig, const Type& type, const void* object, const char* name = "top") {
-  std::string text(1 << 16, '\0');
-  text.resize(fn<ToXml>(type.name + "_to_xml")(rig.h, rig.txn, name, text.data(), object,
-                                               static_cast<std::int32_t>(text.size()), 0, &rig.err));
-  return text;
-}
-
-void from_xml(Rig& rig, const Type& type, const std::string& text, void* object, const char* path = "//top") {
-  const Document document(text);
-  char message[128] = "none";
-  fn<FromXml>(type.name + "_from_xml")(rig.h, rig.txn, path, document.document, object, &rig.err, message,
-                                       sizeof message);
-}
-
-bool has_xml(const Field& f) { return kind_of(f) != Kind::kReference && kind_of(f) != Kind::kTimer; }
 
 TEST(Xml, ATripKeepsEveryFieldThatHasAForm) {
   for (Place place : kPlaces) {
@@ -85,12 +59,139 @@ TEST(Xml, GoldenText) {
   EXPECT_EQ(named, "<x state=\"5\">" + text.substr(inner, text.size() - 2 * inner - 1) + "</x>");
   object[4] = -1;
   EXPECT_EQ(to_xml(rig, type, object), "<top></top>");
-  object[6] = 0;
-  object[4] = 0;
-  to_xml(rig, type, object);
-  EXPECT_EQ(rig.take_err(), 22) << "the state of an untracked object cannot be told";
-  rig.h->last_error = 0;
-  EXPECT_EQ(st_wlan_timeout_settings_toxml_cr(rig.h, object, text.data(), 300), -1);
+}
+
+TEST(Xml, AnUntrackedObjectOnATrackingHandleIsLeftOpen) {
+  Rig rig(Tracking::kOn);
+  for (const Type& type : all_types()) {
+    char* object = rig.make(type);
+    fill(rig, type, object, 1);
+    object[6] = 0;
+    EXPECT_EQ(to_xml(rig, type, object, "top", 5), "<top state=\"5\">") << type.name;
+    EXPECT_EQ(rig.take_err(), 22) << type.name;
+    EXPECT_EQ(rig.h->last_error, 22) << type.name;
+    rig.h->last_error = 0;
+    std::string text(300, '*');
+    EXPECT_EQ(fn<ToXmlCr>(type.name + "_toxml_cr")(rig.h, object, text.data(), 300), -1);
+    EXPECT_EQ(text.substr(0, type.name.size() + 3), "<" + type.name + ">*");
+    EXPECT_EQ(fn<ToXmlCr>(type.name + "_toxml_cr")(rig.h, object, text.data() + 100, 200), -1);
+    EXPECT_EQ(text[100], '*') << "nothing while the last error is set";
+    rig.destroy(type, object);
+  }
+}
+
+// The buffer is shared with the process that stops, so what it wrote can be seen.
+TEST(XmlDeathTest, ACorruptHandleStopsBeforeAnyOutput) {
+  constexpr std::size_t kSize = 4096;
+  auto* buffer = static_cast<char*>(mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  ASSERT_NE(buffer, MAP_FAILED);
+  Rig rig;
+  kvt_sttr_descriptor corrupt{};
+  corrupt.tag = 0x1234;
+  for (const char* name : {"st_dtim", "st_wlan"}) {
+    char* object = rig.make(type_of(name));
+    kvt_sttr_descriptor* whole = rig.h->sttr;
+    rig.h->sttr = &corrupt;
+    EXPECT_DEATH(fn<ToXml>(std::string(name) + "_to_xml")(rig.h, rig.txn, "top", buffer, object, kSize, 0, &rig.err),
+                 "Corrupted KVT Handle");
+    rig.h->sttr = whole;
+    EXPECT_EQ(std::string(buffer, kSize), std::string(kSize, '\0')) << name;
+  }
+  munmap(buffer, kSize);
+}
+
+// Every element has its field's state word, also a nested struct's opening; only those of enumerated and flag fields
+// have none.
+TEST(Xml, StateWordsStandWhereTheyBelong) {
+  Rig rig(Tracking::kOn);
+  for (const Type& type : all_types()) {
+    char* object = rig.make(type);
+    fn<StateAll>(type.name + "_set_all_state_tracking_flag")(rig.h, rig.txn, object, 9);
+    const std::string text = to_xml(rig, type, object);
+    std::map<std::string, int> expected, found;
+    for (const Slot& slot : slots_of(type, object)) {
+      if (!has_xml(*slot.field)) continue;
+      const bool dropped = kind_of(*slot.field) == Kind::kEnum || kind_of(*slot.field) == Kind::kFlag;
+      ++expected["<" + slot.field->name + (dropped ? ">" : " state=\"9\">")];
+    }
+    for (const auto& [opening, count] : expected) {
+      for (std::size_t at = 0; (at = text.find(opening, at)) != std::string::npos; ++at) ++found[opening];
+    }
+    EXPECT_EQ(found, expected) << type.name;
+    EXPECT_EQ(text.substr(0, 5), "<top>") << type.name;
+    rig.destroy(type, object);
+  }
+}
+
+// A path is cut where its buffer ends, and what is left may be the name of another field.
+TEST(XmlPath, AFieldWhosePathIsTooLongIsAbsentWhateverItsBeginNames) {
+  Rig rig;
+  int pairs = 0;
+  for (const Type& type : all_types()) {
+    for (const Field& shorter : type.fields) {
+      for (const Field& longer : type.fields) {
+        if (&shorter == &longer || !longer.name.starts_with(shorter.name)) continue;
+        if (!has_xml(shorter) || kind_of(longer) == Kind::kStruct) continue;
+        ++pairs;
+        // The shorter name fits to the last character. What stands in it would do for either field.
+        const std::string top(255 - 2 - 1 - shorter.name.size(), 'n');
+        const bool named = kind_of(longer) == Kind::kEnum;
+        const std::string value =
+            named ? "<" + std::string(longer.kind == "key_format_type" ? "KEY_HEX" : "CRYPT_AES") + "/>" : "1";
+        char* object = rig.make(type);
+        const Contents before = contents_of(type, object);
+        from_xml(rig, type, "<" + top + "><" + shorter.name + ">" + value + "</" + shorter.name + "></" + top + ">",
+                 object, "//" + top);
+        rig.take_err();
+        const std::string path = type.name + "." + longer.name;
+        EXPECT_EQ(contents_of(type, object).at(path), before.at(path)) << path;
+        rig.destroy(type, object);
+      }
+    }
+  }
+  EXPECT_GE(pairs, 10);
+}
+
+// Of a document at a long path exactly the fields are read whose paths fit.
+TEST(XmlPath, FieldsAreReadAsFarAsTheirPathsFit) {
+  Rig rig;
+  for (const char* name : {"st_wlan", "st_wlan_notify", "st_wpa_wpa2", "st_l2_security_settings"}) {
+    const Type& type = type_of(name);
+    char* source = rig.make(type);
+    fill(rig, type, source, 1);
+    for (const std::size_t length : {150, 200, 215, 230, 240, 254, 300}) {
+      const std::string top(length, 'n');
+      const std::string text = to_xml(rig, type, source, top.c_str());
+      char* object = rig.make(type);
+      const Contents full = contents_of(type, source), empty = contents_of(type, object);
+      from_xml(rig, type, text, object, "//" + top);
+      EXPECT_EQ(rig.take_err(), 0);
+      for (const Slot& slot : slots_of(type, object)) {
+        std::size_t need = 2 + length + slot.path.size() - type.name.size();
+        if (kind_of(*slot.field) == Kind::kEnum || kind_of(*slot.field) == Kind::kFlag) {
+          const std::string own = to_xml(rig, slot.field->kind, source + (slot.at() - object), "e");
+          need += own.size() - std::string("<e></e>").size() - 2;  // "/NAME" where the text has "<NAME/>"
+          if (own == "<e></e>") continue;
+        }
+        EXPECT_EQ(content_of(slot), (has_xml(*slot.field) && need <= 255 ? full : empty).at(slot.path))
+            << slot.path << " behind " << length;
+      }
+      rig.destroy(type, object);
+    }
+    rig.destroy(type, source);
+  }
+}
+
+// The slot of a reading tells its outcome; the last error still knows of what was absent.
+TEST(Xml, WhatIsAbsentStaysTheLastError) {
+  Rig rig;
+  for (const Type& type : all_types()) {
+    char* object = rig.make(type);
+    EXPECT_EQ(from_xml(rig, type, "<top/>", object), "none") << type.name;
+    EXPECT_EQ(rig.take_err(), 0) << type.name;
+    EXPECT_EQ(rig.h->last_error, 2) << type.name;
+    rig.destroy(type, object);
+  }
 }
 
 TEST(Xml, AnEmptyElementChangesNothingAndNoneIsAnError) {
@@ -173,6 +274,28 @@ TEST(Xml, AFieldThatCannotBeReadStopsTheReadingAndIsNamed) {
   EXPECT_EQ(rig.take_err(), 22);
   EXPECT_TRUE(std::string(message).starts_with("Failed xpath: //top/dtim/dot11a_dtim")) << message;
   EXPECT_EQ(st_wlan_timeout_settings_session_timeout_get_value(rig.h, rig.txn, object, &rig.err), 5u);
+}
+
+// Presence alone selects: what stands in the element is not looked at, however long it is.
+TEST(Xml, AnEnumeratorOrABitIsThereWhateverItsElementHolds) {
+  Rig rig;
+  for (const std::string& content : {std::string(), std::string("text"), std::string(127, 'x'), std::string(128, 'x'),
+                                     std::string(5000, 'x'), std::string("<deeper/>")}) {
+    const std::string text = "<top><bit><TBL_WLAN_NOTIFY>" + content + "</TBL_WLAN_NOTIFY></bit><value><KEY_HEX>" +
+                             content + "</KEY_HEX></value></top>";
+    const Document document(text);
+    std::uint32_t value[3] = {}, bits[3] = {};
+    char message[40] = "none";
+    fn<FromXml>("key_format_type_from_xml")(rig.h, rig.txn, "//top/value", document.document, value, &rig.err, message,
+                                            sizeof message);
+    EXPECT_EQ(rig.take_err(), 0) << content.size();
+    EXPECT_EQ(value[2], 1u) << content.size();
+    fn<FromXml>("flg_wlan_notify_from_xml")(rig.h, rig.txn, "//top/bit", document.document, bits, &rig.err, message,
+                                            sizeof message);
+    EXPECT_EQ(rig.take_err(), 0) << content.size();
+    EXPECT_EQ(reinterpret_cast<char*>(bits)[7], 1) << content.size();
+    EXPECT_STREQ(message, "none");
+  }
 }
 
 TEST(Xml, AnyShortRoomIsAnErrorAndNothingIsWrittenBeyondIt) {

@@ -179,6 +179,32 @@ TEST_P(Registry, RegistrationThatFailsIsReportedAndCanBeRepeated) {
   EXPECT_EQ(get(handle, txn, 0), first);
 }
 
+TEST_P(Registry, ACopyThatKnowsLessThanItsTypeIsCompletedWhenItIsWanted) {
+  static int left;
+  static void* (*real)(void*, std::uint32_t, std::uint32_t);
+  real = handle->registry_alloc;
+  left = 1;  // a copy without variant data
+  handle->registry_alloc = [](void* pool, std::uint32_t context, std::uint32_t size) -> void* {
+    return left-- > 0 ? real(pool, context, size) : nullptr;
+  };
+  const kvt_type_record* copy = get(handle, txn, 0);
+  ASSERT_NE(copy, nullptr);
+  EXPECT_EQ(copy->varinfo, kNumber | 0) << "still that of the static record";
+  EXPECT_EQ(handle->last_error, 0) << "what was wanted is there";
+  handle->registry_alloc = real;
+  EXPECT_EQ(get(handle, txn, 0), copy);
+  EXPECT_NE(copy->varinfo >> 28, 0xFu);
+  const int complete = registrations;
+  EXPECT_EQ(get(handle, txn, 0), copy);
+  EXPECT_EQ(registrations, complete);
+  // A newer schema has more variants of a type that is there.
+  load(new_module);
+  const kvt_type_record* newer = get(handle, txn, 1);
+  ASSERT_NE(newer, nullptr);
+  EXPECT_EQ(kvt_varinfo_of(newer)->n_variants, 4);
+  EXPECT_GT(registrations, complete);
+}
+
 TEST_P(Registry, TypeLinksResolveThroughOwnedBlocks) {
   char* object = alloc(16);
   EXPECT_EQ(kvt_get_manifested_type_info(object, &err), nullptr);

@@ -390,6 +390,76 @@ RC_GTEST_PROP(XmlValues, StringsOfAnyBytesReadBack, (const std::string& content)
   }
 }
 
+// A tree of few names, so that they repeat among siblings and below each other.
+struct Tree {
+  char name;
+  std::vector<Tree> children;
+  std::string text() const {
+    std::string out = std::string("<") + name + " n='" + name + "'>";
+    for (const Tree& child : children) out += (child.children.empty() ? " " : "<!-- a -->") + child.text();
+    return out + "</" + name + ">";
+  }
+  void find(char wanted, std::vector<const Tree*>* found) const {
+    if (name == wanted) found->push_back(this);
+    for (const Tree& child : children) child.find(wanted, found);
+  }
+  std::vector<const Tree*> named(char wanted) const {
+    std::vector<const Tree*> found;
+    for (const Tree& child : children)
+      if (child.name == wanted) found.push_back(&child);
+    return found;
+  }
+};
+Tree any_tree(int depth) {
+  Tree tree{*rc::gen::element('a', 'b', 'c'), {}};
+  const int children = depth ? *rc::gen::inRange(0, 5) : 0;
+  for (int i = 0; i < children; ++i) tree.children.push_back(any_tree(depth - 1));
+  return tree;
+}
+
+// Whatever was asked before, a path leads where it says: the first of its head in document order, then first children.
+RC_GTEST_PROP(XmlPath, AnyPathsInAnyOrderAreResolvedAsTold, ()) {
+  const Tree tree = any_tree(3);
+  const Document document = parse(tree.text());
+  for (int asked = 0; asked < 20; ++asked) {
+    std::string path = "/";
+    std::vector<const Tree*> found;
+    const int steps = *rc::gen::inRange(1, 5);
+    for (int step = 0; step < steps; ++step) {
+      const char name = *rc::gen::element('a', 'b', 'c', 'd');
+      path += std::string("/") + name;
+      if (!step) {
+        tree.find(name, &found);
+      } else {
+        found = found.empty() ? found : found[0]->named(name);
+      }
+    }
+    if (*rc::gen::arbitrary<bool>()) {
+      std::uint32_t count = 99;
+      RC_ASSERT(xml_get_element_nodecount(document.get(), path.c_str(), &count) == 0);
+      RC_ASSERT(count == found.size());
+    }
+    RC_ASSERT(kvt_xml_exists(document.get(), path.c_str()) == !found.empty());
+    std::uint32_t line = 0, column = 0;
+    RC_ASSERT(kvt_xml_position(document.get(), path.c_str(), &line, &column) == (found.empty() ? ENOENT : 0));
+    if (found.empty()) continue;
+    // The element itself, not another of its name: the text up to it has as many columns.
+    std::string before;
+    const auto walk = [&](const auto& self, const Tree& at) -> bool {
+      if (&at == found[0]) return true;
+      before += std::string("<") + at.name + " n='" + at.name + "'>";
+      for (const Tree& child : at.children) {
+        before += child.children.empty() ? " " : "<!-- a -->";
+        if (self(self, child)) return true;
+      }
+      before += std::string("</") + at.name + ">";
+      return false;
+    };
+    walk(walk, tree);
+    RC_ASSERT(column == before.size() + 1);
+  }
+}
+
 // Pieces that mean something to a parser, in any order: refused with a position, or a document.
 RC_GTEST_PROP(XmlParse, AnyTextIsReadOrRefused, ()) {
   const auto pieces = *rc::gen::container<std::vector<std::string>>(

@@ -67,6 +67,16 @@ TEST_F(Install, StrippedLibrariesStillTellWhatTheyAre) {
   EXPECT_NE(again.out.find("insert record exists for"), std::string::npos) << again.out;
 }
 
+// An editor or a script finds the schema of the documents beside the examples.
+TEST_F(Install, XmlSchemaTakesTheExampleAndAnExportOfIt) {
+  const std::string share = prefix() + "/share/zarn_wlan/", wlanctl = "'" + prefix() + "/bin/wlanctl' --db a.db ";
+  const std::string check = "xmllint --nonet --noout --schema '" + share + "zarn_wlan.xsd' ";
+  done(check + "'" + share + "examples/campus.xml'");
+  done(wlanctl + "import '" + share + "examples/campus.xml' && " + wlanctl + "export out.xml && " + check + "out.xml");
+  done("sed s/wlan_id/wlan_ID/ out.xml >wrong.xml");
+  EXPECT_NE(shell(check + "wrong.xml").status, 0);
+}
+
 // A program that was linked here must find its libraries there, not in the place where they were built.
 TEST_F(Install, NothingPointsBackAtTheBuild) {
   const std::string tools = "for f in '" + prefix() + "'/bin/wlanctl '" + prefix() +

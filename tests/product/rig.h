@@ -1,5 +1,4 @@
 // What the tests of the product share: commands run as a user runs them, a directory of their own, golden files.
-// With ZARN_UPDATE_GOLDEN=1 in the environment golden files are rewritten instead of compared.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,11 +7,11 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "tests/golden_file.h"
 
 namespace product_test {
 
@@ -23,14 +22,11 @@ inline const std::string kBuild = ZARN_BINARY_DIR;
 inline const std::string kCompiler = ZARN_PRODUCT_CXX " " ZARN_PRODUCT_FLAGS " ";
 inline const std::string kCCompiler = ZARN_PRODUCT_CC " " ZARN_PRODUCT_FLAGS " ";
 
-inline std::string slurp(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-inline void spill(const fs::path& path, const std::string& text) {
-  fs::create_directories(path.parent_path());
-  std::ofstream(path, std::ios::binary) << text;
-}
+using golden::expect_golden;
+using golden::golden_path;
+using golden::slurp;
+using golden::spill;
+using golden::updating_golden;
 
 struct Result {
   int status;
@@ -60,29 +56,6 @@ class Product : public testing::Test {
 
   fs::path dir;
 };
-
-inline bool updating_golden() {
-  const char* update = std::getenv("ZARN_UPDATE_GOLDEN");
-  return update && std::string(update) == "1";
-}
-inline fs::path golden_path(const std::string& name) { return fs::path(kSource) / "tests/golden" / name; }
-
-inline void expect_golden(const std::string& name, const std::string& text) {
-  const fs::path path = golden_path(name);
-  if (updating_golden()) return spill(path, text);
-  const std::string golden = slurp(path);
-  if (golden == text) return;
-  std::istringstream expected(golden), found(text);
-  std::string a, b;
-  for (int line = 1; expected || found; ++line) {
-    if (!std::getline(expected, a)) a = "(end)";
-    if (!std::getline(found, b)) b = "(end)";
-    if (a == b && a != "(end)") continue;
-    ADD_FAILURE() << name << ":" << line << "\n  golden: " << a << "\n  now:    " << b;
-    return;
-  }
-  ADD_FAILURE() << name << ": differs in its line ends";
-}
 
 inline std::vector<std::string> lines_of(const std::string& text) {
   std::vector<std::string> lines;

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "platform/wire_inline.h"
 #include "zarn_wlan/src/record.h"
 
 namespace kvt {
@@ -93,6 +94,8 @@ std::uint32_t record_unmarshal(const TableDesc& type, kvt_handle* h, std::uint32
   if (!*err) {
     kvt_message_header header;
     cursor += static_cast<std::int32_t>(_kvt_message_header_unmarshal(h, txn, buffer, &header, length, err));
+    // Told here: an object may end so that nothing else misses its last bytes.
+    if (!*err && header.length > static_cast<std::uint32_t>(length)) fail(h, kEmsgsize, err);
   }
   if (!update) {
     const int failed = *err;
@@ -108,8 +111,9 @@ std::uint32_t record_unmarshal(const TableDesc& type, kvt_handle* h, std::uint32
     return 0;
   }
   if (!*err) {
-    cursor += static_cast<std::int32_t>(
-        type.payload.unmarshal(h, txn, buffer + cursor, payload, length - cursor, update, err));
+    // A payload's jump may lead anywhere.
+    cursor =
+        wrapped_sum(cursor, type.payload.unmarshal(h, txn, buffer + cursor, payload, length - cursor, update, err));
   }
   *slot = record;
   return static_cast<std::uint32_t>(cursor);
