@@ -113,7 +113,7 @@ std::uint32_t record_unmarshal(const TableDesc& type, kvt_handle* h, std::uint32
   if (!*err) {
     // A payload's jump may lead anywhere.
     cursor =
-        wrapped_sum(cursor, type.payload.unmarshal(h, txn, buffer + cursor, payload, length - cursor, update, err));
+        advanced(cursor, type.payload.unmarshal(h, txn, buffer + cursor, payload, length - cursor, update, err));
   }
   *slot = record;
   return static_cast<std::uint32_t>(cursor);
