@@ -247,20 +247,24 @@ class Checker {
     if (table.key_names.size() > kKeysMost) {
       error(table.key_at[kKeysMost], "table '" + table.name + "' has more than " + std::to_string(kKeysMost) + " keys");
     }
-    const std::size_t keys = std::min(table.key_names.size(), kKeysMost);
-    for (std::size_t i = 0; table.payload && i < keys; ++i) resolve_key(table, i);
+    for (std::size_t i = 0; table.payload && i < table.key_names.size(); ++i) resolve_key(table, i);
   }
 
   void resolve_key(Table& table, std::size_t which) {
     const std::string& name = table.key_names[which];
     const Position& at = table.key_at[which];
     const auto& fields = table.payload->fields;
-    const auto field = std::find_if(fields.begin(), fields.end(), [&](const Field& one) { return one.name == name; });
-    if (field == fields.end()) {
+    // No further than a struct may go: keys without end times fields without end take forever.
+    const auto end = fields.begin() + static_cast<std::ptrdiff_t>(std::min(fields.size(), kFieldsMost));
+    const auto field = std::find_if(fields.begin(), end, [&](const Field& one) { return one.name == name; });
+    if (field == end) {
       error(at, "struct '" + table.payload->name + "' has no field '" + name + "'");
       return;
     }
-    if (std::count(table.keys.begin(), table.keys.end(), &*field)) error(at, "'" + name + "' is already a key");
+    if (std::count(table.keys.begin(), table.keys.end(), &*field)) {
+      error(at, "'" + name + "' is already a key");
+      return;
+    }
     const bool known = primitive(field->type) || field->nested || field->enumeration || field->flag;
     if (known && field->kind != Kind::kInteger && field->kind != Kind::kVstring && field->kind != Kind::kEnum) {
       error(at, "a field of type " + field->type + " is no key: integers, kvt_vstring and enums are");
