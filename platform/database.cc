@@ -69,15 +69,13 @@ int Database::begin(Store* store, std::uint32_t* txn) {
     return error;
   }
   writer_.store(store, std::memory_order_relaxed);
-  if (header_->log_last) {
-    if (!roll_back()) {
-      lock_file(store->fd(), F_UNLCK);
-      release_lock();
-      return EIO;
-    }
-  } else {
-    settle_segments(Segment::kHeap);
+  const bool left_open = header_->log_last;
+  if (!header_is_sound() || (left_open && !roll_back()) || !heap_is_sound()) {
+    lock_file(store->fd(), F_UNLCK);
+    release_lock();
+    return EIO;
   }
+  if (!left_open) settle_segments(Segment::kHeap);
   txn_ = header_->txn_last + 1;
   if (txn_ == KVT_NO_TXN || txn_ == 0) txn_ = 1;
   header_->txn_last = txn_;
@@ -123,12 +121,51 @@ void Database::release_lock() {
   turn_.notify_one();
 }
 
+// What the file says of itself, as far as a writer would follow it out of the file.
+bool Database::header_is_sound() const {
+  const std::uint32_t segments = header_->segments, end = base_ + segments * kSegmentSize;
+  if (segments < 1 || segments > std::size(header_->kinds)) return false;
+  for (std::uint32_t i = 0; i < std::size(header_->kinds); i++) {
+    const bool has_kind = i > 0 && i < segments;
+    if (header_->kinds[i] > (has_kind ? Segment::kNewHeap : Segment::kFree)) return false;
+  }
+  const std::uint32_t at = header_->permanent_at, permanent_end = header_->permanent_end;
+  // No end is what a death between two segments leaves.
+  return !permanent_end || (at % 8 == 0 && permanent_end % 8 == 0 && at >= base_ + kFirstPermanentAt &&
+                            at <= permanent_end && permanent_end <= end);
+}
+
+bool Database::heap_is_sound() const {
+  const std::uint32_t top = heap_.top(), end = base_ + header_->segments * kSegmentSize;
+  return !top || (top % 8 == 0 && holds(top) && heap_.top_size() <= end - top);
+}
+
+// Whether the log leads back to its begin by entries that lie in it, and changes nothing that it stands on itself.
+bool Database::log_is_sound() const {
+  const std::uint32_t file = header_->segments * kSegmentSize;
+  const auto is_log = [this](std::uint32_t at) { return header_->kinds[at / kSegmentSize] == Segment::kLog; };
+  std::uint32_t entries = 0;
+  for (std::uint32_t next = header_->log_last; next; entries++) {
+    const std::uint32_t at = next - base_;
+    if (at % 8 || at < kLogAt || at >= file || entries > file / kEntryHeader) return false;
+    if (at < kSegmentSize ? at >= kFirstPermanentAt : !is_log(at)) return false;
+    const std::uint32_t room = at < kSegmentSize ? kFirstPermanentAt - at : kSegmentSize - at % kSegmentSize;
+    const auto* entry = static_cast<const LogEntry*>(cage_at(next));
+    const std::uint32_t to = entry->at - base_, length = entry->length;
+    if (room <= kEntryHeader || length < 1 || length > room - kEntryHeader) return false;
+    if (to < kRootsAt || to >= file || length > file - to) return false;
+    if (to < kFirstPermanentAt && to + length > kLogAt) return false;
+    if (is_log(to) || is_log(to + length - 1)) return false;
+    next = entry->previous;
+  }
+  return true;
+}
+
 // Can be interrupted and begun again: until the last store the log stays as it is.
 bool Database::roll_back() {
+  if (!log_is_sound()) return false;
   for (std::uint32_t at = header_->log_last; at;) {
-    if (at % 8 || at < base_ + kLogAt || at > base_ + kSlotSize - kEntryHeader) return false;
     const auto* entry = static_cast<const LogEntry*>(cage_at(at));
-    if (entry->at < base_ || entry->length > kSlotSize || entry->at - base_ > kSlotSize - entry->length) return false;
     std::memcpy(cage_at(entry->at), entry + 1, entry->length);
     at = entry->previous;
   }
@@ -251,7 +288,7 @@ std::uint32_t Database::block_size(const void* block) const {
 void* Database::alloc_permanent(std::uint32_t size) {
   if (size > kSlotSize) return nullptr;
   size = std::max(rounded(size), 8u);
-  for (std::uint32_t* link = &header_->permanent_free; *link;) {
+  for (std::uint32_t* link = &header_->permanent_free; *link && *link % 8 == 0 && is_permanent(*link);) {
     auto* block = static_cast<PermanentBlock*>(cage_at(*link));
     if (block->size == size) {
       publish(link, block->next);

@@ -68,7 +68,7 @@ class Database final : public HeapBacking {
   static void release(Database* database);
   static bool any_open();
 
-  // Takes the lock; rolls back what a dead writer left. 0, EDEADLK, or what the system gives.
+  // Takes the lock; rolls back what a dead writer left. 0, EDEADLK, EIO for a damaged file, or what the system gives.
   int begin(Store* store, std::uint32_t* txn);
   void commit();
   void abort();
@@ -114,6 +114,9 @@ class Database final : public HeapBacking {
   bool add_log_area();
   void log(std::uint32_t at, std::uint32_t length);
   bool roll_back();
+  bool header_is_sound() const;
+  bool heap_is_sound() const;
+  bool log_is_sound() const;
   void settle_segments(Segment new_heap_becomes);
   void free_permanent(std::uint32_t at);
   void release_lock();

@@ -97,6 +97,12 @@ int fill_new_file(int fd, std::uint32_t slot) {
   return write_all(fd, &header, sizeof header, 0);
 }
 
+// Takes the file out of the cage again; a stale reference faults.
+void clear_slot(void* at) {
+  constexpr int kFlags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED;
+  if (mmap(at, kSlotSize, PROT_NONE, kFlags, -1, 0) == MAP_FAILED) stop(Message::kNoCage);
+}
+
 // Whether the file is a database that this library can read.
 bool check_file(const OpenRequest& request, int fd, struct stat* file, DatabaseHeader* header, int* err) {
   *err = EINVAL;
@@ -157,6 +163,13 @@ Database* DatabaseTable::map(const OpenRequest& request, const struct stat& file
   d->slot_ = slot;
   d->header_ = reinterpret_cast<DatabaseHeader*>(d->cage_base());
   d->roots_ = reinterpret_cast<StoreRoots*>(d->cage_base() + kRootsAt);
+  if (d->roots_->tables.last_link - d->base_ >= kSlotSize) {  // what it holds was made for another slot
+    say(request, "database \"%s\" has a damaged header", request.path);
+    *err = EINVAL;
+    clear_slot(d->cage_base());
+    delete d;
+    return nullptr;
+  }
   // Memory is not hidden: what one process frees another may take into use.
   d->heap_.attach(&d->roots_->heap, d, /*logged=*/true, /*hide_free=*/false);
   slots[slot] = d;
@@ -165,9 +178,7 @@ Database* DatabaseTable::map(const OpenRequest& request, const struct stat& file
 }
 
 void DatabaseTable::unmap(Database* database) {
-  void* got =
-      mmap(database->cage_base(), kSlotSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0);
-  if (got == MAP_FAILED) stop(Message::kNoCage);
+  clear_slot(database->cage_base());
   slots[database->slot_] = nullptr;
   open_count--;
   delete database;

@@ -23,13 +23,16 @@ constexpr T wire_order(T value) {
   if constexpr (sizeof(T) == 8) return __builtin_bswap64(value);
 }
 
-// Positions wrap in 32 bits and are compared signed: a jump from a peer may lead anywhere. Wherever it leads, room is
-// negative from the end of the bytes on, so that nobody goes there.
+// Where a jump ends: positions wrap in 32 bits and are compared signed, and a jump from a peer may lead anywhere.
 inline std::int32_t wrapped_sum(std::int32_t position, std::uint32_t bytes) {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(position) + bytes);
 }
-inline std::int32_t room_behind(std::int32_t cursor, std::int32_t length) {
-  return wrapped_sum(length, 0u - static_cast<std::uint32_t>(cursor));
+// A cursor behind what was read there. It never wraps: a jump of the object around would otherwise bring it back to a
+// place before the bytes. Behind their end room is negative, so that nobody reads there.
+inline std::int32_t advanced(std::int32_t cursor, std::uint32_t bytes) {
+  constexpr std::uint32_t kMost = INT32_MAX;
+  const std::uint32_t sum = static_cast<std::uint32_t>(cursor) + bytes;  // of two that are not negative
+  return static_cast<std::int32_t>(sum < kMost ? sum : kMost);
 }
 
 // Whether `need` bytes may be used; a refusal is reported. `need` is wide since it may hold a length from the wire.

@@ -24,7 +24,7 @@ struct ReadFrame {
   std::uint8_t kept;     // flag bits to be kept
   bool states;           // a state byte follows each field on the wire
   std::uint8_t* target;  // where they go; null: dropped
-  std::int32_t room() const { return room_behind(cursor, length); }
+  std::int32_t room() const { return length - cursor; }
   const std::uint8_t* position() const { return buffer + (room() < 0 ? length : cursor); }
 };
 
@@ -77,7 +77,7 @@ template <class Field>
         frame.cursor += InlineForm<Type>::kBytes;
       }
     } else {
-      frame.cursor = wrapped_sum(frame.cursor, wire_read<Type>(to, frame.position(), p, frame.room()));
+      frame.cursor = advanced(frame.cursor, wire_read<Type>(to, frame.position(), p, frame.room()));
     }
     if (frame.states && state_has_room<Field>(frame.room())) {
       const std::uint8_t state = frame.buffer[frame.cursor++];

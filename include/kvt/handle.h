@@ -128,7 +128,8 @@ KVT_EXPORT void kvt_handle_close(kvt_handle* handle);
 /// Takes the write lock of the handle's database and begins a transaction. On a private store there is neither lock nor
 /// undo, and the call only hands out a write context.
 /// @return the write context, never KVT_NO_TXN on success
-/// @param err sticky. EDEADLK: this handle, or another one of this thread, has a transaction open already
+/// @param err sticky. EDEADLK: this handle, or another one of this thread, has a transaction open already; EIO: the
+///   database's header or undo log is damaged
 KVT_EXPORT uint32_t kvtdb_txn_begin(kvt_handle* handle, int* err);
 /// Makes the transaction's stores last and releases the write lock. @param err sticky. EINVAL: no such transaction
 KVT_EXPORT void kvtdb_txn_commit(kvt_handle* handle, uint32_t txn, int* err);

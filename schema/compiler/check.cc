@@ -16,6 +16,7 @@ constexpr int kVariantMost = 126;  // the number of variants is a signed byte
 constexpr int kNoneYet = -1;       // before the first variant
 constexpr std::size_t kBitsMost = 8;
 constexpr std::size_t kKeysMost = 3;
+constexpr std::size_t kNestingMost = 32;
 
 class Checker {
  public:
@@ -211,23 +212,32 @@ class Checker {
     }
   }
 
-  // An object that holds itself has no size. Reported once, at the field that closes the ring.
-  void walk_nesting(const Struct& type) {
-    if (finished_[&type]) return;
+  // An object that holds itself has no size. Reported once, at the field that closes the ring. Gives how many structs
+  // deep the type goes; too deep is reported once, too, whatever order the structs stand in.
+  std::size_t walk_nesting(const Struct& type) {
+    const auto known = depths_.find(&type);
+    if (known != depths_.end()) return known->second;
     path_.push_back(&type);
+    std::size_t depth = 1;
     for (const Field& field : type.fields) {
       if (!field.nested) continue;
       const auto open = std::find(path_.begin(), path_.end(), field.nested);
-      if (open == path_.end()) {
-        walk_nesting(*field.nested);
+      if (open != path_.end()) {
+        std::string ring;
+        for (auto at = open; at != path_.end(); ++at) ring += (*at)->name + " > ";
+        error(field.type_at, "'" + field.nested->name + "' would contain itself: " + ring + field.nested->name);
         continue;
       }
-      std::string ring;
-      for (auto at = open; at != path_.end(); ++at) ring += (*at)->name + " > ";
-      error(field.type_at, "'" + field.nested->name + "' would contain itself: " + ring + field.nested->name);
+      const std::size_t below = path_.size() < kNestingMost ? walk_nesting(*field.nested) : kNestingMost;
+      if (below < kNestingMost) {
+        depth = std::max(depth, below + 1);
+      } else {
+        error(field.type_at, "more than " + std::to_string(kNestingMost) + " structs inside each other");
+      }
     }
     path_.pop_back();
-    finished_[&type] = true;
+    depths_[&type] = depth;
+    return depth;
   }
 
   void check_table(Table& table) {
@@ -244,12 +254,17 @@ class Checker {
     const std::string& name = table.key_names[which];
     const Position& at = table.key_at[which];
     const auto& fields = table.payload->fields;
-    const auto field = std::find_if(fields.begin(), fields.end(), [&](const Field& one) { return one.name == name; });
-    if (field == fields.end()) {
+    // No further than a struct may go: keys without end times fields without end take forever.
+    const auto end = fields.begin() + static_cast<std::ptrdiff_t>(std::min(fields.size(), kFieldsMost));
+    const auto field = std::find_if(fields.begin(), end, [&](const Field& one) { return one.name == name; });
+    if (field == end) {
       error(at, "struct '" + table.payload->name + "' has no field '" + name + "'");
       return;
     }
-    if (std::count(table.keys.begin(), table.keys.end(), &*field)) error(at, "'" + name + "' is already a key");
+    if (std::count(table.keys.begin(), table.keys.end(), &*field)) {
+      error(at, "'" + name + "' is already a key");
+      return;
+    }
     const bool known = primitive(field->type) || field->nested || field->enumeration || field->flag;
     if (known && field->kind != Kind::kInteger && field->kind != Kind::kVstring && field->kind != Kind::kEnum) {
       error(at, "a field of type " + field->type + " is no key: integers, kvt_vstring and enums are");
@@ -265,7 +280,7 @@ class Checker {
   Index<Enum> enums_;
   Index<Flag> flags_;
   Index<Table> tables_;
-  std::map<const Struct*, bool> finished_;
+  std::map<const Struct*, std::size_t> depths_;
   std::vector<const Struct*> path_;
   std::map<const Module*, bool> walked_;
   std::vector<const Module*> needing_;

@@ -1,6 +1,7 @@
 // Reads schema files. A line that starts in column 1 opens a block, indented lines belong to the block above. What the
 // lines mean together is for check; here only their form is judged, one complaint a line.
 #include <charconv>
+#include <string_view>
 
 #include "schema/compiler/model.h"
 
@@ -100,8 +101,9 @@ class Line {
           return;
         }
         // Meanings become comments of generated sources, where a backslash at the end of a line would swallow the next.
-        const std::size_t backslash = text.find('\\', i);
-        if (backslash < close) error({file_, number_, static_cast<int>(backslash) + 1}, "a text holds no backslash");
+        const std::size_t backslash = std::string_view(text).substr(0, close).find('\\', i);
+        if (backslash != text.npos)
+          error({file_, number_, static_cast<int>(backslash) + 1}, "a text holds no backslash");
         tokens_.push_back({Token::kText, text.substr(start + 1, close - start - 1), column});
         i = close + 1;
       } else {

@@ -287,7 +287,7 @@ TEST(Jump, OfANestedObjectTakesTheFieldsBehindItTheirRoomButNoByteBeyond) {
     };
     for (const Case& c :
          {Case{"as written", nested_size - 2, size, 0}, Case{"to the end", nested_size - 1, size, 90},
-          Case{"beyond the end", nested_size, size + 1, 90}, Case{"the highest position", 0x7FFFFFFD, size, 90},
+          Case{"beyond the end", nested_size, size + 1, 90}, Case{"the highest position", 0x7FFFFFFD, 0x7FFFFFFF, 90},
           Case{"wrapped", 0x7FFFFFFE, size, 0}, Case{"back", 0xFFFFFFFF, size, 0}}) {
       std::string bytes = whole;
       for (unsigned i = 0; i < 4; ++i) bytes[jump_at + i] = static_cast<char>(c.jump >> (24 - 8 * i));
@@ -297,6 +297,34 @@ TEST(Jump, OfANestedObjectTakesTheFieldsBehindItTheirRoomButNoByteBeyond) {
       EXPECT_EQ(unmarshal(rig, type, bytes, reader), c.used) << c.what;
       EXPECT_EQ(rig.take_err(), c.err) << c.what;
       EXPECT_EQ(reader[type.fields.back().offset], c.err ? before : object[type.fields.back().offset]) << c.what;
+    }
+  }
+}
+
+// The last field of a nested object jumps as far as can be, and the object around it back to before the bytes.
+TEST(Jump, BringsNobodyBackWhoWentTooFar) {
+  const Type& type = type_of("st_wlan");
+  const Type& around = type_of("st_wlan_timeout_settings");
+  ASSERT_EQ(around.fields.back().kind, "st_dtim");
+  for (Watch watch : {Watch::kAll, Watch::kNot}) {
+    Rig rig(Tracking::kAbsent, Place::kPrivate, watch);
+    char* object = rig.make(type);
+    fill(rig, type, object, 1);
+    const std::string whole = marshal(rig, type, object);
+    const auto field =
+        std::find_if(type.fields.begin(), type.fields.end(), [&](const Field& one) { return one.kind == around.name; });
+    ASSERT_LT(field, type.fields.end() - 1) << "others are read after it";
+    const std::size_t at = whole.find(marshal(rig, around, object + field->offset));
+    for (std::uint32_t back : {1u, 11u, 1000u, 100000u, 0x40000000u}) {
+      std::string bytes = whole;
+      const auto put = [&](std::size_t place, std::uint32_t jump) {
+        for (unsigned i = 0; i < 4; ++i) bytes[place + i] = static_cast<char>(jump >> (24 - 8 * i));
+      };
+      put(at + 2, 0u - back - 2);
+      put(at + 10 + 2, 0x7FFFFFFD);
+      char* reader = rig.make(type);
+      EXPECT_EQ(unmarshal(rig, type, bytes, reader), 0x7FFFFFFFu) << back;
+      EXPECT_EQ(rig.take_err(), 90) << back;
     }
   }
 }

@@ -413,6 +413,72 @@ TEST_F(DatabaseFile, RefusesWhatItCannotRead) {
   EXPECT_NE(message[0], '\0');
 }
 
+// What a dead writer left, with one word of the header or of the newest log entry changed: no transaction begins, and
+// no byte changes.
+TEST_F(DatabaseFile, ALogThatLeadsAstrayIsNotFollowed) {
+  options.slot = 3;
+  ASSERT_EQ(in_child([&] {
+              kvt_handle* h = open();
+              begin(h);
+              char* block = alloc(h, 64);
+              commit(h);
+              begin(h);
+              put(h, block, 1);
+              return 0;
+            }),
+            0);
+  std::ifstream in(path, std::ios::binary);
+  const std::string good((std::istreambuf_iterator<char>(in)), {});
+  const auto word = [&](std::size_t at) {
+    std::uint32_t value;
+    std::memcpy(&value, good.data() + at, sizeof value);
+    return value;
+  };
+  const std::uint32_t base = kvt::kDatabaseBegin + 3 * kvt::kSlotSize, entry = word(28) - base;
+  ASSERT_GE(entry, kvt::kLogAt);
+  const struct Case {
+    const char* name;
+    std::size_t at;
+    std::uint32_t value;
+  } cases[] = {
+      {"log outside the slot", 28, base + kvt::kSlotSize},
+      {"log behind the end of the file", 28, base + kvt::kSlotSize - 64},
+      {"log in the header", 28, base + 8},
+      {"log in the heap", 28, base + kvt::kSegmentSize + 8},
+      {"log at an odd place", 28, base + entry + 4},
+      {"entry that covers the header", entry, base + 24},
+      {"entry that covers the log", entry, base + entry},
+      {"entry outside the slot", entry, 8},
+      {"entry behind the end of the file", entry, base + kvt::kSlotSize - 4},
+      {"entry longer than the log", entry + 4, kvt::kSegmentSize},
+      {"entry without bytes", entry + 4, 0},
+      {"ring of entries", entry + 8, base + entry},
+      {"entry before in the heap", entry + 8, base + kvt::kSegmentSize + 8},
+      {"permanent memory outside the slot", 36, 8},
+      {"permanent memory behind the end of the file", 40, base + kvt::kSlotSize},
+      {"unknown kind of segment", 64, 0x05050500},
+      {"kind of the first segment", 64, word(64) | 2},
+      {"segment behind the end of the file", 64 + 252, 0x01000000},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::string bad = good;
+    std::memcpy(bad.data() + c.at, &c.value, sizeof c.value);
+    std::ofstream(path, std::ios::binary) << bad;
+    kvt_handle* h = open();
+    ASSERT_NE(h, nullptr) << message;
+    EXPECT_EQ(begin(h), KVT_NO_TXN);
+    EXPECT_EQ(err, EIO);
+    kvt_handle_close(h);
+    std::ifstream after(path, std::ios::binary);
+    EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(after), {}) == bad);
+  }
+  std::ofstream(path, std::ios::binary) << good;
+  kvt_handle* h = open();
+  EXPECT_NE(begin(h), KVT_NO_TXN) << "the log itself is sound";
+  kvt_handle_close(h);
+}
+
 TEST_F(DatabaseFile, ASlotHoldsOneDatabaseOfAProcess) {
   options.slot = 4;
   std::string other = directory + "/other";

@@ -53,6 +53,49 @@ TEST_P(Limits, OfOneStruct) {
 
 INSTANTIATE_TEST_SUITE_P(Struct, Limits, ::testing::ValuesIn(kLimits), [](const auto& one) { return one.param.name; });
 
+// A chain of structs, each in the one before it; told from the top or from the bottom.
+TEST(Nesting, HasALimitInWhateverOrder) {
+  for (int structs : {32, 33}) {
+    for (bool from_the_top : {true, false}) {
+      SCOPED_TRACE(std::to_string(structs) + (from_the_top ? " from the top" : " from the bottom"));
+      std::string text = "module toy 1\n", types;
+      for (int i = 0; i < structs; ++i) {
+        const std::string number = std::to_string(100 + i);
+        text += "  struct st_" + number + "\n";
+        std::string type = "struct st_" + number + " " + std::string(29, '0') + number + " \"a\"\n";
+        type += i + 1 < structs ? "  next st_" + std::to_string(101 + i) + " \"b\"\n" : "  last u_int8 \"c\"\n";
+        types = from_the_top ? types + type : type + types;
+      }
+      Scratch scratch;
+      const std::string file = scratch.write("chain.zs", text + types);
+      const Outcome run = compile({"--list", file});
+      const std::string line = from_the_top ? "98" : "100";
+      EXPECT_EQ(run.messages,
+                structs == 32 ? "" : file + ":" + line + ":8: error: more than 32 structs inside each other\n");
+    }
+  }
+}
+
+// Sources that a mistake or malice made large are judged in time that grows as they do. Where it grew with the square,
+// each of these would take hours.
+TEST(Files, MayBeLargeAndWrong) {
+  constexpr int kMany = 400000;
+  std::string texts = "module", keys = "struct st_a 00000000000000000000000000000001 \"a\"\n", chain;
+  for (int i = 0; i < kMany; ++i) texts += " \"\"";
+  for (int i = 0; i < kMany / 4; ++i) keys += "  f" + std::to_string(i) + " u_int8 \"f\"\n";
+  keys += "table tbl_a st_a \"a\"\n";
+  for (int i = 0; i < kMany / 4; ++i) keys += "  key f" + std::to_string(kMany) + "\n";
+  for (int i = 0; i < kMany / 4; ++i) {
+    chain += "struct s" + std::to_string(i) + " 0 \"a\"\n f s" + std::to_string(i + 1) + " \"b\"\n";
+  }
+  Scratch scratch;
+  for (const std::string& text : {texts, keys, chain}) {
+    const Outcome run = compile({"--list", scratch.write("large.zs", text)});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_LT(run.messages.size(), 300 * text.size());
+  }
+}
+
 TEST(Files, AreOneSchemaAndErrorsKeepTheirOrder) {
   Scratch scratch;
   const std::string module = scratch.write("z_first.zs", "module toy 1\n  struct st_b\n  struct st_a\n");

@@ -226,6 +226,7 @@ TEST_P(Serial, RefusedReads) {
   std::string no_header = bytes;
   no_header[0] = 0;
   EXPECT_EQ(unmarshal(&slot, no_header), 16u);
+  EXPECT_EQ(rig->last_error, 71) << "the payload that is made after it must not hide it";
   EXPECT_EQ(rig.take_error(), 71);
   ASSERT_NE(slot, nullptr) << "the record is handed over for the caller to give back";
   destroy(slot);

@@ -107,7 +107,9 @@ std::uint32_t record_unmarshal(const TableDesc& type, kvt_handle* h, std::uint32
     if (!*err && header.length > static_cast<std::uint32_t>(length)) fail(h, kEmsgsize, err);
   }
   if (!update) {
+    const int failed = *err;
     void* payload = type.payload.create_internal(h, txn);
+    if (failed) fail(h, failed, err);  // a new object clears the handle's last error, which may be the slot
     store_announced(h, txn, payload_slot(type, record), cage_ref(payload), record);
     report_contained(h, txn, kContainPayload, payload, record);
   }
@@ -120,7 +122,7 @@ std::uint32_t record_unmarshal(const TableDesc& type, kvt_handle* h, std::uint32
   if (!*err) {
     // A payload's jump may lead anywhere.
     cursor =
-        wrapped_sum(cursor, type.payload.unmarshal(h, txn, buffer + cursor, payload, length - cursor, update, err));
+        advanced(cursor, type.payload.unmarshal(h, txn, buffer + cursor, payload, length - cursor, update, err));
   }
   *slot = record;
   return static_cast<std::uint32_t>(cursor);
