@@ -127,38 +127,6 @@ TEST(TableList, HoldsEveryTableOnce) {
   EXPECT_EQ(listed, tables);
 }
 
-TEST(TableOpen, AbortTakesTheTableBack) {
-  const TableOps& type = table_named("tbl_wlan");
-  Rig rig(Kind::kDatabase);
-  rig.begin();
-  void* kept = open_table(rig, type, "kept");
-  rig.commit();
-  rig.begin();
-  ASSERT_NE(open_table(rig, type, "gone"), nullptr);
-  rig.abort();
-  EXPECT_EQ(type.open(rig, rig.txn(), "gone", 1, &rig.err), nullptr);
-  EXPECT_EQ(type.open(rig, rig.txn(), "kept", 1, &rig.err), kept);
-  const kvt_table_list* list = kvtlib_database_table_toc_get(rig, rig.txn(), &rig.err);
-  EXPECT_EQ(list->first, kvt_ref_of(kept));
-  EXPECT_EQ(list->last_link, kvt_ref_of(kept) + 276);
-}
-
-TEST(TableOpen, ASetErrorStopsItAndClose) {
-  for (const TableOps& type : kTables) {
-    Rig rig;
-    void* table = open_table(rig, type);
-    rig.err = 5;
-    rig->last_error = 44;
-    EXPECT_EQ(type.open(rig, rig.txn(), "t", 0, &rig.err), nullptr);
-    EXPECT_EQ(type.open(rig, rig.txn(), "other", 0, &rig.err), nullptr);
-    type.close(rig, rig.txn(), table, &rig.err);
-    EXPECT_EQ(rig.take_error(), 5);
-    EXPECT_EQ(rig->last_error, 44);
-    type.close(rig, rig.txn(), table, &rig.err);
-    EXPECT_EQ(rig->last_error, 0);
-  }
-}
-
 // With each allocation failing in its turn: no table, error 12, nothing left behind, and the next try succeeds.
 TEST(TableOpen, FailingAllocations) {
   const TableOps& type = table_named("tbl_apgroup_wlan");

@@ -105,7 +105,6 @@ struct TableOps {
   void (*payload_destroy)(kvt_handle*, std::uint32_t, void*);
   std::uint32_t (*payload_marshal)(kvt_handle*, std::uint32_t, std::uint8_t*, const void*, std::int32_t, int*);
   std::int32_t (*payload_compare)(const void*, const void*);
-  const kvt_type_record* payload_record;
   Sources search_w_src;
   FindSource next_by_key_w_src;
   EdgeSource pkey_first_by_src;
@@ -158,10 +157,10 @@ struct TableOps {
          T##_table_record_to_xml, T##_record_toxml_cr, T##_table_record_from_xml, T##_search, T##_get_next_by_key,     \
          T##_get_prev_by_key, T##_pkey_get_first, T##_pkey_get_last, T##_pkey_get_next, T##_pkey_get_prev,             \
          T##_pkey_get_sub_next, T##_pkey_create, T##_pkey_destroy, S##_create, S##_destroy, S##_marshal, S##_compare,  \
-         &_##S##_type_info_internal, T##_search_w_src, T##_get_next_by_key_w_src, T##_pkey_get_first_by_src,           \
-         T##_pkey_get_next_by_src, T##_pkey_get_first_ignore_src, T##_pkey_get_next_ignore_src, T##_pkey_get_shadow,   \
-         T##_table_open_by_id, T##_table_open_auto_id, T##_table_open_by_ior_with_name, T##_table_open_by_ior_with_id, \
-         T##_table_open_cr, T##_table_close_cr, T##_table_free, T##_request_table_free, T##_request_record_destroy,    \
+         T##_search_w_src, T##_get_next_by_key_w_src, T##_pkey_get_first_by_src, T##_pkey_get_next_by_src,             \
+         T##_pkey_get_first_ignore_src, T##_pkey_get_next_ignore_src, T##_pkey_get_shadow, T##_table_open_by_id,       \
+         T##_table_open_auto_id, T##_table_open_by_ior_with_name, T##_table_open_by_ior_with_id, T##_table_open_cr,    \
+         T##_table_close_cr, T##_table_free, T##_request_table_free, T##_request_record_destroy,                       \
          T##_request_record_destroy_cr, T##_table_record_print, T##_record_print_cr, T##_table_pkey_len,               \
          T##_table_pkey_marshal, T##_table_pkey_unmarshal, T##_pkey_print, S##_print, S##_len                          \
   }
