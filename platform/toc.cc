@@ -143,7 +143,8 @@ void kvtdb_database_toc_delete(kvt_handle* handle, uint32_t txn, void* table, in
   store.free(store.open_txn(), entry);
   if (!load<uint32_t>(at_offset(table, kRecordCountAt))) free_counters(store, txn, table);
   auto* flags = static_cast<uint32_t*>(at_offset(table, kTableFlagsAt));
-  if (load<uint32_t>(at_offset(cage_at(store.roots()->contents), kTableFlagsAt)) & kDeferredFree) {
+  const void* contents = cage_at(store.roots()->contents);
+  if (contents && load<uint32_t>(at_offset(contents, kTableFlagsAt)) & kDeferredFree) {
     store.write(flags, *flags | kOnGcList, txn);
   }
 }

@@ -36,7 +36,8 @@ struct AllCalls {
   X(st_wlan_aaa_settings)                                                                                              \
   X(st_user_qos_policy)                                                                                                \
   X(st_wlan_qos_settings)                                                                                              \
-  X(st_wlan_policies_settings) X(st_wlan_access_policies_settings) X(st_web_pre_auth_acl) X(st_l3_security_settings)   \
+  X(st_wlan_policies_settings)                                                                                         \
+  X(st_wlan_access_policies_settings) X(st_web_pre_auth_acl) X(st_l3_security_settings)                                \
       X(st_dot11_encryption_template) X(st_static_wep) X(st_dot1x) X(wpa_psk_type) X(wpa_ft_type) X(wpa_dorp_type)     \
           X(st_mpsk_key_info) X(st_mpsk_key_info_notify) X(st_wpa_auth_key_mgmt) X(st_wpa_encryption)                  \
               X(st_wpa3_sae_params) X(st_wpa_wpa2) X(st_ft_params) X(st_wpa_ft_params) X(st_pmf_params)                \

@@ -121,8 +121,7 @@ std::uint32_t record_unmarshal(const TableDesc& type, kvt_handle* h, std::uint32
   }
   if (!*err) {
     // A payload's jump may lead anywhere.
-    cursor =
-        advanced(cursor, type.payload.unmarshal(h, txn, buffer + cursor, payload, length - cursor, update, err));
+    cursor = advanced(cursor, type.payload.unmarshal(h, txn, buffer + cursor, payload, length - cursor, update, err));
   }
   *slot = record;
   return static_cast<std::uint32_t>(cursor);
