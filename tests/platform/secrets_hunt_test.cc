@@ -201,15 +201,6 @@ constexpr Output kOutputs[] = {
        at += kvt_vstring_to_xml(handle, KVT_NO_TXN, "text", at, text, kRoom, 0, &err);
        return err ? std::string() : out;
      }},
-    {"print",
-     [](kvt_handle* handle, void* secret, void* text) {
-       std::string out(2 * kRoom, '\0');
-       char* at = out.data();
-       int err = 0;
-       at += kvt_aes_vstring_print(handle, KVT_NO_TXN, at, 0, "secret", secret, kRoom, &err);
-       at += kvt_vstring_print(handle, KVT_NO_TXN, at, 0, "text", text, kRoom, &err);
-       return err ? std::string() : out;
-     }},
 };
 
 class SecretsHunt : public testing::Test {
