@@ -49,6 +49,10 @@ class DatabaseFile : public testing::Test {
   static char* alloc(kvt_handle* h, std::uint32_t size) {
     return static_cast<char*>(h->store_alloc(h->store, h->default_txn, size));
   }
+  static void put(kvt_handle* h, void* at, std::uint32_t value) {
+    ASSERT_EQ(h->set_range(h, at, 4, h->default_txn, nullptr), 1);
+    std::memcpy(at, &value, 4);
+  }
   // Runs in a process of its own and gives its exit code, or 1000 and the signal that ended it.
   static int in_child(const std::function<int()>& body) {
     pid_t child = fork();
