@@ -240,6 +240,13 @@ TEST_P(Registry, FreedBlocksTakeTheirSideDataAlong) {
   }
 }
 
+TEST_P(Registry, ATableLeavesContentsThatNobodyAskedFor) {
+  char* only = table(0, "a/b");
+  kvtdb_database_toc_insert(handle, txn, only, 0, &err);
+  kvtdb_database_toc_delete(handle, txn, only, &err);
+  EXPECT_EQ(err, 0);
+}
+
 TEST_P(Registry, ContentsFindTablesByPathOrIdAndType) {
   ASSERT_NE(kvtdb_database_toc_get(handle, txn, &err), nullptr);
   char* named = table(0, "a/b");
