@@ -256,6 +256,19 @@ class Bench {
       op<FromXml>("from_xml")(h, t, "//top", document, object, err, message, sizeof message);
       return 0;
     });
+    add("get_oid_count", Errors::kSlot, [=, this, &t](int* err) {
+      return op<std::uint32_t(H, Txn, const void*, int*)>("get_oid_count")(h, t, object, err);
+    });
+    add("get_object_references", Errors::kSlot, [=, this, &t](int* err) {
+      void* out[4] = {};
+      op<void(H, Txn, const void*, void**, std::uint32_t, int*)>("get_object_references")(h, t, object, out, 4, err);
+      return word(out[0]);
+    });
+    add("print", Errors::kSlot,
+        [=, this, &t](int* err) { return op<Print>("print")(h, t, buffer(), 1, "top", object, 1 << 16, err); });
+    add("print_cr", Errors::kLast,
+        [=, this](int*) { return static_cast<std::uintptr_t>(op<PrintCr>("print_cr")(h, object, buffer(), 1 << 16)); });
+    add("hash", Errors::kNone, [=, this](int*) { return op<Hash>("hash")(object, 7); });
   }
 
   void add_struct_calls() {
@@ -324,14 +337,6 @@ class Bench {
     H h = rig.h;
     const Txn& t = rig.txn;
     const bool is_enum = subject.family == Family::kEnum;
-    add("get_oid_count", Errors::kSlot, [=, this, &t](int* err) {
-      return op<std::uint32_t(H, Txn, const void*, int*)>("get_oid_count")(h, t, object, err);
-    });
-    add("get_object_references", Errors::kSlot, [=, this, &t](int* err) {
-      void* out = nullptr;
-      op<void(H, Txn, const void*, void**, std::uint32_t, int*)>("get_object_references")(h, t, object, &out, 1, err);
-      return word(out);
-    });
     add("get", Errors::kNone, [=, this, &t](int*) { return word(op<void*(H, Txn, void*)>("get")(h, t, object)); });
     add("set", Errors::kSlot, [=, this, &t](int* err) { return op<Set>("set")(h, t, object, other, err), 0; });
     add("is_valid_cr", Errors::kLast,

@@ -218,21 +218,6 @@ TEST(Clone, GoesAboveTheDomainsVariantAtTheTopOnly) {
   EXPECT_EQ(std::exchange(rig.h->last_error, 0), 43);
 }
 
-TEST(Clone, ALowerVariantIsKept) {
-  for (const Type& type : all_types()) {
-    for (int variant = 0; variant < type.top(); ++variant) {
-      Rig rig;
-      kvt_domain_set_variant(rig.h, record_of(type.name), variant);
-      char* source = rig.make(type);
-      kvt_domain_set_variant(rig.h, record_of(type.name), type.top());
-      auto* made = static_cast<char*>(clone(rig, type, source));
-      EXPECT_EQ(rig.take_err(), 0);
-      EXPECT_EQ(made[4], variant) << type.name;
-      EXPECT_EQ(made[5], type.top()) << type.name;
-    }
-  }
-}
-
 TEST(Clone, ATimerStaysBehindButNotItsHandle) {
   Rig rig;
   const Type& type = type_of("st_wlan");

@@ -1,19 +1,28 @@
-// Tests of the order of objects: every field counts, the first difference decides, headers and states do not.
+// Tests of the order and the hash of objects: every field counts, the first difference decides, headers and states do
+// not.
 #include "rig.h"
 
 namespace module_test {
 namespace {
 
 TEST(Compare, EveryFieldOfEveryTypeTellsTwoObjectsApart) {
-  Rig rig;
+  Rig rig(Tracking::kOn);
   for (const Type& type : all_types()) {
     const auto compare = fn<Compare>(type.name + "_compare");
+    const auto hash = fn<Hash>(type.name + "_hash");
     char* a = rig.make(type);
     char* b = rig.make(type);
     EXPECT_EQ(compare(a, b), 0) << type.name;
     fill(rig, type, a, 1);
     fill(rig, type, b, 1);
-    EXPECT_EQ(compare(a, b), 0) << type.name;
+    fn<StateAll>(type.name + "_set_all_state_tracking_flag")(rig.h, rig.txn, b, 1);
+    b[4] = 0;
+    b[6] |= KVT_OBJ_EMBEDDED;
+    const std::uint32_t before = hash(a, 7);
+    EXPECT_NE(hash(a, 6), before) << type.name;
+    EXPECT_EQ(hash(b, 7), before) << type.name << ": header or states count";
+    EXPECT_EQ(compare(a, b), 0) << type.name << ": header or states count";
+    b[4] = b[5];
     std::uint64_t number = 0;
     for (const Slot& slot : slots_of(type, b)) {
       ++number;
@@ -26,13 +35,16 @@ TEST(Compare, EveryFieldOfEveryTypeTellsTwoObjectsApart) {
       const std::int32_t order = compare(a, b);
       EXPECT_NE(order, 0) << slot.path;
       EXPECT_EQ(compare(b, a), -order) << slot.path;
+      EXPECT_NE(hash(b, 7), before) << slot.path;
       if (kind_of(*slot.field) == Kind::kTimer) {
         slot.at()[0] ^= 1;
       } else {
         fill_slot(rig, slot, number, 1);
       }
       EXPECT_EQ(compare(a, b), 0) << slot.path;
+      EXPECT_EQ(hash(b, 7), before) << slot.path;
     }
+    EXPECT_EQ(hash(nullptr, 7), 7u);
     EXPECT_EQ(compare(nullptr, nullptr), 0);
     EXPECT_EQ(compare(nullptr, b), -1);
     EXPECT_EQ(compare(a, nullptr), 1);
@@ -73,23 +85,6 @@ TEST(Compare, AnEnumeratedDifferenceComesThroughAllLevelsUnclamped) {
     EXPECT_EQ(st_wlan_security_settings_compare(b, a), -2);
   }
   EXPECT_EQ(found, 1);
-}
-
-TEST(Compare, LooksAtNeitherHeaderNorStates) {
-  Rig rig(Tracking::kOn);
-  for (const Type& type : all_types()) {
-    char* a = rig.make(type);
-    char* b = rig.make(type);
-    fill(rig, type, a, 1);
-    fill(rig, type, b, 1);
-    fn<StateAll>(type.name + "_set_all_state_tracking_flag")(rig.h, rig.txn, b, 1);
-    b[4] = 0;
-    b[6] |= KVT_OBJ_EMBEDDED;
-    EXPECT_EQ(fn<Compare>(type.name + "_compare")(a, b), 0) << type.name;
-    b[4] = b[5];
-    rig.destroy(type, a);
-    rig.destroy(type, b);
-  }
 }
 
 }  // namespace

@@ -75,10 +75,12 @@ TEST(FatalStop, OfACorruptHandleInEveryOperationThatReadsTheTagAndInNoOther) {
       bench.prepare(call);
       kvt_sttr_descriptor* const good = std::exchange(rig.h->sttr, &corrupt);
       std::uintptr_t result = 0;
+      const std::string room = bench.room;
       const std::string block(bench.block_of(bench.object), subject.block);
       const std::string line = fatal_line([&] { result = call.run(&rig.err); });
       EXPECT_EQ(line, stops ? "Corrupted KVT Handle" : "") << call.name;
       EXPECT_EQ(rig.take_err(), 0) << call.name;
+      EXPECT_TRUE(!stops || bench.room == room) << call.name << ": output before the stop";
       rig.h->sttr = good;
       rig.h->cr_create = 0;
       if (call.op == "set_all_state_tracking_flag") {

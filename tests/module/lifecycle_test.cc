@@ -5,63 +5,6 @@
 namespace module_test {
 namespace {
 
-const std::vector<std::string> kStructOperations = {"create",
-                                                    "create_internal",
-                                                    "create_cr",
-                                                    "initialize",
-                                                    "destroy",
-                                                    "destroy_internal",
-                                                    "destroy_cr",
-                                                    "sizeof",
-                                                    "sizeof_internal",
-                                                    "set_instance_embedded",
-                                                    "set_all_state_tracking_flag",
-                                                    "adjust_variant",
-                                                    "variant_data_index_cap",
-                                                    "is_valid_cr",
-                                                    "offset_update",
-                                                    "offset_remove",
-                                                    "post_copyout_cleanup",
-                                                    "get_luid",
-                                                    "get",
-                                                    "set",
-                                                    "get_oid_count",
-                                                    "get_object_references",
-                                                    "get_all",
-                                                    "set_all",
-                                                    "marshal",
-                                                    "unmarshal",
-                                                    "len",
-                                                    "len_cr",
-                                                    "compare",
-                                                    "to_xml",
-                                                    "toxml_cr",
-                                                    "from_xml"};
-
-TEST(Exports, EveryOperationOfEveryFieldIsThere) {
-  ASSERT_EQ(all_types().size(), 50u);
-  std::size_t fields = 0;
-  for (const Type& type : all_types()) {
-    for (const std::string& op : kStructOperations) {
-      EXPECT_TRUE(find_symbol(type.name + "_" + op)) << type.name << "_" << op;
-    }
-    for (const Field& f : type.fields) {
-      ++fields;
-      const std::string name = type.name + "_" + f.name;
-      EXPECT_TRUE(find_symbol(name + "_state_flag_get")) << name;
-      EXPECT_EQ(find_symbol(name + "_state_flag_set") != nullptr, kind_of(f) != Kind::kTimer) << name;
-      EXPECT_EQ(find_symbol(name + "_get") != nullptr, has_set(f)) << name;
-      EXPECT_EQ(find_symbol(name + "_set") != nullptr, has_set(f)) << name;
-      for (const char* op : {"_get_by_ref", "_get_by_ref_cr", "_set_by_ref", "_set_by_ref_cr"}) {
-        EXPECT_EQ(find_symbol(name + op) != nullptr, kind_of(f) == Kind::kReference) << name << op;
-      }
-      EXPECT_EQ(find_symbol(name + "_get_value") != nullptr, has_value(f)) << name;
-      EXPECT_EQ(find_symbol(name + "_set_value") != nullptr, has_value(f)) << name;
-    }
-  }
-  EXPECT_EQ(fields, 276u);
-}
-
 std::uint64_t live_objects(H h, Txn txn, const Type& type) {
   const kvt_type_record* record = record_of(type.name);
   if (h->mode) record = kvt_type_info_ptr_get(h, txn, record, zarn_wlan_typeinfo_initialize);
@@ -164,25 +107,6 @@ TEST(Create, WithAnyAllocationFailingGivesNothingOrAWholeObject) {
   }
 }
 
-TEST(Initialize, OfANestedObjectNeedsAPlaceForItsStateBytes) {
-  const Type& type = type_of("wpa_psk_type");
-  alignas(8) char object[64] = {};
-  const auto initialize = fn<Initialize>("wpa_psk_type_initialize");
-  for (Tracking tracking : kTrackings) {
-    Rig rig(tracking);
-    std::memset(object, 0, sizeof object);
-    initialize(rig.h, rig.txn, object, record_of(type.name), 0, 0, KVT_OBJ_NESTED, nullptr, &rig.err);
-    EXPECT_EQ(rig.take_err(), rig.tracked() ? 22 : 0);
-    // The enumerated field's header shows whether the fields were set up.
-    const Field& format = type.fields[1];
-    ASSERT_EQ(format.kind, "key_format_type");
-    EXPECT_EQ(load<std::uint32_t>(object + format.offset) == 0, rig.tracked());
-    EXPECT_TRUE(rig.announced.empty()) << "not asked to announce";
-    fn<void(H, Txn, void*, int)>("wpa_psk_type_destroy_internal")(rig.h, rig.txn, object, 0);
-    EXPECT_NE(load<std::uint32_t>(object), 0u) << "the link stays without free_it";
-  }
-}
-
 // The runtime may not keep the places of nested objects' state bytes where the store may not be written.
 TEST(Initialize, FailsWhereThePlacesOfStateBytesCannotBeKept) {
   Rig rig(Tracking::kOn, Place::kDatabase);
@@ -219,43 +143,6 @@ TEST(SetInstanceEmbedded, ReachesEveryNestedObjectWithAHeader) {
     if (kind != Kind::kStruct && kind != Kind::kEnum && kind != Kind::kFlag) continue;
     EXPECT_TRUE(slot.at()[6] & KVT_OBJ_EMBEDDED) << slot.path;
   }
-  rig.destroy(type, object);
-}
-
-TEST(FatalStops, OfACorruptHandleOrTypeLink) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
-  Rig rig(Tracking::kOn);
-  const Type& type = type_of("st_dtim");
-  char* object = rig.make(type);
-  std::uint8_t bytes[64];
-  char text[256];
-  const std::uint32_t length = st_dtim_marshal(rig.h, rig.txn, bytes, object, sizeof bytes, &rig.err);
-  kvt_sttr_descriptor corrupt{0x1234};
-  kvt_sttr_descriptor* const good = rig.h->sttr;
-  const std::function<void()> operations[] = {
-      [&] { st_dtim_sizeof(rig.h); },
-      [&] { st_dtim_create(rig.h, rig.txn); },
-      [&] { st_dtim_destroy(rig.h, rig.txn, object); },
-      [&] { st_dtim_len(rig.h, rig.txn, object); },
-      [&] { st_dtim_dot11a_dtim_set_value(rig.h, rig.txn, object, 1, &rig.err); },
-      [&] { st_dtim_dot11a_dtim_state_flag_get(rig.h, rig.txn, object, &rig.err); },
-      [&] { st_dtim_marshal(rig.h, rig.txn, bytes, object, sizeof bytes, &rig.err); },
-      [&] { st_dtim_unmarshal(rig.h, rig.txn, bytes, object, static_cast<int>(length), 0, &rig.err); },
-      [&] { st_dtim_toxml_cr(rig.h, object, text, sizeof text); }};
-  rig.h->sttr = &corrupt;
-  for (const auto& operation : operations) EXPECT_DEATH(operation(), "Corrupted KVT Handle");
-  // The fill of all state bytes takes an unknown tag for tracking off.
-  st_dtim_set_all_state_tracking_flag(rig.h, rig.txn, object, 9);
-  rig.h->sttr = good;
-  EXPECT_EQ(object[16], 0);
-  object[6] = 0;
-  EXPECT_DEATH(st_dtim_unmarshal(rig.h, rig.txn, bytes, object, static_cast<int>(length), 0, &rig.err),
-               "KVT handle and object state tracking mis-match");
-  object[6] = KVT_OBJ_STATE_TRACKED;
-  const auto link = load<std::uint32_t>(object);
-  std::memset(object, 0, 4);
-  EXPECT_DEATH(st_dtim_destroy(rig.h, rig.txn, object), "tinfo is null or corrupted");
-  std::memcpy(object, &link, 4);
   rig.destroy(type, object);
 }
 

@@ -119,15 +119,6 @@ TEST_F(Registration, CopiesEveryRecordInOrder) {
   }
 }
 
-TEST_F(Registration, ASecondTimeAllocatesNothingAndUpdatesAll) {
-  initialize();
-  updates.clear();
-  initialize();
-  EXPECT_EQ(allocated, kTypes);
-  ASSERT_EQ(updates.size(), kTypes);
-  for (const Update& update : updates) EXPECT_EQ(update.is_new, 0) << update.record->name;
-}
-
 TEST_F(Registration, ThatFailsHalfWayIsCompletedLater) {
   for (room = 0; room < kTypes; room += 26) {
     initialize();

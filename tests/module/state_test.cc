@@ -42,32 +42,6 @@ TEST(StateFlag, OfEveryFieldLiesAtItsPublishedIndexDepthFirst) {
   }
 }
 
-TEST(StateMark, ASetterMarksItsOwnByteOnly) {
-  Rig rig(Tracking::kOn);
-  for (const Type& type : all_types()) {
-    char* object = rig.make(type);
-    const auto set_all = fn<StateAll>(type.name + "_set_all_state_tracking_flag");
-    std::uint64_t number = 0;
-    for (const Slot& slot : slots_of(type, object)) {
-      ++number;
-      // A flag field is filled through its bits, which are the object's own affair; here it goes through the setter.
-      if (!has_set(*slot.field) || kind_of(*slot.field) == Kind::kStruct) continue;
-      set_all(rig.h, rig.txn, object, 0);
-      if (kind_of(*slot.field) == Kind::kFlag) {
-        alignas(4) char source[12];
-        std::memcpy(source, slot.at(), sizeof source);
-        fn<Set>(slot.owner->name + "_" + slot.field->name + "_set")(rig.h, rig.txn, slot.object, source, &rig.err);
-      } else {
-        fill_slot(rig, slot, number, 1);
-      }
-      std::string expected(type.block.back(), '\0');
-      expected[slot.state] = 2;
-      EXPECT_EQ(block_of(type, object), expected) << slot.path;
-    }
-    rig.destroy(type, object);
-  }
-}
-
 TEST(StateMark, ASetterOfANestedObjectBringsItsBytesAndMarksItsOwn) {
   Rig rig(Tracking::kOn);
   const Type& type = type_of("st_wlan_security_settings");
@@ -87,52 +61,6 @@ TEST(StateMark, ASetterOfANestedObjectBringsItsBytesAndMarksItsOwn) {
     EXPECT_EQ(static_cast<std::uint8_t>(block_of(type, object)[slot.state]), slot.state + 1) << slot.path;
   }
   rig.destroy(type, object);
-}
-
-TEST(StateFlag, WithoutTrackingIsRefusedWhileTheValueIsNot) {
-  for (Tracking tracking : kTrackings) {
-    Rig rig(tracking);
-    for (const Type& type : all_types()) {
-      char* object = rig.make(type);
-      object[6] &= ~KVT_OBJ_STATE_TRACKED;
-      for (const Slot& slot : slots_of(type, object)) {
-        if (slot.object != object || kind_of(*slot.field) == Kind::kTimer) continue;
-        const std::string before(object, type.size.back());
-        EXPECT_EQ(fn<StateGet>(state_name(slot, "get"))(rig.h, rig.txn, object, &rig.err), 0);
-        EXPECT_EQ(rig.h->last_error, 22);
-        EXPECT_EQ(rig.take_err(), 22) << slot.path;
-        fn<StateSet>(state_name(slot, "set"))(rig.h, rig.txn, object, 1, &rig.err);
-        EXPECT_EQ(rig.take_err(), 22) << slot.path;
-        EXPECT_EQ(std::string(object, before.size()), before) << slot.path;
-        if (!has_value(*slot.field)) continue;
-        fill_slot(rig, slot, slot.state, slot.state + 1);
-        EXPECT_EQ(rig.take_err(), rig.tracked() ? 22 : 0) << slot.path;
-        EXPECT_EQ(content_of(slot), std::to_string(sample(*slot.field, slot.state, slot.state + 1)))
-            << "stored before it is refused: " << slot.path;
-      }
-      if (rig.tracked()) object[6] |= KVT_OBJ_STATE_TRACKED;
-      rig.destroy(type, object);
-    }
-  }
-}
-
-TEST(StateFlag, OfALaterVariantIsReadButNotSet) {
-  for (const Type& type : all_types()) {
-    for (int limit = 0; limit < type.top(); ++limit) {
-      Rig rig(Tracking::kOn);
-      kvt_domain_set_variant(rig.h, record_of(type.name), limit);
-      char* object = rig.make(type);
-      object[type.size.back() + type.block.back() - 1] = 6;
-      for (const Slot& slot : slots_of(type, object)) {
-        if (slot.object != object || kind_of(*slot.field) == Kind::kTimer) continue;
-        fn<StateGet>(state_name(slot, "get"))(rig.h, rig.txn, object, &rig.err);
-        EXPECT_EQ(rig.take_err(), 0) << slot.path;
-        fn<StateSet>(state_name(slot, "set"))(rig.h, rig.txn, object, 1, &rig.err);
-        EXPECT_EQ(rig.take_err(), slot.variant > limit ? 43 : 0) << slot.path;
-      }
-      rig.destroy(type, object);
-    }
-  }
 }
 
 TEST(SetAllStateFlags, FillsTheStretchOfTheObjectAndNoMore) {

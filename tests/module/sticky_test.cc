@@ -22,7 +22,7 @@ Exception exception_of(const Call& call, Bench& b, const void* failure) {
     return {0, {"trace 3 Error present in call to get table references from object"}};
   }
   if (op == "create_cr") return {word(failure), {"report failure+0 in null", "dirty failure+0"}};
-  if (op == "toxml_cr") return {static_cast<std::uintptr_t>(-1), {}};
+  if (op == "toxml_cr" || op == "print_cr") return {static_cast<std::uintptr_t>(-1), {}};
   if (op == "set_cr") return {kPending, {}};
   if (op == "is_valid_cr") return {1, {}};
   if (b.subject.family == Family::kStruct && op == "get") return {word(b.object), {"report object+0 in null"}};

@@ -49,23 +49,6 @@ TEST(IsValid, OfEveryIndexAtEveryDomainAndObject) {
   }
 }
 
-TEST(IsValid, OfAnEnumeratorGoesByTheDomainAlone) {
-  for (const auto& [type, all] : Catalogue::get().enums) {
-    Rig rig;
-    for (int domain : {-1, 0, 1, 2}) {
-      kvt_domain_set_variant(rig.h, record_of(type), domain);
-      for (std::int32_t value = -2; value <= static_cast<std::int32_t>(all.size()) + 1; ++value) {
-        bool expected = value < static_cast<std::int32_t>(all.size());
-        for (const Enumerator& e : all) {
-          if (e.since > 0 && domain <= 0 && value >= static_cast<std::int32_t>(e.value)) expected = false;
-        }
-        EXPECT_EQ(fn<std::uint32_t(H, std::int32_t)>(type + "_is_valid_cr")(rig.h, value), expected)
-            << type << " " << value << " domain " << domain;
-      }
-    }
-  }
-}
-
 TEST(AdjustVariant, RaisesToWhatDomainTypeAndBuildAllowAndNeverLowers) {
   for (const Subject& subject : all_subjects()) {
     Rig rig;

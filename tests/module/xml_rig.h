@@ -32,13 +32,17 @@ inline std::string to_xml(Rig& rig, const Type& type, const void* object, const 
 }
 
 // The message that the reading left, "none" if it wrote none.
-inline std::string from_xml(Rig& rig, const Type& type, const std::string& text, void* object,
+inline std::string from_xml(Rig& rig, const std::string& type, const std::string& text, void* object,
                             const std::string& path = "//top") {
   const Document document(text);
   char message[400] = "none";
-  fn<FromXml>(type.name + "_from_xml")(rig.h, rig.txn, path.c_str(), document.document, object, &rig.err, message,
-                                       sizeof message);
+  fn<FromXml>(type + "_from_xml")(rig.h, rig.txn, path.c_str(), document.document, object, &rig.err, message,
+                                  sizeof message);
   return message;
+}
+inline std::string from_xml(Rig& rig, const Type& type, const std::string& text, void* object,
+                            const std::string& path = "//top") {
+  return from_xml(rig, type.name, text, object, path);
 }
 
 inline bool has_xml(const Field& f) { return kind_of(f) != Kind::kReference && kind_of(f) != Kind::kTimer; }
