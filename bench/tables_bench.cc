@@ -71,7 +71,7 @@ struct Load {
         ids(records),
         names(records),
         inserts(records * copies),
-        searches(std::max<std::size_t>(records, 32768)) {
+        searches(std::max<std::size_t>(records, 8192)) {
     std::iota(ids.begin(), ids.end(), 1);
     std::mt19937 random(1);
     std::shuffle(ids.begin(), ids.end(), random);
@@ -851,7 +851,7 @@ int main(int argc, char** argv) {
                           {"Both: tbl_wlan, 1,992 bytes of payload", kById | kByName, {}}};
   for (const std::size_t size : kSizes) {
     if (size > most) continue;
-    const int rounds = share * (size > 100000 ? 3 : size > 10000 ? 8 : 40);
+    const int rounds = share * (size > 100000 ? 3 : size > 10000 ? 6 : 20);
     const auto load = [&](unsigned keys, std::size_t bytes) { return Load(keys, bytes, size, format); };
     all[0].points.push_back(measure<Ifid, kById>(load(kById, 40), room, rounds));
     all[1].points.push_back(measure<Tag, kByName>(load(kByName, 40), room, rounds));
