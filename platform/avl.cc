@@ -25,16 +25,17 @@ int lean(const Node* node) {
   return static_cast<int>(node->link[1] & kHigher) - static_cast<int>(node->link[0] & kHigher);
 }
 
-struct Change {
-  void* store;
-  std::uint32_t txn;
+class Change {
+ public:
+  Change(void* store, std::uint32_t txn) : own_(Store::of(store)), txn_(txn) {}
 
   // The one place where a word of a tree is written.
   void write(std::uint32_t* where, std::uint32_t value) const {
     if (*where == value) return;
-    nadra_set_range(store, where, sizeof *where, txn);
+    announce(where, sizeof *where);
     *where = value;
   }
+  bool announce(void* where, std::uint32_t size) const { return !own_ || own_->announce_range(where, size, txn_); }
   void set_child(Node* node, int side, const Node* to) const {
     write(&node->link[side], cage_ref(to) | (node->link[side] & kHigher));
   }
@@ -52,10 +53,13 @@ struct Change {
   }
   // False before the first write, never in the middle: the store is asked for all that a change may need.
   bool may_begin(std::uint32_t* root) const {
-    Store* own = Store::of(store);
-    if (own && own->in_range(root) && !own->reserve(kMostLogged)) return false;
-    return nadra_set_range(store, root, sizeof *root, txn) == 1;
+    if (own_ && !own_->is_private() && own_->in_range(root) && !own_->reserve(kMostLogged)) return false;
+    return announce(root, sizeof *root);
   }
+
+ private:
+  Store* own_;
+  std::uint32_t txn_;
 };
 
 // The way from the root to a node.
@@ -126,112 +130,144 @@ Node* neighbour(std::uint32_t root, const void* from, e_avl_compare compare, int
   return best;
 }
 
-}  // namespace
-}  // namespace kvt
+// Where trees are ordered by the nodes' words first, most levels of a descent need no more than that.
+template <bool kByWord>
+int order_of(const Node* node, const Node* here, e_avl_compare compare) {
+  if constexpr (kByWord) {
+    // Whichever way it goes, the next node is on its way while this one is compared.
+    __builtin_prefetch(at(here->link[0]));
+    __builtin_prefetch(at(here->link[1]));
+    if (node->word != here->word) return node->word > here->word ? 2 : 0;
+  }
+  return compare(node, here);
+}
 
-using kvt::Node;
-
-int e_avl_insert(void* store, uint32_t txn, uint32_t* root, void* node, uint32_t* state, e_avl_compare compare) {
-  kvt::Change change{store, txn};
-  kvt::Path path;
-  for (Node* here = kvt::at(*root); here;) {
-    int order = compare(node, here);
-    int side = order == 2;
+template <bool kByWord>
+int insert(void* store, std::uint32_t txn, std::uint32_t* root, Node* leaf, std::uint32_t* state,
+           e_avl_compare compare) {
+  const Change change(store, txn);
+  Path path;
+  for (Node* here = at(*root); here;) {
+    const int order = order_of<kByWord>(leaf, here, compare);
+    const int side = order == 2;
     if (order == 1 || !path.push(here, side)) return 0;
-    here = kvt::child(here, side);
+    here = child(here, side);
   }
   if (!change.may_begin(root)) return 0;
-  auto* leaf = static_cast<Node*>(node);
-  nadra_set_range(store, leaf, sizeof *leaf, txn);
+  change.announce(leaf, sizeof *leaf);
   // The third word is the caller's. The leaf stands between its parent and the neighbour that the parent had there.
-  leaf->link[0] = leaf->link[1] = kvt::kAvlThread;
+  leaf->link[0] = leaf->link[1] = kAvlThread;
   if (path.depth) {
     const Node* parent = path.nodes[path.depth - 1];
     const int side = path.sides[path.depth - 1];
-    leaf->link[side] = parent->link[side] & ~kvt::kHigher;
-    leaf->link[!side] = kvt::thread_to(parent);
+    leaf->link[side] = parent->link[side] & ~kHigher;
+    leaf->link[!side] = thread_to(parent);
   }
-  kvt::attach(change, root, path, path.depth, leaf);
+  attach(change, root, path, path.depth, leaf);
   if (state) change.write(state, *state + 1);
   for (int depth = path.depth - 1; depth >= 0; depth--) {
     Node* above = path.nodes[depth];
     int sign = path.sides[depth] ? 1 : -1;
-    int lean = kvt::lean(above);
-    if (lean == sign) {
+    const int leans = lean(above);
+    if (leans == sign) {
       bool lower;
-      kvt::attach(change, root, path, depth, kvt::rotate(change, above, path.sides[depth], &lower));
+      attach(change, root, path, depth, rotate(change, above, path.sides[depth], &lower));
       break;
     }
-    change.set_lean(above, lean + sign);
-    if (lean == -sign) break;
+    change.set_lean(above, leans + sign);
+    if (leans == -sign) break;
   }
   return 1;
 }
 
-int e_avl_delete(void* store, uint32_t txn, uint32_t* root, void* node, uint32_t* state, e_avl_compare compare) {
-  kvt::Change change{store, txn};
-  kvt::Path path;
-  auto* gone = static_cast<Node*>(node);
-  Node* here = kvt::at(*root);
+template <bool kByWord>
+int remove(void* store, std::uint32_t txn, std::uint32_t* root, Node* gone, std::uint32_t* state,
+           e_avl_compare compare) {
+  const Change change(store, txn);
+  Path path;
+  Node* here = at(*root);
   while (here && here != gone) {
-    int order = compare(node, here);
+    const int order = order_of<kByWord>(gone, here, compare);
     if (order == 1 || !path.push(here, order == 2)) return 0;
-    here = kvt::child(here, order == 2);
+    here = child(here, order == 2);
   }
   if (!here || !change.may_begin(root)) return 0;
   int place = path.depth;
-  if (kvt::child(gone, 0) && kvt::child(gone, 1)) {
+  if (child(gone, 0) && child(gone, 1)) {
     // The successor takes the place of the node: nodes lie in records, so links move and content does not.
     path.push(gone, 1);
-    Node* next = kvt::child(gone, 1);
-    while (kvt::child(next, 0)) {
+    Node* next = child(gone, 1);
+    while (child(next, 0)) {
       path.push(next, 0);
-      next = kvt::child(next, 0);
+      next = child(next, 0);
     }
-    Node* orphan = kvt::child(next, 1);
-    int lean = kvt::lean(gone);
-    change.set_link(kvt::avl_neighbour(gone, 0), 1, kvt::thread_to(next));
+    Node* orphan = child(next, 1);
+    const int leans = lean(gone);
+    change.set_link(avl_neighbour(gone, 0), 1, thread_to(next));
     if (path.depth - 1 != place) {
       change.set_child_or_thread(path.nodes[path.depth - 1], 0, orphan, next);
-      change.set_child(next, 1, kvt::child(gone, 1));
+      change.set_child(next, 1, child(gone, 1));
     }
-    change.set_child(next, 0, kvt::child(gone, 0));
-    change.set_lean(next, lean);
-    kvt::attach(change, root, path, place, next);
+    change.set_child(next, 0, child(gone, 0));
+    change.set_lean(next, leans);
+    attach(change, root, path, place, next);
     path.nodes[place] = next;
   } else {
-    const int side = kvt::child(gone, 1) ? 1 : 0;
-    Node* orphan = kvt::child(gone, side);
+    const int side = child(gone, 1) ? 1 : 0;
+    Node* orphan = child(gone, side);
     if (orphan) {
       // Its neighbour on that side looks past it now. A lone child has no children.
-      change.set_link(kvt::avl_neighbour(gone, side), !side, gone->link[!side]);
-      kvt::attach(change, root, path, place, orphan);
+      change.set_link(avl_neighbour(gone, side), !side, gone->link[!side]);
+      attach(change, root, path, place, orphan);
     } else if (place) {
       change.set_link(path.nodes[place - 1], path.sides[place - 1], gone->link[path.sides[place - 1]]);
     } else {
       change.write(root, 0);
     }
   }
-  nadra_set_range(store, gone, sizeof *gone, txn);
+  change.announce(gone, sizeof *gone);
   *gone = {{0, 0}, 0};
   if (state) change.write(state, *state - 1);
   for (int depth = path.depth - 1; depth >= 0; depth--) {
     Node* above = path.nodes[depth];
     int sign = path.sides[depth] ? 1 : -1;  // this side lost a level
-    int lean = kvt::lean(above);
-    if (lean == 0) {
+    const int leans = lean(above);
+    if (leans == 0) {
       change.set_lean(above, -sign);
       break;
     }
-    if (lean == sign) {
+    if (leans == sign) {
       change.set_lean(above, 0);
       continue;
     }
     bool lower;
-    kvt::attach(change, root, path, depth, kvt::rotate(change, above, !path.sides[depth], &lower));
+    attach(change, root, path, depth, rotate(change, above, !path.sides[depth], &lower));
     if (!lower) break;
   }
   return 1;
+}
+
+}  // namespace
+
+int avl_insert_by_word(void* store, std::uint32_t txn, std::uint32_t* root, AvlNode* node, std::uint32_t* state,
+                       e_avl_compare compare) {
+  return insert<true>(store, txn, root, node, state, compare);
+}
+int avl_delete_by_word(void* store, std::uint32_t txn, std::uint32_t* root, AvlNode* node, std::uint32_t* state,
+                       e_avl_compare compare) {
+  return remove<true>(store, txn, root, node, state, compare);
+}
+
+}  // namespace kvt
+
+using kvt::Node;
+
+int e_avl_insert(void* store, uint32_t txn, uint32_t* root, void* node, uint32_t* state, e_avl_compare compare) {
+  return kvt::insert<false>(store, txn, root, static_cast<Node*>(node), state, compare);
+}
+
+int e_avl_delete(void* store, uint32_t txn, uint32_t* root, void* node, uint32_t* state, e_avl_compare compare) {
+  return kvt::remove<false>(store, txn, root, static_cast<Node*>(node), state, compare);
 }
 
 void* e_avl_search(uint32_t root, const void* node, e_avl_compare compare) {

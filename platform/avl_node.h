@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "kvt/table.h"
 #include "platform/ref.h"
 
 namespace kvt {
@@ -30,5 +31,11 @@ inline AvlNode* avl_neighbour(const AvlNode* node, int side) {
   while (AvlNode* below = avl_child(near, !side)) near = below;
   return near;
 }
+
+// Insert and delete in a tree that is ordered by its nodes' words, and by `compare` only where two of them are equal.
+KVT_EXPORT int avl_insert_by_word(void* store, std::uint32_t txn, std::uint32_t* root, AvlNode* node,
+                                  std::uint32_t* state, e_avl_compare compare);
+KVT_EXPORT int avl_delete_by_word(void* store, std::uint32_t txn, std::uint32_t* root, AvlNode* node,
+                                  std::uint32_t* state, e_avl_compare compare);
 
 }  // namespace kvt

@@ -12,13 +12,13 @@ std::uint32_t* node_word(void* record, unsigned key) {
 }
 
 bool tree_insert(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table, void* record, unsigned key) {
-  void* node = node_of(record, key);
+  auto* node = static_cast<AvlNode*>(node_of(record, key));
   // A record that a tree holds already, perhaps this one, keeps its word.
   const std::uint32_t kept = *node_word(record, key);
   if (!kept)
     store_announced(h, txn, node_word(record, key),
                     type.keys[key].word(record_of(record)->tenant_id, payload_of(type, record)), record);
-  if (e_avl_insert(h->store, txn, index_root(table, key), node, index_state(table, key), type.keys[key].compare))
+  if (avl_insert_by_word(h->store, txn, index_root(table, key), node, index_state(table, key), type.keys[key].compare))
     return true;
   if (!kept) store_announced(h, txn, node_word(record, key), std::uint32_t{0}, record);
   return false;
@@ -26,8 +26,10 @@ bool tree_insert(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* 
 
 // Out of the tree the key may change, and the record may still serve as a position: the kept prefix goes.
 bool tree_delete(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* table, void* record, unsigned key) {
-  if (!e_avl_delete(h->store, txn, index_root(table, key), node_of(record, key), index_state(table, key),
-                    type.keys[key].compare)) {
+  auto* node = static_cast<AvlNode*>(node_of(record, key));
+  // Without a word it is in no tree.
+  if (!node->word || !avl_delete_by_word(h->store, txn, index_root(table, key), node, index_state(table, key),
+                                         type.keys[key].compare)) {
     return false;
   }
   store_announced(h, txn, node_word(record, key), std::uint32_t{0}, record);
