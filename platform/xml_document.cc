@@ -36,14 +36,6 @@ XmlNode following(XmlNode node, XmlNode scope) {
   return nullptr;
 }
 
-// The length of two equal names; 0 when they differ, or are empty.
-std::size_t equal_names(const char* a, const char* b) {
-  std::size_t length = 0;
-  for (; a[length] == b[length]; ++length)
-    if (!a[length]) return length;
-  return 0;
-}
-
 XmlNode find_child(XmlNode parent, std::string_view name, std::uint32_t* count) {
   XmlNode found = nullptr;
   for (XmlNode node = kvt::xml_first_child(parent); node; node = kvt::xml_next_sibling(node)) {
@@ -171,12 +163,12 @@ bool kvt_xml_document::enter_child(std::uint32_t level, const char* name) {
   kvt::XmlPlace* parent = &places_[level - 1];
   for (XmlNode node = parent->children; node; node = kvt::xml_next_sibling(node)) {
     const char* own_name = kvt::xml_name(node);
-    const std::size_t length = equal_names(own_name, name);
-    if (!length && *own_name) continue;
+    const bool found = !std::strcmp(own_name, name);
+    if (!found && *own_name) continue;
     // Nobody asks for text, nor twice for one name.
     if (node == parent->children) parent->children = kvt::xml_next_sibling(node);
-    if (!length) continue;
-    const std::size_t path_length = parent->path_length + 1 + length;
+    if (!found) continue;
+    const std::size_t path_length = parent->path_length + 1 + std::strlen(name);
     // A longer path would be cut, and a cut name may be that of another child.
     if (path_length >= KVT_XML_PATH_SIZE) return false;
     places_[depth_++] = {node, kvt::xml_first_child(node), name, path_length};

@@ -50,11 +50,15 @@ std::uint64_t marks_at(const char* text) {
 class Screen {
  public:
   Screen(const char* text, std::size_t length, std::vector<std::uint32_t>* lines, XmlFault* fault)
-      : text_(text, length), marks_(length ? marks_at(text) : 0), lines_(lines), fault_(fault) {}
+      : text_(text, length), marks_{0, length ? marks_at(text) : 0}, lines_(lines), fault_(fault) {}
 
   bool run() {
     while (at_ < text_.size()) {
-      if (depth_ && !pass()) break;
+      if (depth_) {
+        pass_plain_elements();
+        if (!depth_) continue;
+        if (!pass()) break;
+      }
       const bool good = text_[at_] == '<' ? markup() : depth_ ? character() : outside();
       if (!good) return false;
     }
@@ -68,23 +72,58 @@ class Screen {
     return false;
   }
 
+  // The marks of a block that have not been passed.
+  struct Marks {
+    std::size_t block;
+    std::uint64_t bits;
+  };
+
+  // The place of the next mark, or of the NUL behind the text.
+  std::size_t next(Marks* marks) const {
+    while (!marks->bits) {
+      marks->block += kBlock;
+      if (marks->block >= text_.size()) return text_.size();
+      marks->bits = marks_at(text_.data() + marks->block);
+    }
+    const std::size_t found = marks->block + static_cast<std::size_t>(std::countr_zero(marks->bits));
+    marks->bits &= marks->bits - 1;
+    return found;
+  }
+
   // Moves to the next character that may mean something; false: there is none.
   bool pass() {
     std::size_t found;
-    do {
-      while (!marks_) {
-        block_ += kBlock;
-        if (block_ >= text_.size()) {
-          at_ = text_.size();
-          return false;
-        }
-        marks_ = marks_at(text_.data() + block_);
-      }
-      found = block_ + static_cast<std::size_t>(std::countr_zero(marks_));
-      marks_ &= marks_ - 1;
-    } while (found < at_);
-    at_ = std::min(found, text_.size());  // behind the text NULs stand
+    do found = next(&marks_);
+    while (found < at_);
+    at_ = std::min(found, text_.size());
     return at_ < text_.size();
+  }
+
+  // Passes tags without attributes and text without references, as long as there is nothing to say of them. It does what
+  // run() does, on local variables.
+  void pass_plain_elements() {
+    const char* const text = text_.data();
+    std::size_t at = at_, depth = depth_, elements = elements_;
+    Marks marks = marks_;
+    while (depth && depth < KVT_XML_MAX_DEPTH && elements < kXmlMaxElements) {
+      Marks ahead = marks;
+      const std::size_t open = next(&ahead), close = next(&ahead);
+      if (open < at || text[open] != '<' || text[close] != '>') break;
+      const char c = text[open + 1];
+      if (c == '!' || c == '?') break;
+      if (c == '/') {
+        --depth;
+      } else {
+        depth += text[close - 1] != '/';
+        ++elements;
+      }
+      at = close + 1;
+      marks = ahead;
+    }
+    at_ = at;
+    depth_ = depth;
+    elements_ = elements;
+    marks_ = marks;
   }
 
   bool starts(std::string_view with) const { return text_.substr(at_, with.size()) == with; }
@@ -206,8 +245,7 @@ class Screen {
   static constexpr std::size_t kLongestReference = 16;
 
   std::string_view text_;
-  std::size_t block_ = 0;
-  std::uint64_t marks_;  // of the block, as far as they have not been passed
+  Marks marks_;
   std::vector<std::uint32_t>* lines_;
   XmlFault* fault_;
   std::size_t at_ = 0;
