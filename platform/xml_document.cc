@@ -153,7 +153,7 @@ XmlNode kvt_xml_document::resolve(const char* text, std::uint32_t* count) const 
 
 std::uint32_t kvt_xml_document::enter(const char* path) {
   if (!path) return depth_;
-  if (depth_ == std::size(places_) || !find(path, &places_[depth_])) return 0;
+  if (depth_ == std::size(places_) || !look_up(path, &places_[depth_])) return 0;
   return ++depth_;
 }
 
@@ -177,14 +177,11 @@ bool kvt_xml_document::enter_child(std::uint32_t level, const char* name) {
   return false;
 }
 
-bool kvt_xml_document::find(const char* path, kvt::XmlPlace* place) const {
-  if (!path) {
-    if (depth_) *place = places_[depth_ - 1];
-    return depth_ != 0;
-  }
+const kvt::XmlPlace* kvt_xml_document::look_up(const char* path, kvt::XmlPlace* place) const {
   XmlNode element = resolve(path, nullptr);
-  if (element) *place = {element, kvt::xml_first_child(element), path, std::strlen(path)};
-  return element != nullptr;
+  if (!element) return nullptr;
+  *place = {element, kvt::xml_first_child(element), path, std::strlen(path)};
+  return place;
 }
 
 void kvt_xml_document::spell(char (&path)[KVT_XML_PATH_SIZE]) const {

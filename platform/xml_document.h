@@ -55,13 +55,16 @@ struct kvt_xml_document {
   std::uint32_t enter(const char* path);
   bool enter_child(std::uint32_t level, const char* name);
   void leave(std::uint32_t level) { depth_ = level - 1; }
-  // Where a reader that was given this path, or NULL, looks. False: there is no such element.
-  bool find(const char* path, kvt::XmlPlace* place) const;
+  // Where a reader that was given this path, or NULL, looks; NULL: there is no such element. `room` may be used for it.
+  const kvt::XmlPlace* find(const char* path, kvt::XmlPlace* room) const {
+    return path ? look_up(path, room) : depth_ ? &places_[depth_ - 1] : nullptr;
+  }
   // The path of the element at which the document stands.
   void spell(char (&path)[KVT_XML_PATH_SIZE]) const;
   void position(kvt::XmlNode element, std::uint32_t* line, std::uint32_t* column) const;
 
  private:
+  const kvt::XmlPlace* look_up(const char* path, kvt::XmlPlace* place) const;
   kvt::XmlNode find_first(std::string_view name, std::uint32_t* count) const;
   const std::vector<kvt::XmlNode>& records() const;
   void place(std::size_t offset, std::uint32_t* line, std::uint32_t* column) const;

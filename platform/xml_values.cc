@@ -46,11 +46,9 @@ struct Reader {
   }
 };
 
-// All text of the element. Most often it is one piece, which is used in place.
-bool gather(const Reader& reader, const XmlPlace& place, XmlBytes* bytes) {
-  const std::string_view own = xml_value(place.element);
-  bytes->view(own.data(), own.size());
-  if (!place.children) return true;
+// The text of an element that holds more than one piece, or no value at all.
+[[gnu::noinline]] bool gather_pieces(const Reader& reader, const XmlPlace& place, std::string_view own,
+                                     XmlBytes* bytes) {
   std::size_t length = own.size();
   for (XmlNode part = place.children; part; part = xml_next_sibling(part)) {
     if (!xml_is_text(part)) return reader.fail("it holds elements, not a value");
@@ -66,7 +64,14 @@ bool gather(const Reader& reader, const XmlPlace& place, XmlBytes* bytes) {
   return true;
 }
 
-std::string_view trim(std::string_view text) {
+// All text of the element. Most often it is one piece, which is used in place.
+bool gather(const Reader& reader, const XmlPlace& place, XmlBytes* bytes) {
+  const std::string_view own = xml_value(place.element);
+  bytes->view(own.data(), own.size());
+  return !place.children || gather_pieces(reader, place, own, bytes);
+}
+
+inline std::string_view trim(std::string_view text) {
   while (!text.empty() && xml_blank(text.front())) text.remove_prefix(1);
   while (!text.empty() && xml_blank(text.back())) text.remove_suffix(1);
   return text;
@@ -99,19 +104,21 @@ bool decode_hex(const Reader& reader, std::string_view text, XmlBytes* bytes) {
   return true;
 }
 
-bool find(const Reader& reader, XmlPlace* place) {
-  if (*reader.err) return false;
-  if (reader.document->find(reader.path, place)) return true;
-  report_error(reader.handle, ENOENT, reader.err);
-  return false;
+// Where the element is; NULL with the error reported. `place` has room for it.
+const XmlPlace* find(const Reader& reader, XmlPlace* place) {
+  if (*reader.err) return nullptr;
+  const XmlPlace* found = reader.document->find(reader.path, place);
+  if (!found) report_error(reader.handle, ENOENT, reader.err);
+  return found;
 }
 
 bool read_encoded(const Reader& reader, bool secret, XmlBytes* bytes, Encoding* encoding) {
-  XmlPlace place;
-  if (!find(reader, &place) || !read_encoding(reader, place.element, secret, encoding)) return false;
-  if (*encoding == Encoding::kText) return gather(reader, place, bytes);
+  XmlPlace room;
+  const XmlPlace* place = find(reader, &room);
+  if (!place || !read_encoding(reader, place->element, secret, encoding)) return false;
+  if (*encoding == Encoding::kText) return gather(reader, *place, bytes);
   XmlBytes text;
-  return gather(reader, place, &text) && decode_hex(reader, trim({text.data(), text.size()}), bytes);
+  return gather(reader, *place, &text) && decode_hex(reader, trim({text.data(), text.size()}), bytes);
 }
 
 bool parse_number(std::string_view text, std::uint64_t highest, std::uint64_t* value) {
@@ -155,9 +162,10 @@ bool xml_fail(kvt_handle* handle, const char* path, const kvt_xml_document* docu
 bool xml_read_number(kvt_handle* handle, const char* path, kvt_xml_document* document, std::uint64_t highest,
                      std::uint64_t* value, int* err, char* message, std::size_t size) {
   const Reader reader{handle, path, document, err, message, size};
-  XmlPlace place;
+  XmlPlace room;
   XmlBytes bytes;
-  if (!find(reader, &place) || !gather(reader, place, &bytes)) return false;
+  const XmlPlace* place = find(reader, &room);
+  if (!place || !gather(reader, *place, &bytes)) return false;
   const std::string_view text = trim({bytes.data(), bytes.size()});
   if (parse_number(text, highest, value)) return true;
   char reason[64];
@@ -168,9 +176,10 @@ bool xml_read_number(kvt_handle* handle, const char* path, kvt_xml_document* doc
 bool xml_read_boolean(kvt_handle* handle, const char* path, kvt_xml_document* document, bool* value, int* err,
                       char* message, std::size_t size) {
   const Reader reader{handle, path, document, err, message, size};
-  XmlPlace place;
+  XmlPlace room;
   XmlBytes bytes;
-  if (!find(reader, &place) || !gather(reader, place, &bytes)) return false;
+  const XmlPlace* place = find(reader, &room);
+  if (!place || !gather(reader, *place, &bytes)) return false;
   const std::string_view text = trim({bytes.data(), bytes.size()});
   *value = text == "true" || text == "1";
   return *value || text == "false" || text == "0" || reader.fail_quoting(text, "is neither true nor false");
