@@ -19,8 +19,7 @@ constexpr std::string_view kPathHead = "//";
 // Text of blanks alone is kept where it is all that an element holds: it may be somebody's string. An element's text is
 // kept in its own node, which spares most elements a second one.
 constexpr unsigned kParseFlags = pugi::parse_cdata | pugi::parse_escapes | pugi::parse_eol |
-                                 pugi::parse_wconv_attribute | pugi::parse_ws_pcdata_single |
-                                 pugi::parse_embed_pcdata;
+                                 pugi::parse_wconv_attribute | pugi::parse_ws_pcdata_single | pugi::parse_embed_pcdata;
 
 // Of all that the parser keeps only elements have a name.
 XmlNode next_element(XmlNode node) {
@@ -243,15 +242,14 @@ int xml_get_element_value(kvt_xml_document* document, const char* path, char* va
   XmlNode element = document->resolve(path, nullptr);
   if (!element) return ENOENT;
   std::size_t used = 0;
-  for (XmlNode part = element; part; part = part == element ? kvt::xml_first_child(part) : kvt::xml_next_sibling(part)) {
-    if (part != element && !kvt::xml_is_text(part)) continue;
-    const std::string_view text = kvt::xml_value(part);
-    const std::size_t length = text.size();
-    if (length >= size - used) return EMSGSIZE;
-    std::memcpy(value + used, text.data(), length);
-    used += length;
+  std::string_view text = kvt::xml_value(element);
+  for (XmlNode part = kvt::xml_first_child(element);; part = kvt::xml_next_sibling(part)) {
+    if (text.size() >= size - used) return EMSGSIZE;
+    std::memcpy(value + used, text.data(), text.size());
+    used += text.size();
+    if (!part) break;
+    text = kvt::xml_is_text(part) ? kvt::xml_value(part) : "";
   }
-  if (used >= size) return EMSGSIZE;
   value[used] = 0;
   return 0;
 }

@@ -72,8 +72,10 @@ struct kvt_xml_document {
   pugi::xml_document tree_;
   char* text_ = nullptr;  // the parser works in it
   std::size_t text_size_ = 0;
-  std::vector<std::uint32_t> lines_;  // offset of each line's begin
-  mutable std::vector<kvt::XmlNode> records_;  // once somebody has asked for them
+  // Offset of each line's begin.
+  std::vector<std::uint32_t> lines_;
+  // Filled when somebody asks for them.
+  mutable std::vector<kvt::XmlNode> records_;
   kvt::XmlNode root_ = nullptr;
   kvt::XmlNode scope_ = nullptr;
   std::uint32_t depth_ = 0;  // 0: the document stands nowhere
