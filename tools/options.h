@@ -8,7 +8,7 @@
 
 namespace wlanctl {
 
-enum class Command { kImport, kList, kShow, kFind, kExport, kSend, kReceive, kSet, kDelete, kTrace, kManifest };
+enum class Command { kImport, kList, kShow, kFind, kExport, kSend, kReceive, kSet, kDelete, kWatch, kTrace, kManifest };
 
 struct Options {
   Command command = Command::kList;
@@ -31,6 +31,9 @@ struct Options {
   std::string socket;  // send, receive; empty: standard output, standard input
   unsigned wait_sec = 30;
   std::string verify;              // receive
+  std::string from;                // watch; empty: from now on
+  std::uint64_t count = 0;         // watch; 0: until it is stopped
+  std::vector<std::string> tables;  // watch; empty: all
   std::string ring;                // trace
   std::vector<std::string> files;  // trace
 };
