@@ -105,7 +105,7 @@ std::uint64_t ChangeRing::first() {
     const std::uint64_t shown = get(end, std::memory_order_acquire);
     const std::uint64_t from = get(oldest, std::memory_order_acquire);
     std::uint64_t number = std::max<std::uint64_t>(get(next, std::memory_order_acquire), 1);
-    for (std::uint64_t at = from; at < shown;) {
+    for (std::uint64_t at = from; at < shown && shown - from <= kRingBytes;) {
       const ChangeEntry entry = entry_at(words, at);
       if (entry.number) {
         number = entry.number;
@@ -126,8 +126,10 @@ ChangeRing::Found ChangeRing::read(std::uint64_t* at, std::uint64_t* number, Cha
   for (;;) {
     const std::uint64_t shown = get(end, std::memory_order_acquire);
     const std::uint64_t first = get(oldest, std::memory_order_acquire);
-    if (*at < first || *at > shown) *at = std::min(first, shown);
-    if (*at >= shown || first > shown) {
+    // Nothing to read, or, in a damaged file, nothing that can be.
+    const bool none = first >= shown || shown - first > kRingBytes;
+    if (*at < first || *at > shown || none) *at = none ? shown : first;
+    if (*at == shown) {
       const std::uint64_t coming = get(next, std::memory_order_acquire);
       if (get(end, std::memory_order_acquire) != shown) continue;
       return coming > *number ? miss(coming) : Found::kNone;

@@ -17,7 +17,7 @@ namespace {
 constexpr std::size_t kTableAt = 8, kTenantAt = 32, kFlagsAt = 36, kSourceAt = 40, kNodesAt = 56;  // of a record
 constexpr std::size_t kNextTableAt = 276, kRootAt = 368;                                            // of a table
 constexpr std::uint32_t kTold = 0x02 | 0x10;  // record flags: waits for its destruction, in the primary index alone
-constexpr std::uint32_t kObjectHeader = 7;
+constexpr std::uint32_t kObjectHeader = 7, kTimerBytes = 64;
 constexpr std::uint32_t kMostTables = 1u << 20;
 
 std::uint32_t word_at(std::uint32_t block, std::size_t offset) {
@@ -36,6 +36,17 @@ bool any_record_type(Function function) {
     }
   }
   return false;
+}
+
+// Whether a range of a payload is its content, and not what the runtime keeps there: the header, timers, which turn
+// about on their own and are linked to others'.
+bool is_content(const kvt_shape& shape, std::uint32_t offset, std::uint32_t length) {
+  for (unsigned i = 0; i < shape.cell_count; ++i) {
+    const kvt_cell& cell = shape.cells[i];
+    if (cell.kind == KVT_CELL_TIMER && offset >= cell.offset && offset + length <= cell.offset + kTimerBytes)
+      return false;
+  }
+  return offset + length > kObjectHeader;
 }
 
 }  // namespace
@@ -117,7 +128,7 @@ void RecordEvents::touch(std::uint32_t at, std::uint32_t length) {
   const auto [place, is_new] = block_index_.try_emplace(block, static_cast<std::uint32_t>(blocks_.size()));
   if (is_new) blocks_.push_back({block, known.role, false, 0, word_at(block, 0), known.type, {}, 0, 0});
   Block& it = blocks_[place->second];
-  if (known.role == Role::kPayload) it.written |= at + length > block + kObjectHeader;
+  if (known.role == Role::kPayload && !it.written) it.written = is_content(*known.type->shape, at - block, length);
   if (!is_new || known.role != Role::kRecord) return;
   it.before = state_of(it);
   if (!it.before.table) return;
