@@ -3,6 +3,7 @@
 // its backing first, and the backing decides what that means.
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 #include "platform/cage.h"
@@ -48,11 +49,19 @@ class Heap {
   // False for what is no allocated block of this heap, as far as can be told from its neighbours.
   bool is_block(const void* block) const;
   std::uint32_t block_size(const void* block) const;  // 0 for what is no allocated block
+  // For who looks after a database.
+  HeapCard* cards() const { return cards_; }
+  static std::uint32_t card_value(std::uint32_t chunk) { return chunk % (1u << kCardShift) / 8 + 1; }
   // The allocated block that holds the address, pending ones too; 0 if none does. Needs cards.
   std::uint32_t block_around(std::uint32_t at) const;
   // Keeps a block out of use without giving it away: it counts as freed, but its bytes stay.
   void mark_pending(void* block);
   void clear_pending(void* block);
+  // Makes the lists anew from the free chunks, given by address and size; `top` becomes the wilderness.
+  void relink(const std::array<std::uint32_t, 2>* chunks, std::size_t count, std::uint32_t top);
+  // Gives back whole segments at the end of the newest region as far as nothing is in them. @return where the region
+  // ends now; 0 when nothing can be given back
+  std::uint32_t give_back_end();
   std::uint32_t top() const { return meta_->top; }
   std::uint32_t top_size() const;
 

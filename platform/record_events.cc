@@ -9,20 +9,20 @@
 #include "platform/avl_node.h"
 #include "platform/database.h"
 #include "platform/registry.h"
+#include "platform/table_blocks.h"
 
 namespace kvt {
 namespace {
 
-// Where the words of records and tables lie that are read here.
-constexpr std::size_t kTableAt = 8, kTenantAt = 32, kFlagsAt = 36, kSourceAt = 40, kNodesAt = 56;  // of a record
-constexpr std::size_t kNextTableAt = 276, kRootAt = 368;                                            // of a table
-constexpr std::uint32_t kTold = 0x02 | 0x10;  // record flags: waits for its destruction, in the primary index alone
+constexpr std::uint32_t kToldFlags = kRecordPending | kRecordPrimaryOnly;
 constexpr std::uint32_t kObjectHeader = 7, kTimerBytes = 64;
 constexpr std::uint32_t kMostTables = 1u << 20;
 
 std::uint32_t word_at(std::uint32_t block, std::size_t offset) {
   return load<std::uint32_t>(at_offset(cage_at(block), offset));
 }
+
+const RecordBlock& record_at(std::uint32_t block) { return *static_cast<const RecordBlock*>(cage_at(block)); }
 
 // Calls function(type) for each record type of the process's modules until it gives true.
 template <class Function>
@@ -115,8 +115,8 @@ RecordEvents::RecordState RecordEvents::state_of(const Block& block) {
   const TypeRole now = role_of(block.at);
   // A record that was there when the transaction began keeps its memory until the end.
   if (now.role != Role::kRecord || !(block.before.table || is_live(block.at))) return {};
-  return {word_at(block.at, kTableAt), word_at(block.at, now.type->shape->payload_slot),
-          word_at(block.at, kFlagsAt) & kTold};
+  return {record_at(block.at).table, word_at(block.at, now.type->shape->payload_slot),
+          record_at(block.at).record_flags & kToldFlags};
 }
 
 void RecordEvents::touch(std::uint32_t at, std::uint32_t length) {
@@ -141,14 +141,13 @@ void RecordEvents::touch(std::uint32_t at, std::uint32_t length) {
 void RecordEvents::fill(std::uint32_t kind, std::uint32_t type_link, const kvt_static_type* type, std::uint32_t record,
                         const RecordState& state, RecordChange* event) {
   if (kind != KVT_RECORD_DELETED) read_key(type, state.payload, &key_);
-  const void* block = cage_at(record);
   *event = {kind,
             type,
             type_link,
             state.table,
             record,
-            load<std::uint16_t>(at_offset(block, kTenantAt)),
-            load<std::uint8_t>(at_offset(block, kSourceAt)),
+            record_at(record).tenant_id,
+            record_at(record).source,
             key_.data(),
             static_cast<std::uint32_t>(key_.size())};
 }
@@ -197,7 +196,7 @@ bool RecordEvents::make_event(std::size_t index, int part, RecordChange* event) 
 
 void RecordEvents::find_tables() {
   std::uint32_t at = database_->roots()->tables.first;
-  for (std::uint32_t n = 0; at && n < kMostTables; n++, at = word_at(at, kNextTableAt)) {
+  for (std::uint32_t n = 0; at && n < kMostTables; n++, at = static_cast<TableObject*>(cage_at(at))->toc_next) {
     if (!is_live(at)) return;
     const TypeRole known = role_of(at);
     const kvt_shape* shape = known.type ? known.type->shape : nullptr;
@@ -213,31 +212,31 @@ std::uint32_t RecordEvents::record_with(std::uint32_t payload, const kvt_type_re
   for (const Table& table : tables_) {
     const kvt_shape& shape = *table.record_type->shape;
     if (shape.payload != payload_type) continue;
-    const std::uint32_t root = word_at(table.at, kRootAt);
+    const std::uint32_t root = word_at(table.at, sizeof(TableObject));
     const kvt_key_shape& key = shape.keys[0];
-    auto* probe = static_cast<char*>(kvt_probe_push(shape.record_size));
+    auto* probe = static_cast<RecordBlock*>(kvt_probe_push(shape.record_size));
     if (!probe) return 0;
-    char* node = probe + kNodesAt;
-    store(probe + shape.payload_slot, payload);
+    auto* node = reinterpret_cast<AvlNode*>(probe + 1);
+    store(at_offset(probe, shape.payload_slot), payload);
     std::uint32_t record = 0;
     for (std::uint32_t tenant = 0; tenant <= UINT16_MAX && !record;) {
-      store(probe + kTenantAt, static_cast<std::uint16_t>(tenant));
-      store(probe + kSourceAt, std::uint8_t{0});
-      store(node + offsetof(AvlNode, word), key.word(tenant, cage_at(payload)));
-      char* at = static_cast<char*>(e_avl_search(root, node, key.compare));
-      if (!at) at = static_cast<char*>(e_avl_get_next(root, node, key.compare));
+      probe->tenant_id = static_cast<std::uint16_t>(tenant);
+      probe->source = 0;
+      node->word = key.word(tenant, cage_at(payload));
+      void* at = e_avl_search(root, node, key.compare);
+      if (!at) at = e_avl_get_next(root, node, key.compare);
       if (!at) break;
-      const std::uint32_t here = load<std::uint16_t>(at - kNodesAt + kTenantAt);
+      const std::uint32_t here = (static_cast<RecordBlock*>(at) - 1)->tenant_id;
       // All sources of the key stand side by side.
       while (at && here == tenant) {
-        char* block = at - kNodesAt;
-        store(probe + kSourceAt, load<std::uint8_t>(block + kSourceAt));
+        const RecordBlock* block = static_cast<RecordBlock*>(at) - 1;
+        probe->source = block->source;
         if (key.compare(at, node) != 1) break;
-        if (load<std::uint32_t>(block + shape.payload_slot) == payload) {
+        if (load<std::uint32_t>(at_offset(block, shape.payload_slot)) == payload) {
           record = cage_ref(block);
           break;
         }
-        at = static_cast<char*>(e_avl_get_next(root, node, key.compare));
+        at = e_avl_get_next(root, node, key.compare);
       }
       tenant = here > tenant ? here : tenant + 1;
     }
