@@ -35,7 +35,8 @@ void read_feed(kvt_handle* h) {
   kvt_watch* watch = kvtdb_watch_open(h, KVT_WATCH_FROM_OLDEST, &err);
   if (!watch) return;
   kvt_change change;
-  for (unsigned n = 0; kvtdb_watch_next(watch, &change); ++n) FUZZ_CHECK(n <= kvt::kRingBytes / 8, "a feed without end");
+  for (unsigned n = 0; kvtdb_watch_next(watch, &change); ++n)
+    FUZZ_CHECK(n <= kvt::kRingBytes / 8, "a feed without end");
   kvtdb_watch_close(watch);
 }
 

@@ -52,8 +52,8 @@ struct ChangeRing {  // stored format
   // Of a reader.
   std::uint64_t first();  // number of the oldest change kept, or of the one to come
   enum class Found { kEntry, kNone, kMissed };
-  // What stands at the position `at`, where change `number` is expected: an entry with up to `room` bytes of its key; or
-  // nothing yet; or changes are missed up to what is `number` then. Moves both behind it.
+  // What stands at the position `at`, where change `number` is expected: an entry with up to `room` bytes of its key;
+  // or nothing yet; or changes are missed up to what is `number` then. Moves both behind it.
   Found read(std::uint64_t* at, std::uint64_t* number, ChangeEntry* entry, std::uint8_t* key, std::uint32_t room);
 
  private:

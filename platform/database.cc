@@ -66,6 +66,7 @@ int lock_file(int fd, short type) {
 }  // namespace
 
 int Database::begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool even_damaged) {
+  const bool heard = !even_damaged && events_heard();  // before any lock: it asks the loader
   {
     std::unique_lock lock(turn_mutex_);
     if (turn_of_ == std::this_thread::get_id() || writer() == store) return EDEADLK;
@@ -95,7 +96,7 @@ int Database::begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool e
   fresh_begin_ = heap_sound && heap_.top() ? heap_.top() + 8 : 0;
   fresh_end_ = heap_sound ? heap_.top() + heap_.top_size() : 0;
   ring()->settle();
-  heard_ = !even_damaged && events_heard();
+  heard_ = heard;
   watched_ = !even_damaged && has_watchers(store);
   recorded_ = false;
   if (heard_ || watched_) events_.begin(this, &heap_, handle);
@@ -315,8 +316,7 @@ void Database::announce(std::uint32_t at, std::uint32_t length) {
   before = range;
 }
 
-bool Database::announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn,
-                              bool told) {
+bool Database::announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn, bool told) {
   if (!in_slot(at)) return true;  // memory of the process, which no transaction covers
   if (!may_write(store, txn)) return false;
   if (length > kSlotSize - (cage_ref(at) - base_)) return false;

@@ -87,8 +87,8 @@ class Database final : public HeapBacking {
   static bool any_open();
 
   // Takes the lock; rolls back what a dead writer left. 0, EDEADLK, EIO for a damaged file, or what the system gives.
-  // `even_damaged`: who looks after the file is let in although the heap's wilderness is damaged. What such a transaction
-  // changes is told to nobody, but that readers of the feed missed it.
+  // `even_damaged`: who looks after the file is let in although the heap's wilderness is damaged. What such a
+  // transaction changes is told to nobody, but that readers of the feed missed it.
   int begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool even_damaged = false);
   // The two steps before a commit. Calls the process's handlers for the records that the transaction changed; what they
   // change belongs to it, too. Then records the changes for the readers of the feed.

@@ -69,8 +69,6 @@ int Database::restore_from(const DatabaseHeader& backup, int fd, const char** re
     return i < header.segments && (header.kinds[i] == Segment::kHeap || header.kinds[i] == Segment::kNewHeap);
   };
   const DatabaseHeader before = *header_;
-  // None of this is announced as a change of records.
-  watched_ = heard_ = false;
   std::uint64_t logged = kLogAt - kRootsAt + kLogSlack;
   for (std::uint32_t i = 1; i < std::size(backup.kinds); ++i) {
     if (!is_heap(backup, i)) continue;

@@ -2,8 +2,8 @@
 
 #include <link.h>
 
+#include <algorithm>
 #include <atomic>
-#include <cstring>
 
 #include "kvt/table.h"
 #include "platform/avl_node.h"
@@ -159,18 +159,20 @@ bool RecordEvents::make_record_event(Block& block, int part, RecordChange* event
   bool moved = now.table != before.table;
   if (!moved && now.table) {
     read_key(block.type, now.payload, &key_);
-    moved = key_.size() != block.key_length || std::memcmp(key_.data(), keys_.data() + block.key_at, key_.size()) != 0;
+    const auto before_key = keys_.begin() + block.key_at;
+    moved = !std::equal(key_.begin(), key_.end(), before_key, before_key + block.key_length);
   }
   if (part == 0) {
     if (!moved || !before.table) return false;
-    key_.assign(keys_.data() + block.key_at, keys_.data() + block.key_at + block.key_length);
+    key_.assign(keys_.begin() + block.key_at, keys_.begin() + block.key_at + block.key_length);
     fill(KVT_RECORD_DELETED, block.type_link, block.type, block.at, before, event);
     return true;
   }
   if (!now.table || block.told == pass_) return false;
   if (!moved && now.payload == before.payload && now.flags == before.flags) return false;
   block.told = pass_;
-  fill(moved ? KVT_RECORD_CREATED : KVT_RECORD_MODIFIED, word_at(block.at, 0), role_of(block.at).type, block.at, now, event);
+  fill(moved ? KVT_RECORD_CREATED : KVT_RECORD_MODIFIED, word_at(block.at, 0), role_of(block.at).type, block.at, now,
+       event);
   return true;
 }
 

@@ -97,7 +97,7 @@ class RecordEvents {
   std::uint32_t pass_ = 0;
   std::uint64_t touches_ = 0;
   std::uint64_t loaded_ = 0;
-  std::unordered_map<std::uint32_t, TypeRole> roles_;           // by type link
+  std::unordered_map<std::uint32_t, TypeRole> roles_;             // by type link
   std::unordered_map<std::uint32_t, std::uint32_t> block_index_;  // by place
   std::vector<Block> blocks_;
   std::vector<std::uint8_t> keys_;

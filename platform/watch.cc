@@ -87,7 +87,9 @@ kvt_watch* kvtdb_watch_open(kvt_handle* handle, uint64_t position, int* err) {
     std::atomic_ref place(position == KVT_WATCH_FROM_NOW ? ring->end : ring->oldest);
     watch->at = place.load(std::memory_order_acquire);
     const uint64_t next = std::max<uint64_t>(std::atomic_ref(ring->next).load(std::memory_order_acquire), 1);
-    watch->number = position == KVT_WATCH_FROM_NOW ? next : position == KVT_WATCH_FROM_OLDEST ? ring->first() : position;
+    watch->number = position == KVT_WATCH_FROM_NOW      ? next
+                    : position == KVT_WATCH_FROM_OLDEST ? ring->first()
+                                                        : position;
     if (watch->number > next) error = EINVAL;
   }
   if (!error) return watch;

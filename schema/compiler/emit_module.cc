@@ -248,7 +248,9 @@ extern const fenlog_table k_timer_messages, k_table_messages, k_type_messages;
   for (const Need& need : module.needs) includes += "#include \"" + need.name + "/" + need.name + ".h\"\n";
   std::string table_includes;
   if (!module.tables.empty()) {
-    table_includes = "#include \"" + m + "_schema.h\"\n#include \"zarn_wlan/src/record_events.h\"\n#include \"zarn_wlan/src/table_handle.h\"\n";
+    table_includes =
+        "#include \"" + m +
+        "_schema.h\"\n#include \"zarn_wlan/src/record_events.h\"\n#include \"zarn_wlan/src/table_handle.h\"\n";
   }
   std::string identities;
   for (const Table* table : module.tables) {

@@ -357,8 +357,7 @@ constexpr Operation kPrimary[] = {
 
 #define EVENT_PLAIN "kvt_handle *handle, uint32_t txn, void *first, void *second, int *err"
 #define EVENT_DM "kvt_handle *handle, uint32_t txn, void *object, int *err"
-#define EVENT_DOC \
-  "With `err` set nothing happens. The handler's result; 0 and a trace line where there is no handler."
+#define EVENT_DOC "With `err` set nothing happens. The handler's result; 0 and a trace line where there is no handler."
 // Each is passed on to the application's handler, which has the same name with the module's in front, and `handler`
 // for `cb`.
 constexpr Operation kEvents[] = {
@@ -455,11 +454,12 @@ std::string event_handler_symbol(const Module& module, const Table& table, const
 std::string declare_table(const Module& module, const Table& table) {
   std::string out = all_families(table, declare);
   for (const Operation& event : kEventFamily) {
-    out += fill("/// The application's, for $(table)_$(event). Need not be there.\nKVT_EXPORT int32_t $(handler)($(args));\n",
-                {{"table", table.name},
-                 {"event", event.name},
-                 {"handler", event_handler_symbol(module, table, event)},
-                 {"args", event.arguments}});
+    out += fill(
+        "/// The application's, for $(table)_$(event). Need not be there.\nKVT_EXPORT int32_t $(handler)($(args));\n",
+        {{"table", table.name},
+         {"event", event.name},
+         {"handler", event_handler_symbol(module, table, event)},
+         {"args", event.arguments}});
   }
   out += fill(R"--(/// Identity of the table: 16 bytes, the same as text, and the table's full name.
 KVT_EXPORT extern const uint8_t table_$(table)_luid[16];

@@ -42,12 +42,12 @@ struct Callbacks {
     return event == 5 ? grouping(h, 5, two, err, 1, 2, 3, 4) : free(h, 5, 1, 2, err, 3);
   }
 };
-#define CALLBACKS(T)                                                                                      \
-  {#T,                                                                                                    \
-   {T##_table_record_create_cb, T##_table_record_modify_cb, T##_table_record_delete_cb},                  \
-   {T##_table_record_create_dm_cb, T##_table_record_delete_dm_cb},                                        \
-   T##_table_record_grouping_cb,                                                                          \
-   T##_table_record_free_cb}
+#define CALLBACKS(T)                                                                                    \
+  {                                                                                                     \
+#T, {T##_table_record_create_cb, T##_table_record_modify_cb, T##_table_record_delete_cb },          \
+         {T##_table_record_create_dm_cb, T##_table_record_delete_dm_cb }, T##_table_record_grouping_cb, \
+          T##_table_record_free_cb                                                                      \
+  }
 const Callbacks kCallbacks[] = {CALLBACKS(tbl_wlan),
                                 CALLBACKS(tbl_wlan_profile_assoicated_tag),
                                 CALLBACKS(tbl_mpsk_keys_int),
@@ -324,10 +324,10 @@ TEST_F(Told, ReadersOfTheFeed) {
 int32_t events_heard(int event, const char* table, kvt_handle* handle, uint32_t txn, void* first, void* object,
                      int* err) {
   const bool told = txn == handle->default_txn;
-  const std::string word = !first                                ? "null"
-                           : first == kvt_ref_at(8)              ? "one"
-                           : told                                ? "table"
-                                                                 : std::to_string(reinterpret_cast<uintptr_t>(first));
+  const std::string word = !first                   ? "null"
+                           : first == kvt_ref_at(8) ? "one"
+                           : told                   ? "table"
+                                                    : std::to_string(reinterpret_cast<uintptr_t>(first));
   journal.push_back(text_of(event, table) + " " + word);
   if (in_handler) in_handler(event, handle, object, err);
   return kResult;

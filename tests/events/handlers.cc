@@ -3,13 +3,14 @@
 
 #include "zarn_wlan/zarn_wlan.h"
 
-#define ONE(kind, T, name, list, first) \
+#define ONE(kind, T, name, list, first)                                   \
   extern "C" int32_t zarn_wlan_##T##_table_record_##name##_handler list { \
-    return events_heard(kind, #T, h, txn, first, object, err);             \
+    return events_heard(kind, #T, h, txn, first, object, err);            \
   }
 #define PLAIN (kvt_handle * h, uint32_t txn, void* first, void* object, int* err)
 #define DM (kvt_handle * h, uint32_t txn, void* object, int* err)
-#define GROUPING (kvt_handle * h, uint32_t txn, void* object, int* err, uintptr_t a, uintptr_t b, uintptr_t c, uintptr_t d)
+#define GROUPING \
+  (kvt_handle * h, uint32_t txn, void* object, int* err, uintptr_t a, uintptr_t b, uintptr_t c, uintptr_t d)
 #define FREE (kvt_handle * h, uint32_t txn, uintptr_t first, uintptr_t second, int* err, uintptr_t third)
 #define WORDS_OF_GROUPING reinterpret_cast<void*>(a * 1000 + b * 100 + c * 10 + d)
 
@@ -20,11 +21,11 @@
 #define PLAIN_HANDLERS(T)
 #endif
 #if HANDLERS & 2
-#define OTHER_HANDLERS(T)                                                                                      \
-  ONE(3, T, create_dm, DM, nullptr) ONE(4, T, delete_dm, DM, nullptr)                                          \
-  ONE(5, T, grouping, GROUPING, WORDS_OF_GROUPING)                                                             \
-  extern "C" int32_t zarn_wlan_##T##_table_record_free_handler FREE {                                          \
-    return events_heard(6, #T, h, txn, reinterpret_cast<void*>(first), reinterpret_cast<void*>(second + third), err); \
+#define OTHER_HANDLERS(T)                                                                                              \
+  ONE(3, T, create_dm, DM, nullptr)                                                                                    \
+  ONE(4, T, delete_dm, DM, nullptr) ONE(                                                                               \
+      5, T, grouping, GROUPING, WORDS_OF_GROUPING) extern "C" int32_t zarn_wlan_##T##_table_record_free_handler FREE { \
+    return events_heard(6, #T, h, txn, reinterpret_cast<void*>(first), reinterpret_cast<void*>(second + third), err);  \
   }
 #else
 #define OTHER_HANDLERS(T)

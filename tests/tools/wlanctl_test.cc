@@ -461,7 +461,8 @@ TEST_F(Wlanctl, WatchShowsWhatOthersChange) {
                  " & W=$!; until ls -l /proc/$W/fd | grep -q inotify; do sleep 0.01; done\n" + then + "; wait $W");
   };
   const std::string changes =
-      "wlanctl --db a.db set 1 wlan_timeout/session_timeout 77; wlanctl --db a.db delete 1; wlanctl --db a.db import '" +
+      "wlanctl --db a.db set 1 wlan_timeout/session_timeout 77; wlanctl --db a.db delete 1; wlanctl --db a.db import "
+      "'" +
       kCampus + "' 2>/dev/null";
   Result result = watch("--count 2 --table tbl_wlan --json", changes);
   EXPECT_EQ(result.status, 0) << result.err;
