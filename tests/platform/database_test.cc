@@ -337,7 +337,7 @@ TEST_F(DatabaseFile, RefusesWhatItCannotRead) {
   } cases[] = {
       {"", "is not a database"},
       {magic, "is not a database"},
-      {version, "has format version 7, this library reads 1"},
+      {version, "has format version 7, this library reads 2"},
       {good.substr(0, 100), "is cut short"},
       {good.substr(0, good.size() - 1), "is cut short"},
       {header, "has a damaged header"},
