@@ -2,8 +2,9 @@
 // database_open.cc.
 //
 // The undo log holds {place, length, entry before, bytes} for each range that was announced, the newest one named by
-// the header. An entry is complete before the header names it, and a range changes only after that, so that the death
-// of the writer at any instruction leaves a log that leads back to the last commit.
+// the header, and an entry without bytes for free memory that was given out: that is zero when it is free. An entry is
+// complete before the header names it, and a range changes only after that, so that the death of the writer at any
+// instruction leaves a log that leads back to the last commit.
 #include "platform/database.h"
 
 #include <fcntl.h>
@@ -23,12 +24,13 @@ constexpr std::uint32_t kKeptLogSegments = 4;
 // What one change of the allocator may log, and what growing keeps back so that the log isn't what runs out first.
 constexpr std::uint32_t kHeapStep = 4096;
 constexpr std::uint32_t kGrowReserve = 128 * 1024;
+constexpr std::uint32_t kWipeStep = 32 * 1024;  // fresh memory is logged in steps of that size
 
 struct LogEntry {  // stored format
   std::uint32_t at;
-  std::uint32_t length;
+  std::uint32_t length;  // of the bytes that follow; 0 for memory that was free, and zero
   std::uint32_t previous;
-  std::uint32_t reserved;
+  std::uint32_t wiped;  // length of that memory
 };
 STORED_SIZE(LogEntry, 16);
 
@@ -84,6 +86,7 @@ int Database::begin(Store* store, std::uint32_t* txn) {
   // What is wilderness now holds nothing that an abort must bring back, but for the header before it.
   fresh_begin_ = heap_.top() ? heap_.top() + 8 : 0;
   fresh_end_ = heap_.top() + heap_.top_size();
+  fresh_used_ = fresh_begin_;
   *txn = txn_;
   return 0;
 }
@@ -92,18 +95,27 @@ void Database::commit() {
   // Blocks freed in the transaction were kept, since an abort needs their bytes; now they go, still under the log.
   for (std::uint32_t at : pending_) {
     if (!reserve_log(kHeapStep)) break;
-    heap_.clear_pending(cage_at(at));
-    heap_.free(cage_at(at));
+    give_back(at);
   }
   pending_.clear();
   publish(&header_->log_last, 0);
+  // Nobody asks for the bytes any more.
+  for (const Area& area : to_wipe_) std::memset(cage_at(area.begin), 0, area.end - area.begin);
+  to_wipe_.clear();
   settle_segments(Segment::kHeap);
   std::uint32_t kept = 0;
   for (std::uint32_t i = 1; i < header_->segments; i++) {
-    if (header_->kinds[i] == Segment::kLog && ++kept > kKeptLogSegments) header_->kinds[i] = Segment::kFree;
+    if (header_->kinds[i] == Segment::kLog && ++kept > kKeptLogSegments) free_segment(i);
   }
   lock_file(writer()->fd(), F_UNLCK);
   release_lock();
+}
+
+void Database::give_back(std::uint32_t block) {
+  void* address = cage_at(block);
+  heap_.clear_pending(address);
+  to_wipe_.push_back({block + 8, block + heap_.block_size(address)});
+  heap_.free(address);
 }
 
 void Database::abort() {
@@ -152,13 +164,23 @@ bool Database::log_is_sound() const {
     const std::uint32_t room = at < kSegmentSize ? kFirstPermanentAt - at : kSegmentSize - at % kSegmentSize;
     const auto* entry = static_cast<const LogEntry*>(cage_at(next));
     const std::uint32_t to = entry->at - base_, length = entry->length;
-    if (room <= kEntryHeader || length < 1 || length > room - kEntryHeader) return false;
+    next = entry->previous;
+    if (room < kEntryHeader) return false;
+    if (!length && is_heap(entry->at, entry->wiped)) continue;
+    if (length < 1 || length > room - kEntryHeader) return false;
     if (to < kRootsAt || to >= file || length > file - to) return false;
     if (to < kFirstPermanentAt && to + length > kLogAt) return false;
     if (is_log(to) || is_log(to + length - 1)) return false;
-    next = entry->previous;
   }
   return true;
+}
+
+bool Database::is_heap(std::uint32_t at, std::uint32_t length) const {
+  if (!length || length > kSlotSize || !holds(at)) return false;
+  for (std::uint32_t left = length; left > kSegmentSize; left -= kSegmentSize) {
+    if (!holds(at + left - kSegmentSize)) return false;
+  }
+  return holds(at + length - 1);
 }
 
 // Can be interrupted and begun again: until the last store the log stays as it is.
@@ -166,7 +188,11 @@ bool Database::roll_back() {
   if (!log_is_sound()) return false;
   for (std::uint32_t at = header_->log_last; at;) {
     const auto* entry = static_cast<const LogEntry*>(cage_at(at));
-    std::memcpy(cage_at(entry->at), entry + 1, entry->length);
+    if (entry->length) {
+      std::memcpy(cage_at(entry->at), entry + 1, entry->length);
+    } else {
+      std::memset(cage_at(entry->at), 0, entry->wiped);
+    }
     at = entry->previous;
   }
   settle_segments(Segment::kFree);
@@ -176,8 +202,23 @@ bool Database::roll_back() {
 
 void Database::settle_segments(Segment new_heap_becomes) {
   for (std::uint32_t i = 1; i < header_->segments; i++) {
-    if (header_->kinds[i] == Segment::kNewHeap) header_->kinds[i] = new_heap_becomes;
+    if (header_->kinds[i] != Segment::kNewHeap) continue;
+    if (new_heap_becomes == Segment::kFree) {
+      free_segment(i);
+    } else {
+      header_->kinds[i] = new_heap_becomes;
+    }
   }
+}
+
+// Free segments are zero throughout. Pages that nobody wrote to are left alone.
+void Database::free_segment(std::uint32_t segment) {
+  constexpr std::uint32_t kPage = 4096;
+  char* page = cage_base() + segment * kSegmentSize;
+  for (const char* end = page + kSegmentSize; page < end; page += kPage) {
+    if (page[0] || std::memcmp(page, page + 1, kPage - 1) != 0) std::memset(page, 0, kPage);
+  }
+  header_->kinds[segment] = Segment::kFree;
 }
 
 void Database::use_log_areas() {
@@ -206,24 +247,50 @@ bool Database::reserve_log(std::uint32_t bytes) {
   return true;
 }
 
+// What the next entry may take, with its header.
+std::uint32_t Database::log_room() {
+  for (;;) {
+    const std::uint32_t room = areas_[area_].end - log_at_;
+    if (room >= kEntryHeader + 8) return room;
+    if (area_ + 1 == areas_.size() && !add_log_area()) stop(Message::kLogFull);
+    log_at_ = areas_[++area_].begin;
+  }
+}
+
+void Database::append(std::uint32_t at, std::uint32_t length, std::uint32_t wiped) {
+  auto* entry = static_cast<LogEntry*>(cage_at(log_at_));
+  *entry = {at, length, header_->log_last, wiped};
+  std::memcpy(entry + 1, cage_at(at), length);
+  publish(&header_->log_last, log_at_);
+  std::atomic_signal_fence(std::memory_order_seq_cst);  // the caller's store comes after
+  log_at_ += kEntryHeader + rounded(length);
+}
+
 void Database::log(std::uint32_t at, std::uint32_t length) {
   while (length) {
-    std::uint32_t room = areas_[area_].end - log_at_;
-    if (room < kEntryHeader + 8) {
-      if (area_ + 1 == areas_.size() && !add_log_area()) stop(Message::kLogFull);
-      log_at_ = areas_[++area_].begin;
-      continue;
-    }
-    std::uint32_t part = std::min(length, room - kEntryHeader);
-    auto* entry = static_cast<LogEntry*>(cage_at(log_at_));
-    *entry = {at, part, header_->log_last, 0};
-    std::memcpy(entry + 1, cage_at(at), part);
-    publish(&header_->log_last, log_at_);
-    std::atomic_signal_fence(std::memory_order_seq_cst);  // the caller's store comes after
-    log_at_ += kEntryHeader + rounded(part);
+    const std::uint32_t part = std::min(length, log_room() - kEntryHeader);
+    append(at, part, 0);
     at += part;
     length -= part;
   }
+}
+
+void Database::log_wipe(std::uint32_t at, std::uint32_t length) {
+  log_room();
+  append(at, 0, length);
+}
+
+void Database::hand_out(std::uint32_t at, std::uint32_t length) {
+  if (at < fresh_begin_ || at >= fresh_end_) {
+    // Heap of this transaction is wiped as a whole.
+    if (!is_fresh(at, length)) log_wipe(at, length);
+    return;
+  }
+  const std::uint32_t end = std::min(at + length, fresh_end_);
+  if (end <= fresh_used_) return;
+  const std::uint32_t used = std::min(std::max(end, fresh_used_ + kWipeStep), fresh_end_);
+  log_wipe(fresh_used_, used - fresh_used_);
+  fresh_used_ = used;
 }
 
 bool Database::is_fresh(std::uint32_t at, std::uint32_t length) const {
@@ -271,7 +338,9 @@ void Database::free(void* block) {
   if (in_slot(block) && is_permanent(at)) return free_permanent(at);
   if (!heap_.is_block(block)) stop(Message::kBadFree);
   if (is_fresh(at, 1)) {
-    if (reserve_log(kHeapStep)) heap_.free(block);
+    if (!reserve_log(kHeapStep)) return;
+    std::memset(block, 0, heap_.block_size(block));
+    heap_.free(block);
     return;
   }
   if (!reserve_log(kHeapStep)) return;
@@ -322,6 +391,8 @@ void Database::free_permanent(std::uint32_t at) {
 
 std::uint32_t Database::grow(std::uint32_t segments, std::uint32_t wanted) {
   if (!reserve_log(kGrowReserve)) return 0;
+  // Where it cannot be continued, the wilderness becomes a chunk like others.
+  if (fresh_used_ < fresh_end_) hand_out(fresh_used_, fresh_end_ - fresh_used_);
   return take_segments(segments, Segment::kNewHeap, wanted);
 }
 

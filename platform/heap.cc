@@ -3,6 +3,7 @@
 #include "platform/heap.h"
 
 #include <bit>
+#include <cstring>
 #include <iterator>
 
 namespace kvt {
@@ -95,6 +96,13 @@ void Heap::unlink(std::uint32_t chunk, std::uint32_t size) {
   if (next) set(next + 12, previous);
 }
 
+// What a neighbour has swallowed. In a heap that isn't logged nobody looks at free memory.
+void Heap::wipe(std::uint32_t at, std::uint32_t length) {
+  if (!logged_) return;
+  backing_->announce(at, length);
+  std::memset(cage_at(at), 0, length);
+}
+
 void Heap::add_region(std::uint32_t begin, std::uint32_t length) {
   std::uint32_t chunk = begin;
   std::uint32_t previous = 0;
@@ -111,10 +119,12 @@ void Heap::add_region(std::uint32_t begin, std::uint32_t length) {
       top = 0;
     } else if (previous = previous_size(chunk); previous && !is_used(chunk - previous)) {
       unlink(chunk - previous, previous);
+      wipe(chunk - previous + kHeader, kMinimum - kHeader);
       chunk -= previous;
       size += previous;
       previous = previous_size(chunk);
     }
+    if (chunk != begin - kHeader) wipe(begin - kHeader, kHeader);
   }
   if (hide_free_) memory_hide(cage_at(begin), length);
   if (top) {
@@ -152,6 +162,7 @@ std::uint32_t Heap::take_from_bins(std::uint32_t need) {
   std::uint32_t size = size_of(chunk);
   unlink(chunk, size);
   std::uint32_t rest = size - need;
+  hand_out(chunk + kMinimum, (rest < kMinimum ? size : need) - kMinimum);
   if (rest < kMinimum) {
     put(chunk, size | kUsed);
     return chunk;
@@ -168,6 +179,7 @@ std::uint32_t Heap::take_from_top(std::uint32_t need) {
   std::uint32_t size = top_size();
   if (!chunk || size < need) return 0;
   std::uint32_t rest = size - need;
+  hand_out(chunk + kHeader, rest < kMinimum ? size - kHeader : need);  // with the header of the rest
   if (rest < kMinimum) {
     // The end mark learns of its neighbour only now: while the wilderness lies before it, nobody asks.
     set(chunk + size + 4, size);
@@ -232,6 +244,7 @@ void Heap::free(void* block) {
   // Cleared even where the header is swallowed by its neighbour, so that a second free of the block is seen.
   set(chunk, size);
   if (previous && !is_used(chunk - previous)) {
+    wipe(chunk, kMinimum);
     chunk -= previous;
     unlink(chunk, previous);
     size += previous;
@@ -239,13 +252,17 @@ void Heap::free(void* block) {
   }
   if (next == meta_->top) {
     size += size_of(next);
+    wipe(next, kHeader);
+    wipe(chunk + kHeader, kMinimum - kHeader);
     set_header(chunk, size, previous);
     set_meta(&meta_->top, chunk);
     return;
   }
   if (!is_used(next)) {
-    unlink(next, size_of(next));
-    size += size_of(next);
+    const std::uint32_t more = size_of(next);
+    unlink(next, more);
+    wipe(next, kMinimum);
+    size += more;
     next = chunk + size;
   }
   set_header(chunk, size, previous);

@@ -18,6 +18,7 @@
 #include <thread>
 
 #include "kvt/table.h"
+#include "tests/database_picture.h"
 
 namespace {
 
@@ -103,7 +104,7 @@ TEST_F(DatabaseFile, OutsideOfATransactionNothingMayBeWritten) {
 }
 
 // Random transactions, each committed, aborted or cut off by the death of its process. What the model holds must be
-// there.
+// there, and nothing else: every byte is as it was, free memory included.
 TEST_F(DatabaseFile, RandomTransactionsLeaveTheLastCommittedState) {
   struct Block {
     std::uint32_t size;
@@ -143,6 +144,7 @@ TEST_F(DatabaseFile, RandomTransactionsLeaveTheLastCommittedState) {
   kvt_handle* h = open();
   ASSERT_NE(h, nullptr) << message;
   for (int round = 0; round < 150; round++) {
+    const std::string before = database_picture(path);
     std::uint32_t seed = random();
     int how = static_cast<int>(random() % 3);
     if (how == 2) {
@@ -170,6 +172,9 @@ TEST_F(DatabaseFile, RandomTransactionsLeaveTheLastCommittedState) {
         ASSERT_EQ(p[i], block.fill) << "round " << round << " kind " << how;
     }
     commit(h);
+    if (how != 1) {
+      ASSERT_EQ(picture_difference(database_picture(path), before), "") << "round " << round;
+    }
   }
   kvt_handle_close(h);
 }
@@ -182,13 +187,22 @@ TEST_F(DatabaseFile, ATransactionLargerThanTheLogGrowsItAndStillAborts) {
   ASSERT_NE(p, nullptr);
   std::memset(p, 1, kSize);
   commit(h);
+  const std::string before = database_picture(path);
   begin(h);
   for (std::uint32_t i = 0; i < kSize; i += 4096) {
     ASSERT_EQ(h->set_range(h, p + i, 4096, h->default_txn, nullptr), 1);
     std::memset(p + i, 2, 4096);
   }
   abort(h);
-  for (std::uint32_t i = 0; i < kSize; i++) ASSERT_EQ(p[i], 1);
+  EXPECT_EQ(picture_difference(database_picture(path), before), "");
+  // The log stands behind the heap now, so that this begins anew elsewhere, and what was left of it is used as well.
+  begin(h);
+  for (const std::uint32_t size : {2u << 20, 600000u}) std::memset(alloc(h, size), 3, size);
+  abort(h);
+  EXPECT_EQ(picture_difference(database_picture(path), before), "");
+  begin(h);
+  commit(h);
+  EXPECT_EQ(picture_difference(database_picture(path), before), "") << "segments that the log gave back";
   kvt_handle_close(h);
 }
 

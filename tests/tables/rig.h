@@ -229,7 +229,7 @@ class Rig {
     } else {
       char name[] = "/tmp/zarn_tables_XXXXXX";
       directory_ = mkdtemp(name);
-      handle_ = kvt_handle_open_database((directory_ + "/db").c_str(), &options, &err);
+      handle_ = kvt_handle_open_database(path().c_str(), &options, &err);
     }
     if (!handle_) std::abort();
     current_ = this;
@@ -268,6 +268,7 @@ class Rig {
   void begin() { kvtdb_txn_begin(handle_, &err); }
   void commit() { kvtdb_txn_commit(handle_, handle_->default_txn, &err); }
   void abort() { kvtdb_txn_abort(handle_, handle_->default_txn, &err); }
+  std::string path() const { return directory_ + "/db"; }  // of a database
   std::size_t live_blocks() const { return blocks_.size(); }
   // The error slot's content, which is taken out.
   int take_error() {
