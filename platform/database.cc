@@ -160,6 +160,7 @@ bool Database::log_is_sound() const {
   const std::uint32_t file = header_->segments * kSegmentSize;
   const auto is_log = [this](std::uint32_t at) { return header_->kinds[at / kSegmentSize] == Segment::kLog; };
   std::uint32_t entries = 0;
+  std::uint64_t wiped = 0;  // no memory is given out twice, but for a header behind a block
   for (std::uint32_t next = header_->log_last; next; entries++) {
     const std::uint32_t at = next - base_;
     if (at % 8 || at < kLogAt || at >= file || entries > file / kEntryHeader) return false;
@@ -169,7 +170,7 @@ bool Database::log_is_sound() const {
     const std::uint32_t to = entry->at - base_, length = entry->length;
     next = entry->previous;
     if (room < kEntryHeader) return false;
-    if (!length && is_heap(entry->at, entry->wiped)) continue;
+    if (!length && is_heap(entry->at, entry->wiped) && (wiped += entry->wiped) <= 2ull * file) continue;
     if (length < 1 || length > room - kEntryHeader) return false;
     if (to < kRootsAt || to >= file || length > file - to) return false;
     if (to < kFirstPermanentAt && to + length > kLogAt) return false;

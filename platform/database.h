@@ -172,7 +172,7 @@ class Database final : public HeapBacking {
   std::uint32_t fresh_end_ = 0;
   std::uint32_t fresh_used_ = 0;  // an abort wipes what lies before
   std::vector<std::uint32_t> pending_;
-  std::vector<Area> to_wipe_;              // insides of blocks that the commit freed
+  std::vector<Area> to_wipe_;              // free memory that the commit leaves, with what was in it before
   std::array<std::uint64_t, 512> logged_;  // ranges logged before, by a hash of the range
 
   friend struct DatabaseTable;

@@ -238,6 +238,7 @@ class Rig {
     handle_->store_alloc = [](void* store, std::uint32_t txn, std::uint32_t size) -> void* {
       ++current_->allocations;
       current_->last_size = size;
+      current_->asked += size;
       if (current_->fail_after >= 0 && current_->fail_after-- == 0) return nullptr;
       void* block = current_->alloc_(store, txn, size);
       if (block) current_->blocks_.insert(block);
@@ -290,7 +291,8 @@ class Rig {
   int err = 0;
   int fail_after = -1;  // allocations to let pass before one fails; -1: none fails
   unsigned allocations = 0;
-  std::uint32_t last_size = 0;  // of the latest allocation
+  std::uint64_t asked = 0;      // bytes of all allocations
+  std::uint32_t last_size = 0;  // of the latest one
 
  private:
   static inline Rig* current_;
