@@ -40,7 +40,7 @@ class Change {
     *where = value;
   }
   bool announce(void* where, std::uint32_t size) const {
-    if constexpr (kLogged) return store_->announce_range(where, size, txn_);
+    if constexpr (kLogged) return store_->announce_link(where, size, txn_);
     return true;
   }
   void set_child(Node* node, int side, const Node* to) const {
