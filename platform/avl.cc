@@ -186,8 +186,9 @@ int remove(void* store, std::uint32_t txn, std::uint32_t* root, Node* gone, std:
   const Change change(store, txn);
   Path path;
   Node* here = at(*root);
+  const bool is_first = gone->link[0] == kAvlThread;  // nothing to compare on the way to it
   while (here && here != gone) {
-    const int order = order_of<kByWord>(gone, here, compare);
+    const int order = is_first ? 0 : order_of<kByWord>(gone, here, compare);
     if (order == 1 || !path.push(here, order == 2)) return 0;
     here = child(here, order == 2);
   }

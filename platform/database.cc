@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "platform/messages.h"
+#include "platform/timer_tree.h"
 
 namespace kvt {
 namespace {
@@ -109,6 +110,7 @@ void Database::commit() {
 void Database::abort() {
   pending_.clear();
   if (!roll_back()) stop(Message::kBadLog);
+  end_watched(base_, kSlotSize);  // what the transaction made is no more
   lock_file(writer()->fd(), F_UNLCK);
   release_lock();
 }

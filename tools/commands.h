@@ -16,5 +16,6 @@ void run_set(const Options& options);       // edit.cc
 void run_delete(const Options& options);    // edit.cc
 void run_trace(const Options& options);     // built.cc
 void run_manifest(const Options& options);  // built.cc
+void run_timers(const Options& options);    // timers.cc
 
 }  // namespace wlanctl

@@ -8,7 +8,20 @@
 
 namespace wlanctl {
 
-enum class Command { kImport, kList, kShow, kFind, kExport, kSend, kReceive, kSet, kDelete, kTrace, kManifest };
+enum class Command {
+  kImport,
+  kList,
+  kShow,
+  kFind,
+  kExport,
+  kSend,
+  kReceive,
+  kSet,
+  kDelete,
+  kTrace,
+  kManifest,
+  kTimers
+};
 
 struct Options {
   Command command = Command::kList;
@@ -19,6 +32,7 @@ struct Options {
   std::string trace_file;
   bool json = false;
   bool hold = false;
+  bool run = false;                  // timers
   std::string file;                  // import, export; empty: standard output; manifest
   std::string table;                 // list, show, set, delete
   std::string key;                   // show, set, delete
