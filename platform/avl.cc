@@ -130,16 +130,38 @@ Node* neighbour(std::uint32_t root, const void* from, e_avl_compare compare, int
   return best;
 }
 
-// Where trees are ordered by the nodes' words first, most levels of a descent need no more than that.
+// Goes from the root to where `node` belongs, with the way in `path`: to the node itself, to one that stands for it in
+// the order, or to the end, which is null. A way that is too long ends at the node that it could not take up.
+// `is_first`: the node is the lowest one, and nothing on the way needs to be compared. Where trees are ordered by the
+// nodes' words first, most levels need no more than these.
 template <bool kByWord>
-int order_of(const Node* node, const Node* here, e_avl_compare compare) {
-  if constexpr (kByWord) {
-    // Whichever way it goes, the next node is on its way while this one is compared.
-    __builtin_prefetch(at(here->link[0]));
-    __builtin_prefetch(at(here->link[1]));
-    if (node->word != here->word) return node->word > here->word ? 2 : 0;
+Node* descend(std::uint32_t root, const Node* node, bool is_first, e_avl_compare compare, Path* path) {
+  char* const base = kvt_cage_base;
+  const std::uint32_t word = node->word;
+  for (std::uint32_t link = root & ~kLinkBits; link;) {
+    Node* here = reinterpret_cast<Node*>(base + link);
+    if (here == node) return here;
+    // Both links are loaded before it is known which one is wanted: that is a choice then, and no guess.
+    const std::uint32_t low = here->link[0], high = here->link[1];
+    bool above = false;
+    if (!is_first) {
+      if constexpr (kByWord) {
+        // Whichever way it goes, the next node is on its way while this one is compared.
+        __builtin_prefetch(base + low);
+        __builtin_prefetch(base + high);
+        above = word > here->word;
+      }
+      if (!kByWord || word == here->word) {
+        const int order = compare(node, here);
+        if (order == 1) return here;
+        above = order == 2;
+      }
+    }
+    if (!path->push(here, above)) return here;
+    const std::uint32_t next = above ? high : low;
+    link = next & kAvlThread ? 0 : next & ~kLinkBits;
   }
-  return compare(node, here);
+  return nullptr;
 }
 
 template <bool kByWord>
@@ -147,12 +169,7 @@ int insert(void* store, std::uint32_t txn, std::uint32_t* root, Node* leaf, std:
            e_avl_compare compare) {
   const Change change(store, txn);
   Path path;
-  for (Node* here = at(*root); here;) {
-    const int order = order_of<kByWord>(leaf, here, compare);
-    const int side = order == 2;
-    if (order == 1 || !path.push(here, side)) return 0;
-    here = child(here, side);
-  }
+  if (descend<kByWord>(*root, leaf, false, compare, &path)) return 0;
   if (!change.may_begin(root)) return 0;
   change.announce(leaf, sizeof *leaf);
   // The third word is the caller's. The leaf stands between its parent and the neighbour that the parent had there.
@@ -185,14 +202,8 @@ int remove(void* store, std::uint32_t txn, std::uint32_t* root, Node* gone, std:
            e_avl_compare compare) {
   const Change change(store, txn);
   Path path;
-  Node* here = at(*root);
-  const bool is_first = gone->link[0] == kAvlThread;  // nothing to compare on the way to it
-  while (here && here != gone) {
-    const int order = is_first ? 0 : order_of<kByWord>(gone, here, compare);
-    if (order == 1 || !path.push(here, order == 2)) return 0;
-    here = child(here, order == 2);
-  }
-  if (!here || !change.may_begin(root)) return 0;
+  if (descend<kByWord>(*root, gone, gone->link[0] == kAvlThread, compare, &path) != gone || !change.may_begin(root))
+    return 0;
   int place = path.depth;
   if (child(gone, 0) && child(gone, 1)) {
     // The successor takes the place of the node: nodes lie in records, so links move and content does not.

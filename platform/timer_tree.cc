@@ -179,8 +179,8 @@ int timer_rb_tree_VS_RB_INSERT(void* store, uint32_t txn, uint32_t* root, kvt_ti
 }
 
 int timer_rb_tree_VS_RB_REMOVE(void* store, uint32_t txn, uint32_t* root, kvt_timer* timer) {
-  const auto [own, good] = kvt::place_of(store, root, timer);
-  return good && kvt::take_out(own, store, kvt::logged(own, txn), root, timer);
+  kvt::Store* const own = kvt::Store::of(store);
+  return kvt::take_out(own, store, kvt::logged(own, txn), root, timer);
 }
 
 int timer_rb_tree_VS_RB_FIND(void*, uint32_t, uint32_t* root, const kvt_timer* timer, uint32_t*) {
