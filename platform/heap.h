@@ -3,6 +3,7 @@
 // its backing first, and the backing decides what that means.
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 #include "platform/cage.h"
@@ -44,6 +45,11 @@ class Heap {
   // Keeps a block out of use without giving it away: it counts as freed, but its bytes stay.
   void mark_pending(void* block);
   void clear_pending(void* block);
+  // Makes the lists anew from the free chunks, given by address and size; `top` becomes the wilderness.
+  void relink(const std::array<std::uint32_t, 2>* chunks, std::size_t count, std::uint32_t top);
+  // Gives back whole segments at the end of the newest region as far as nothing is in them. @return where the region
+  // ends now; 0 when nothing can be given back
+  std::uint32_t give_back_end();
   std::uint32_t top() const { return meta_->top; }
   std::uint32_t top_size() const;
 

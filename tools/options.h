@@ -20,8 +20,12 @@ enum class Command {
   kDelete,
   kTrace,
   kManifest,
+  kCare,
   kTimers
 };
+
+/// What `wlanctl db` does.
+enum class Care { kCreate, kInfo, kCheck, kRepair, kBackup, kRestore, kCompact };
 
 struct Options {
   Command command = Command::kList;
@@ -33,7 +37,7 @@ struct Options {
   bool json = false;
   bool hold = false;
   bool run = false;                  // timers
-  std::string file;                  // import, export; empty: standard output; manifest
+  std::string file;                  // import, export; empty: standard output; manifest, db
   std::string table;                 // list, show, set, delete
   std::string key;                   // show, set, delete
   std::string path;                  // set
@@ -47,6 +51,7 @@ struct Options {
   std::string verify;              // receive
   std::string ring;                // trace
   std::vector<std::string> files;  // trace
+  Care care = Care::kInfo;         // db
 };
 
 /// Reads the command line into `options`. A value that stands in it is overwritten there, where every user of the
