@@ -4,11 +4,8 @@
 #include "platform/timer_tree.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <limits>
 
-#include "kvt/timer.h"
-#include "platform/avl_node.h"
 #include "platform/messages.h"
 
 namespace kvt {
@@ -18,29 +15,7 @@ constexpr std::int64_t kUsecPerSec = 1000000;
 // A node's word tells due times apart by 8 ms, for 400 days of uptime; within these and later the instant does.
 constexpr int kWordShift = 13;
 
-// The tree's words in a timer.
-struct TimerNode {  // stored format
-  AvlNode node;
-  std::uint32_t root;    // of the tree that it is in; 0 in none
-  std::int64_t instant;  // us, capped
-};
-STORED_SIZE(TimerNode, 24);
-STORED_FIELD(TimerNode, root, 12, std::uint32_t);
-STORED_FIELD(TimerNode, instant, 16, std::int64_t);
-STORED_SIZE(kvt_timer, 64);
-STORED_FIELD(kvt_timer, callback_index, 32, std::int32_t);
-STORED_FIELD(kvt_timer, tree, 40, std::uint32_t[6]);
-STORED_SIZE(kvt_timer_queue, 32);
-STORED_FIELD(kvt_timer_queue, root, 24, std::uint32_t);
-
-constexpr std::uint32_t kRootAt = offsetof(kvt_timer, tree) + offsetof(TimerNode, root);
-
-// A tree that has had timers.
-struct TimerTree {  // stored format
-  std::uint32_t next;
-  std::uint32_t root;  // where its root word is
-};
-STORED_SIZE(TimerTree, 8);
+constexpr std::uint32_t kRootAt = kTimerNodeAt + offsetof(TimerNode, root);
 
 [[gnu::tls_model("initial-exec")]] constinit thread_local kvt_watch* watches = nullptr;
 
@@ -48,7 +23,7 @@ TimerNode* node_of(const kvt_timer* timer) {
   return reinterpret_cast<TimerNode*>(const_cast<std::uint32_t*>(timer->tree));
 }
 kvt_timer* timer_of(void* node) {
-  return node ? reinterpret_cast<kvt_timer*>(static_cast<char*>(node) - offsetof(kvt_timer, tree)) : nullptr;
+  return node ? reinterpret_cast<kvt_timer*>(static_cast<char*>(node) - kTimerNodeAt) : nullptr;
 }
 
 std::int64_t instant_of(const kvt_time& time) {
@@ -57,12 +32,6 @@ std::int64_t instant_of(const kvt_time& time) {
     return time.sec < 0 ? std::numeric_limits<std::int64_t>::min() : std::numeric_limits<std::int64_t>::max();
   }
   return instant;
-}
-
-int compare(const void* a, const void* b) {
-  const std::int64_t at_a = static_cast<const TimerNode*>(a)->instant, at_b = static_cast<const TimerNode*>(b)->instant;
-  if (at_a != at_b) return at_a < at_b ? 0 : 2;
-  return a == b ? 1 : a < b ? 0 : 2;
 }
 
 // Where a timer and its tree are: in the handle's store, which knows the tree then, or in memory of a caller's own.
@@ -103,13 +72,13 @@ bool add_tree(Store& store, std::uint32_t txn, std::uint32_t root) {
 std::uint32_t logged(const Store* own, std::uint32_t txn) { return own && txn == KVT_NO_TXN ? own->open_txn() : txn; }
 
 bool is_in(std::uint32_t* root, const kvt_timer* timer) {
-  return node_of(timer)->root == cage_ref(root) && e_avl_search(*root, node_of(timer), compare);
+  return node_of(timer)->root == cage_ref(root) && e_avl_search(*root, node_of(timer), timer_compare);
 }
 
 bool take_out(Store* own, void* store, std::uint32_t txn, std::uint32_t* root, kvt_timer* timer) {
   TimerNode* const node = node_of(timer);
   if (node->root != cage_ref(root) || (own && !own->announce_range(&node->root, sizeof node->root, txn)) ||
-      !avl_delete_by_word(store, txn, root, &node->node, nullptr, compare)) {
+      !avl_delete_by_word(store, txn, root, &node->node, nullptr, timer_compare)) {
     return false;
   }
   node->root = 0;
@@ -118,8 +87,7 @@ bool take_out(Store* own, void* store, std::uint32_t txn, std::uint32_t* root, k
 
 bool put_in(Store* own, void* store, std::uint32_t txn, std::uint32_t* root, kvt_timer* timer) {
   TimerNode* const node = node_of(timer);
-  // A tree that isn't empty is known.
-  if (own && !*root && !add_tree(*own, txn, cage_ref(root))) return false;
+  if (own && !add_tree(*own, txn, cage_ref(root))) return false;
   if (own && !own->announce_range(node, sizeof *node, txn)) return false;
   if (node->root && (node->root == cage_ref(root) || (own && knows_tree(*own, node->root)))) {
     auto* const in = static_cast<std::uint32_t*>(cage_at(node->root));
@@ -129,27 +97,37 @@ bool put_in(Store* own, void* store, std::uint32_t txn, std::uint32_t* root, kvt
   node->instant = instant_of(timer->due);
   node->node.word = static_cast<std::uint32_t>(
       std::clamp<std::int64_t>(node->instant >> kWordShift, 0, std::numeric_limits<std::uint32_t>::max()));
-  if (!avl_insert_by_word(store, txn, root, &node->node, nullptr, compare)) return false;
+  if (!avl_insert_by_word(store, txn, root, &node->node, nullptr, timer_compare)) return false;
   node->root = cage_ref(root);
   return true;
 }
 
 }  // namespace
 
+int timer_compare(const void* a, const void* b) {
+  const std::int64_t at_a = static_cast<const TimerNode*>(a)->instant, at_b = static_cast<const TimerNode*>(b)->instant;
+  if (at_a != at_b) return at_a < at_b ? 0 : 2;
+  return a == b ? 1 : a < b ? 0 : 2;
+}
+
 bool forget_timers(Store& store, std::uint32_t txn, std::uint32_t begin, std::uint32_t length) {
   bool any = false;
   std::uint32_t* link = &store.roots()->timer_trees;
-  for (TimerTree* tree = first_tree(store); tree; tree = next_tree(*tree)) {
+  for (TimerTree *tree = first_tree(store), *next; tree; tree = next) {
+    next = next_tree(*tree);
     if (tree->root - begin < length) {
       // The tree ends, and nobody looks for its timers any more.
       store.write(link, tree->next, logged(&store, txn));
+      store.free(store.open_txn(), tree);
       continue;
     }
     link = &tree->next;
-    auto* const root = static_cast<std::uint32_t*>(cage_at(tree->root));
+    const std::uint32_t place = tree->root;
+    auto* const root = static_cast<std::uint32_t*>(cage_at(place));
     if (!*root) continue;
-    for (std::uint32_t at = 0; at + sizeof(kvt_timer) <= length; at += alignof(kvt_timer)) {
-      if (load<std::uint32_t>(cage_at(begin + at + kRootAt)) != tree->root) continue;
+    const char* word = static_cast<const char*>(cage_at(begin)) + kRootAt;
+    for (std::uint32_t at = 0; at + sizeof(kvt_timer) <= length; at += alignof(kvt_timer), word += alignof(kvt_timer)) {
+      if (load<std::uint32_t>(word) != place) continue;
       auto* const timer = static_cast<kvt_timer*>(cage_at(begin + at));
       if (!is_in(root, timer)) continue;
       take_out(&store, &store, logged(&store, txn), root, timer);
