@@ -37,7 +37,7 @@ struct FieldDesc {
   const kvt_type_record* target;  // of a reference
   std::uint16_t offset;
   std::uint16_t state;
-  std::uint16_t message;  // of a reference: its first message, counted from its type's
+  std::uint16_t message;  // of a reference or timer: its first message, counted from its type's
   std::int8_t variant;
   FieldKind kind;  // the type's, where a walk finds it at once
 };

@@ -16,6 +16,7 @@
 #include <ctime>
 
 #include "platform/messages.h"
+#include "platform/timer_tree.h"
 
 namespace kvt {
 namespace {
@@ -189,6 +190,7 @@ void Database::abort() {
   pending_.clear();
   to_wipe_.clear();
   if (!roll_back()) stop(Message::kBadLog);
+  end_watched(base_, kSlotSize);  // what the transaction made is no more
   lock_file(writer()->fd(), F_UNLCK);
   release_lock();
 }

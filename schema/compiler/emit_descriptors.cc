@@ -115,7 +115,7 @@ void struct_tables(const Output& out, const Struct& type, const MessageIndex& me
          {"state", number(f.state)},
          {"variant", std::to_string(f.variant)},
          {"kind", field_kind(f)},
-         {"message", number(f.kind == Kind::kReference ? reference_message(type, f) : 0)}});
+         {"message", number(field_message(type, f))}});
   }
   source += fill(kStructTables, {{"type", type.name},
                                  {"record", record_symbol(type.name)},
