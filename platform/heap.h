@@ -1,6 +1,7 @@
 // The one allocator: private stores, loose memory in the cage and databases. Boundary tags, exact bins for small sizes,
 // a wilderness that grows by whole segments. It knows no transactions: every change of its own words is announced to
-// its backing first, and the backing decides what that means.
+// its backing first, and the backing decides what that means. With a backing that logs, free memory is zero but for
+// headers and links: the allocator wipes its own words there, and who frees a block its inside.
 #pragma once
 
 #include <array>
@@ -23,6 +24,8 @@ STORED_SIZE(HeapMeta, 80 + kHeapBins * 4 + 8);
 class HeapBacking {
  public:
   virtual void announce(std::uint32_t at, std::uint32_t length) = 0;
+  // Free memory, zero now, is about to go to an owner, who writes it without a word. Only of a heap that is logged.
+  virtual void hand_out(std::uint32_t, std::uint32_t) {}
   // Whole segments in one run, if possible at `wanted`, which is 0 for no wish. 0 when there are none.
   virtual std::uint32_t grow(std::uint32_t segments, std::uint32_t wanted) = 0;
   // Whether the segment around `at` was given by grow.
@@ -32,16 +35,29 @@ class HeapBacking {
   ~HeapBacking() = default;
 };
 
+// For each stretch of that many bytes the first chunk that starts in it, so that a block is found from an address
+// within it: offset / 8 + 1, or 0 where none starts. Kept under the same announcements as the heap itself.
+inline constexpr std::uint32_t kCardShift = 12;
+using HeapCard = std::uint16_t;
+
 class Heap {
  public:
-  void attach(HeapMeta* meta, HeapBacking* backing, bool logged, bool hide_free);
+  // `cards`, which may be null, has an entry for every stretch from `cards_base` on.
+  void attach(HeapMeta* meta, HeapBacking* backing, bool logged, bool hide_free, HeapCard* cards = nullptr,
+              std::uint32_t cards_base = 0);
   // Adds a region to allocate from: [begin, begin + length), both multiples of 8.
   void add_region(std::uint32_t begin, std::uint32_t length);
   void* alloc(std::uint32_t size);  // 8-aligned, not zeroed; null when the backing has no more
-  void free(void* block);           // an address for which is_block holds
+  // An address for which is_block holds. Of the block's bytes the first 8 may be changed, and announced, here.
+  void free(void* block);
   // False for what is no allocated block of this heap, as far as can be told from its neighbours.
   bool is_block(const void* block) const;
   std::uint32_t block_size(const void* block) const;  // 0 for what is no allocated block
+  // For who looks after a database.
+  HeapCard* cards() const { return cards_; }
+  static std::uint32_t card_value(std::uint32_t chunk) { return chunk % (1u << kCardShift) / 8 + 1; }
+  // The allocated block that holds the address, pending ones too; 0 if none does. Needs cards.
+  std::uint32_t block_around(std::uint32_t at) const;
   // Keeps a block out of use without giving it away: it counts as freed, but its bytes stay.
   void mark_pending(void* block);
   void clear_pending(void* block);
@@ -60,8 +76,15 @@ class Heap {
   void set_meta(std::uint32_t* at, std::uint32_t value);
   void set_header(std::uint32_t chunk, std::uint32_t size_and_flags, std::uint32_t previous);
   void flip_filled(std::uint32_t bin);
+  void set_card(std::uint32_t card, std::uint32_t value);
+  void begin_chunk(std::uint32_t chunk);
+  void end_chunk(std::uint32_t chunk, std::uint32_t next);
   void push(std::uint32_t chunk, std::uint32_t size);
   void unlink(std::uint32_t chunk, std::uint32_t size);
+  void wipe(std::uint32_t at, std::uint32_t length);
+  void hand_out(std::uint32_t at, std::uint32_t length) {
+    if (logged_ && length) backing_->hand_out(at, length);
+  }
   void announce(const void* at, std::uint32_t length) {
     if (logged_) backing_->announce(cage_ref(at), length);
   }
@@ -70,6 +93,8 @@ class Heap {
   HeapBacking* backing_ = nullptr;
   bool logged_ = false;
   bool hide_free_ = false;
+  HeapCard* cards_ = nullptr;
+  std::uint32_t cards_base_ = 0;
 };
 
 }  // namespace kvt

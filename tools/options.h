@@ -18,6 +18,7 @@ enum class Command {
   kReceive,
   kSet,
   kDelete,
+  kWatch,
   kTrace,
   kManifest,
   kCare,
@@ -48,10 +49,13 @@ struct Options {
   std::optional<std::string> ssid;
   std::string socket;  // send, receive; empty: standard output, standard input
   unsigned wait_sec = 30;
-  std::string verify;              // receive
-  std::string ring;                // trace
-  std::vector<std::string> files;  // trace
-  Care care = Care::kInfo;         // db
+  std::string verify;               // receive
+  std::string from;                 // watch; empty: from now on
+  std::uint64_t count = 0;          // watch; 0: until it is stopped
+  std::vector<std::string> tables;  // watch; empty: all
+  std::string ring;                 // trace
+  std::vector<std::string> files;   // trace
+  Care care = Care::kInfo;          // db
 };
 
 /// Reads the command line into `options`. A value that stands in it is overwritten there, where every user of the

@@ -120,6 +120,9 @@ TEST_F(Care, DamageIsFoundSaidAndMended) {
       {"a free list's bit", [&] { return reinterpret_cast<std::uint32_t*>(&roots_->heap.filled[1]); }, 4, "free list",
        true},
       {"wilderness", [&] { return &roots_->heap.top; }, 0x10, "wilderness", true},
+      {"card of the heap",
+       [&] { return reinterpret_cast<std::uint32_t*>(base_ + kvt::kCardsAt) + kvt::kSegmentSize / 4096 / 2; }, 2,
+       "card", true},
       {"root of timers", [&] { return &queue_->root; }, 0x100, "is no timer of it", true},
       {"due time of a timer", [&] { return static_cast<std::uint32_t*>(kvt_ref_at(queue_->root)) + 4; }, 0x400000,
        "its timers do not stand in order", true},
@@ -273,7 +276,7 @@ TEST_F(Care, UnusedSpaceGoesBackAndComesAgain) {
     kvtdb_get_info(rig_, &full, &rig_.err);
     const std::uint64_t bytes = kvtdb_compact(rig_, &rig_.err);
     kvtdb_get_info(rig_, &less, &rig_.err);
-    EXPECT_GE(bytes, 2u << 20);
+    EXPECT_GE(bytes, 1u << 20);
     EXPECT_EQ(less.file, full.file - bytes);
     EXPECT_EQ(std::filesystem::file_size(rig_->db_name), less.file);
     EXPECT_EQ(check(), 0u) << lines_;
