@@ -189,7 +189,9 @@ TEST_F(DatabaseFile, RandomTransactionsLeaveTheLastCommittedState) {
       for (std::uint32_t i = 0; i < block.size; i++)
         ASSERT_EQ(p[i], block.fill) << "round " << round << " kind " << how;
     }
-    if (!model.empty()) ASSERT_NO_FATAL_FAILURE(expect_cards(kvt_ref_at(model.begin()->first)));
+    if (!model.empty()) {
+      ASSERT_NO_FATAL_FAILURE(expect_cards(kvt_ref_at(model.begin()->first)));
+    }
     commit(h);
   }
   kvt_handle_close(h);
