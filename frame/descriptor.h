@@ -109,7 +109,6 @@ struct KeyDesc {
   std::uint16_t offset;  // of the key's value in the payload
   std::uint8_t size;     // bytes of that value; a string's are its two words
   e_avl_compare compare;
-  e_avl_compare tenant_from, tenant_up_to;                           // find the edges of a tenant's run
   bool (*same)(const void* payload_a, const void* payload_b);        // equal keys
   std::uint32_t (*word)(std::uint32_t tenant, const void* payload);  // what a node keeps of the key
   void* (*find)(std::uint32_t root, const void* value, std::uint16_t tenant, std::uint8_t source);  // a node

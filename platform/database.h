@@ -129,6 +129,7 @@ class Database final : public HeapBacking {
   bool reserve_log(std::uint32_t bytes);
 
   void announce(std::uint32_t at, std::uint32_t length) override;
+  void hand_out(std::uint32_t at, std::uint32_t length) override;
   std::uint32_t grow(std::uint32_t segments, std::uint32_t wanted) override;
   bool holds(std::uint32_t at) const override;
 
@@ -148,12 +149,20 @@ class Database final : public HeapBacking {
   void use_log_areas();
   bool add_log_area();
   void log(std::uint32_t at, std::uint32_t length);
+  // An undo log entry that makes the range zero.
+  void log_wipe(std::uint32_t at, std::uint32_t length);
+  std::uint32_t log_room();
+  void append(std::uint32_t at, std::uint32_t length, std::uint32_t wiped);
   bool roll_back();
   bool has_watchers(const Store* store);
   bool header_is_sound() const;
   bool heap_is_sound() const;
   bool log_is_sound() const;
+  bool is_heap(std::uint32_t at, std::uint32_t length) const;
   void settle_segments(bool committed);
+  void free_segment(std::uint32_t segment);
+  // Frees a block of before the transaction, in its commit.
+  void give_back(std::uint32_t block);
   void free_permanent(std::uint32_t at);
   void release_lock();
 
@@ -181,7 +190,9 @@ class Database final : public HeapBacking {
   std::uint32_t log_at_ = 0;
   std::uint32_t fresh_begin_ = 0;
   std::uint32_t fresh_end_ = 0;
+  std::uint32_t fresh_used_ = 0;  // an abort wipes what lies before
   std::vector<std::uint32_t> pending_;
+  std::vector<Area> to_wipe_;              // free memory that the commit leaves, with what was in it before
   std::array<std::uint64_t, 512> logged_;  // ranges logged before, by a hash of the range
   RecordEvents events_;
   bool heard_ = false;    // by a handler of the process

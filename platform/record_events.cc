@@ -180,7 +180,7 @@ bool RecordEvents::make_event(std::size_t index, int part, RecordChange* event) 
   Block& block = blocks_[index];
   const Role now = block.before.table ? Role::kRecord : role_of(block.at).role;
   if (now == Role::kRecord) return make_record_event(block, part, event);
-  if (now != Role::kPayload || part == 0 || block.role != Role::kPayload || !is_live(block.at)) return false;
+  if (now != Role::kPayload || part == 0 || !is_live(block.at)) return false;
   const Table* table = nullptr;
   const std::uint32_t record = record_with(block.at, role_of(block.at).type->record, &table);
   if (!record) return false;

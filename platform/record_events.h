@@ -67,7 +67,7 @@ class RecordEvents {
   };
   struct Block {
     std::uint32_t at;
-    Role role;           // when it was first touched
+    Role role;
     std::uint32_t told;  // the last pass that told of the record
     std::uint32_t type_link;
     const kvt_static_type* type;
