@@ -109,9 +109,9 @@ struct KeyDesc {
   std::uint16_t offset;  // of the key's value in the payload
   std::uint8_t size;     // bytes of that value; a string's are its two words
   e_avl_compare compare;
-  bool (*same)(const void* payload_a, const void* payload_b);        // equal keys
+  bool (*same)(const void* node_a, const void* node_b);              // equal keys
   std::uint32_t (*word)(std::uint32_t tenant, const void* payload);  // what a node keeps of the key
-  void* (*find)(std::uint32_t root, const void* value, std::uint16_t tenant, std::uint8_t source);  // a node
+  void* (*find)(const std::uint32_t* root, const void* value, std::uint16_t tenant, std::uint8_t source);  // a node
   std::uint32_t message;  // first message of the key, counted from the table's
 };
 

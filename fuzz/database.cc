@@ -21,12 +21,16 @@ constexpr std::size_t kHead = 3;
 constexpr std::size_t kWord = 4;
 constexpr std::size_t kHeaderWords = sizeof(kvt::DatabaseHeader) / kWord;
 constexpr std::size_t kCutUnit = 64;
-constexpr std::size_t kRingWord = 240;  // from here on words of the ring of changes
-constexpr std::size_t kMostBytes = 8;   // of one change
+constexpr std::size_t kReaderWord = 232;  // from here on words of the readers: three of their head, a slot
+constexpr std::size_t kRingWord = 240;    // from here on words of the ring of changes
+constexpr std::size_t kMostBytes = 8;     // of one change
 
 std::size_t place_of(std::size_t word) {
   if (word < kHeaderWords) return word * kWord;
-  return word < kRingWord ? kvt::kLogAt + (word - kHeaderWords) * kWord : kvt::kRingAt + (word - kRingWord) * kWord;
+  if (word >= kRingWord) return kvt::kRingAt + (word - kRingWord) * kWord;
+  if (word < kReaderWord) return kvt::kLogAt + (word - kHeaderWords) * kWord;
+  const std::size_t behind = word - kReaderWord;
+  return kvt::kReadersAt + (behind < 4 ? behind * kWord : sizeof(kvt::ReaderArea::Slot) + (behind - 4) * kWord);
 }
 
 // All that the feed has, as often as it can be told.
@@ -188,7 +192,7 @@ void seeds(const Sow& sow) {
     sow("cut_" + std::to_string(flags), input(flags | kCut, 0x4000, ""));
     flags |= kWatch;
     for (std::size_t word = 0; word < kRingWord + 12; ++word) {
-      if ((word > 20 && word < kHeaderWords) || (word > kHeaderWords + 8 && word < kRingWord)) continue;
+      if ((word > 20 && word < kHeaderWords) || (word > kHeaderWords + 8 && word < kReaderWord)) continue;
       for (const std::string& value :
            {std::string("\0\0\0\0", 4), std::string("\xFF\xFF\xFF\xFF"), std::string("\0\0\x10\0", 4)}) {
         const char change[] = {static_cast<char>(word), 3};

@@ -14,7 +14,7 @@ using Node = AvlNode;
 
 constexpr std::uint32_t kHigher = kAvlHigher;
 constexpr std::uint32_t kLinkBits = kAvlLinkBits;
-constexpr int kMaxHeight = 48;               // 1.44 times the binary logarithm of all nodes that fit in the cage
+constexpr int kMaxHeight = kAvlMaxHeight;
 constexpr std::uint32_t kMostLogged = 8192;  // undo log that the longest path of changes takes
 
 Node* at(std::uint32_t link) { return avl_at(link); }
@@ -122,17 +122,18 @@ Node* rotate(const Change& change, Node* node, int side, bool* lower) {
   return middle;
 }
 
+Node* outermost(std::uint32_t root, int side) { return avl_outermost(Reach(at(root)), root, side); }
+
 // The nearest node on `side` of the given one.
 Node* neighbour(std::uint32_t root, const void* from, e_avl_compare compare, int side) {
   Node* best = nullptr;
-  for (Node* node = at(root); node;) {
-    int order = compare(node, from);
-    if (order == (side ? 2 : 0)) {
-      best = node;
-      node = child(node, !side);
-    } else {
-      node = child(node, side);
-    }
+  const Reach reach(at(root));
+  std::uint32_t link = root;
+  for (int level = 0; level < kMaxHeight && avl_leads_down(reach, link); ++level) {
+    Node* node = avl_at_child(link);
+    const bool beyond = compare(node, from) == (side ? 2 : 0);
+    if (beyond) best = node;
+    link = node->link[beyond ? !side : side];
   }
   return best;
 }
@@ -300,8 +301,10 @@ int e_avl_delete(void* store, uint32_t txn, uint32_t* root, void* node, uint32_t
 }
 
 void* e_avl_search(uint32_t root, const void* node, e_avl_compare compare) {
-  Node* here = kvt::at(root);
-  while (here) {
+  const kvt::Reach reach(kvt::at(root));
+  uint32_t link = root;
+  for (int level = 0; level < kvt::kMaxHeight && kvt::avl_leads_down(reach, link); ++level) {
+    Node* here = kvt::avl_at_child(link);
     // Whichever way it goes, the next node is on its way while this one is compared, and so is the line before it,
     // where the head of its block usually lies.
     for (int side = 0; side < 2; ++side) {
@@ -311,13 +314,13 @@ void* e_avl_search(uint32_t root, const void* node, e_avl_compare compare) {
     }
     int order = compare(node, here);
     if (order == 1) return here;
-    here = kvt::child(here, order == 2);
+    link = here->link[order == 2];
   }
   return nullptr;
 }
 
-void* e_avl_get_first(uint32_t root) { return kvt::avl_outermost(root, 0); }
-void* e_avl_get_last(uint32_t root) { return kvt::avl_outermost(root, 1); }
+void* e_avl_get_first(uint32_t root) { return kvt::outermost(root, 0); }
+void* e_avl_get_last(uint32_t root) { return kvt::outermost(root, 1); }
 
 void* e_avl_get_next(uint32_t root, const void* node, e_avl_compare compare) {
   return kvt::neighbour(root, node, compare, 1);
@@ -328,7 +331,9 @@ void* e_avl_get_prev(uint32_t root, const void* node, e_avl_compare compare) {
 }
 
 void e_avl_walk(uint32_t root, e_avl_function function, void* argument) {
-  for (Node* node = kvt::avl_outermost(root, 0); node;) {
+  // More nodes than there can be: the tree is changed under the walk, over and over.
+  uint32_t left = kvt::kSlotSize / sizeof(Node);
+  for (Node* node = kvt::outermost(root, 0); node && left; --left) {
     Node* next = kvt::avl_neighbour(node, 1);  // before the call, which may free the node
     function(node, argument);
     node = next;

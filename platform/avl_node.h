@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "kvt/table.h"
-#include "platform/ref.h"
+#include "platform/reach.h"
 
 namespace kvt {
 
@@ -35,21 +35,29 @@ inline std::uint32_t avl_descend(const AvlNode* node, std::uint32_t word) {
   __builtin_prefetch(kvt_cage_base + right);
   return word > node->word ? right : left;
 }
-// The tree's first node, or its last; null for an empty tree.
-inline AvlNode* avl_outermost(std::uint32_t root, int side) {
-  AvlNode* node = avl_at(root);
-  for (std::uint32_t link = root; link && !(link & kAvlThread); link = node->link[side]) node = avl_at_child(link);
+// 1.44 times the binary logarithm of all nodes that fit in the cage. A descent that is longer leads through a tree that
+// is being changed.
+constexpr int kAvlMaxHeight = 48;
+
+// Whether a link that was read leads down, and not out of the memory of the tree.
+inline bool avl_leads_down(const Reach& reach, std::uint32_t link) {
+  return !(link & kAvlThread) && reach.has(link & ~kAvlLinkBits);
+}
+// The last node on the way by links on `side` that begins with `link`; null where that leads nowhere.
+inline AvlNode* avl_outermost(const Reach& reach, std::uint32_t link, int side) {
+  AvlNode* node = nullptr;
+  for (int level = 0; level < kAvlMaxHeight && avl_leads_down(reach, link); ++level) {
+    node = avl_at_child(link);
+    link = node->link[side];
+  }
   return node;
 }
 // The neighbour of a node that is in a tree; null at the end.
 inline AvlNode* avl_neighbour(const AvlNode* node, int side) {
-  std::uint32_t link = node->link[side];
-  if (link & kAvlThread) return avl_at(link);
-  for (;;) {
-    AvlNode* near = avl_at_child(link);
-    link = near->link[!side];
-    if (link & kAvlThread) return near;
-  }
+  const Reach reach(node);
+  const std::uint32_t link = node->link[side];
+  if (link & kAvlThread) return reach.has(link & ~kAvlLinkBits) ? avl_at_child(link) : nullptr;
+  return avl_outermost(reach, link, !side);
 }
 
 // Insert and delete in a tree that is ordered by its nodes' words, and by `compare` only where two of them are equal.

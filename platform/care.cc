@@ -97,7 +97,7 @@ void kvtdb_restore(kvt_handle* handle, const char* path, char* message, size_t s
   struct stat status;
   DatabaseHeader backup{};
   int error = 0;
-  if (!read_database_header({path, false, -1, message, size}, file.fd(), &status, &backup, &error)) {
+  if (!read_database_header({path, false, false, -1, message, size}, file.fd(), &status, &backup, &error)) {
     return hold.fail(error);
   }
   if (std::memcmp(backup.identity, hold->header()->identity, sizeof backup.identity) != 0) {

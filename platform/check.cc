@@ -67,6 +67,7 @@ std::uint32_t Checker::run() {
   check_map({nullptr, "identities by serial", 0}, roots->oids_by_serial, &Checker::check_serial);
   check_timers();
   check_references();
+  check_limbo();
   check_unclaimed();
   if (line_ && faults_ > kMostLines) {
     char words[64];
@@ -832,6 +833,27 @@ void Checker::check_references() {
 }
 
 // Objects in no table are their makers'. What they own is looked through like the rest.
+// Freed blocks that readers may stand on.
+void Checker::check_limbo() {
+  const Place place = {nullptr, "limbo", 0};
+  const std::uint32_t newest = db_.roots()->limbo, faults = faults_;
+  for (std::uint32_t at = newest; at;) {
+    const auto* page = static_cast<const LimboPage*>(claim(place, at, sizeof(LimboPage)));
+    if (!page) break;
+    if (page->first > page->count || page->count > kLimboEntries) {
+      fault({&place, "page", at}, "its entries %u to %u are none", page->first, page->count);
+      break;
+    }
+    for (std::uint32_t i = page->first; i < page->count; ++i) {
+      const CheckedBlock* block = block_at(page->entries[i].block);
+      if (!block || !block->pending) fault({&place, "page", at}, "%08x is no freed block", page->entries[i].block);
+    }
+    at = page->next == newest ? 0 : page->next;
+    if (!page->next) fault({&place, "page", at}, "the ring of pages is open");
+  }
+  limbo_sound_ = faults_ == faults;
+}
+
 void Checker::check_unclaimed() {
   for (std::size_t i = 0; i < blocks_.size(); ++i) {
     const CheckedBlock& block = blocks_[i];

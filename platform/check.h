@@ -27,8 +27,9 @@ struct CheckedTable {
   std::uint32_t at = 0;
   const kvt_shape* shape = nullptr;
   std::string name;
-  bool sound = true;                   // nothing of it, its records and its trees is wrong
-  std::vector<std::uint32_t> records;  // whose objects are right, in the order of the primary index or, without one, of memory
+  bool sound = true;  // nothing of it, its records and its trees is wrong
+  std::vector<std::uint32_t>
+      records;  // whose objects are right, in the order of the primary index or, without one, of memory
   std::vector<std::uint32_t> damaged;  // that are not
 };
 
@@ -43,6 +44,7 @@ class Checker {
 
   bool chunks_are_sound() const { return chunks_sound_; }  // every chunk could be followed
   bool heap_is_sound() const { return heap_sound_; }       // and the lists of free ones are right
+  bool limbo_is_sound() const { return limbo_sound_; }
   bool contents_are_sound() const { return contents_sound_; }
   // Free chunks by address: {address, size}.
   const std::vector<Chunk>& free_chunks() const { return free_; }
@@ -111,6 +113,7 @@ class Checker {
   void check_timers();
   void check_timer_tree(const Place& place, std::uint32_t root);
   void check_references();
+  void check_limbo();
   void check_unclaimed();
   void sweep_records(CheckedTable& table);
   // The type that a link leads to; null for a link that leads to none.
@@ -120,7 +123,7 @@ class Checker {
   kvt_care_line line_;
   void* argument_;
   std::uint32_t faults_ = 0;
-  bool chunks_sound_ = true, heap_sound_ = true, contents_sound_ = true;
+  bool chunks_sound_ = true, heap_sound_ = true, contents_sound_ = true, limbo_sound_ = true;
   std::uint64_t used_bytes_ = 0, free_bytes_ = 0;
   std::vector<CheckedBlock> blocks_;  // by address
   std::vector<Chunk> free_;

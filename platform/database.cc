@@ -29,14 +29,6 @@ constexpr std::uint32_t kHeapStep = 4096;
 constexpr std::uint32_t kGrowReserve = 128 * 1024;
 constexpr std::uint32_t kWipeStep = 32 * 1024;  // fresh memory is logged in steps of that size
 
-struct LogEntry {  // stored format
-  std::uint32_t at;
-  std::uint32_t length;  // of the bytes that follow; 0 for memory that was free, and zero
-  std::uint32_t previous;
-  std::uint32_t wiped;  // length of that memory
-};
-STORED_SIZE(LogEntry, 16);
-
 struct PermanentBlock {  // stored format, before each permanent block
   std::uint32_t size;    // of the block, without this header
   std::uint32_t next;    // in the list of freed blocks
@@ -44,9 +36,6 @@ struct PermanentBlock {  // stored format, before each permanent block
 STORED_SIZE(PermanentBlock, 8);
 
 std::uint32_t rounded(std::uint32_t size) { return (size + 7u) & ~7u; }
-
-// The order of these stores is what a dead writer's successor relies on; the processor keeps it, the compiler must too.
-void publish(std::uint32_t* at, std::uint32_t value) { std::atomic_ref(*at).store(value, std::memory_order_release); }
 
 struct flock byte_lock(short type, off_t at) {
   struct flock region {};
@@ -57,48 +46,82 @@ struct flock byte_lock(short type, off_t at) {
   return region;
 }
 
-int lock_file(int fd, short type) {
-  struct flock region = byte_lock(type, 0);
+}  // namespace
+
+int lock_byte(int fd, off_t at, short type, bool wait) {
+  struct flock region = byte_lock(type, at);
   int result;
   do {
-    result = fcntl(fd, F_OFD_SETLKW, &region);
+    result = fcntl(fd, wait ? F_OFD_SETLKW : F_OFD_SETLK, &region);
   } while (result && errno == EINTR);
   return result ? errno : 0;
 }
 
-}  // namespace
-
-int Database::begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool even_damaged) {
-  const bool heard = !even_damaged && events_heard();  // before any lock: it asks the loader
+// The lock of the process, then that of the file.
+int Database::take_turn(Store* store, bool wait) {
   {
     std::unique_lock lock(turn_mutex_);
     if (turn_of_ == std::this_thread::get_id() || writer() == store) return EDEADLK;
+    if (!wait && turn_of_ != std::thread::id()) return EAGAIN;
     turn_.wait(lock, [this] { return turn_of_ == std::thread::id(); });
     turn_of_ = std::this_thread::get_id();
   }
-  if (int error = lock_file(store->fd(), F_WRLCK)) {
-    release_lock();
-    return error;
+  const int error = lock_byte(store->fd(), kWriteLockAt, F_WRLCK, wait);
+  if (error) {
+    std::lock_guard lock(turn_mutex_);
+    turn_of_ = std::thread::id();
+    turn_.notify_one();
+  } else {
+    writer_.store(store, std::memory_order_relaxed);
   }
-  writer_.store(store, std::memory_order_relaxed);
+  return error;
+}
+
+void Database::give_turn(Store* store) {
+  lock_byte(store->fd(), kWriteLockAt, F_UNLCK, true);
+  std::lock_guard lock(turn_mutex_);
+  events_.end();
+  writer_.store(nullptr, std::memory_order_relaxed);
+  txn_ = KVT_NO_TXN;
+  turn_of_ = std::thread::id();
+  turn_.notify_one();
+}
+
+// Under the lock: the last committed state, whatever became of the writer before.
+bool Database::recover(bool even_damaged) {
   const bool left_open = header_->log_last;
-  const bool sound = header_is_sound() && (!left_open || roll_back());
-  const bool heap_sound = sound && heap_is_sound();
-  if (!sound || (!heap_sound && !even_damaged)) {
-    lock_file(store->fd(), F_UNLCK);
-    release_lock();
+  if (!header_is_sound() || (left_open && !roll_back())) return false;
+  if (!heap_is_sound() && !even_damaged) return false;
+  if (!left_open) {
+    settle_segments(true);
+    readers_.area()->reached = 0;
+  }
+  end_change();
+  return true;
+}
+
+int Database::begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool even_damaged) {
+  if (snapshot_) return EROFS;
+  const bool heard = !even_damaged && events_heard();  // before any lock: it asks the loader
+  if (int error = take_turn(store, true)) return error;
+  std::uint32_t& owner = readers_.area()->owner;
+  store->recovery() = {owner, header_->log_last != 0};
+  if (!recover(even_damaged)) {
+    give_turn(store);
     return EIO;
   }
-  if (!left_open) settle_segments(true);
+  if (owner) trace(Message::kWriterDied, std::int64_t{owner});
+  owner = store->process();
+  if (!even_damaged) limbo_drain(store);
   txn_ = header_->txn_last + 1;
   if (txn_ == KVT_NO_TXN || txn_ == 0) txn_ = 1;
   header_->txn_last = txn_;
+  pending_.clear();
+  spare_pages_.clear();
+  savepoints_.clear();
   use_log_areas();
-  logged_.fill(0);
-  // What is wilderness now holds nothing that an abort must bring back, but for the header before it.
-  fresh_begin_ = heap_sound && heap_.top() ? heap_.top() + 8 : 0;
-  fresh_end_ = heap_sound ? heap_.top() + heap_.top_size() : 0;
-  fresh_used_ = fresh_begin_;
+  fresh_used_ = 0;
+  use_wilderness();
   ring()->settle();
   heard_ = heard;
   watched_ = !even_damaged && has_watchers(store);
@@ -106,6 +129,17 @@ int Database::begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool e
   if (heard_ || watched_) events_.begin(this, &heap_, handle);
   *txn = txn_;
   return 0;
+}
+
+// What is wilderness now holds nothing that going back must bring back, but for the header before it. All else is
+// logged from here on, also what was logged before.
+void Database::use_wilderness() {
+  const bool has_top = heap_is_sound() && heap_.top();
+  fresh_begin_ = has_top ? heap_.top() + 8 : 0;
+  fresh_end_ = has_top ? heap_.top() + heap_.top_size() : 0;
+  if (fresh_used_ < fresh_begin_ || fresh_used_ > fresh_end_) fresh_used_ = fresh_begin_;
+  fresh_segments_.reset();
+  logged_.fill(0);
 }
 
 // A dead reader is found out now and then, which costs a call of the system. Until then changes are kept for nobody.
@@ -155,63 +189,153 @@ void Database::record_changes() {
 }
 
 void Database::commit() {
-  // Blocks freed in the transaction were kept, since an abort needs their bytes; now they go, still under the log.
-  for (std::uint32_t at : pending_) {
-    if (!reserve_log(kHeapStep)) break;
-    give_back(at);
-  }
-  pending_.clear();
+  settle_pending();
   if (!recorded_ && header_->log_last) ring()->skip();
   publish(&header_->log_last, 0);
   ring()->show();
-  // Nobody asks for these bytes any more.
-  for (const Area& area : to_wipe_) std::memset(cage_at(area.begin), 0, area.end - area.begin);
-  to_wipe_.clear();
+  wipe_released();
   settle_segments(true);
   std::uint32_t kept = 0;
   for (std::uint32_t i = 1; i < header_->segments; i++) {
     if (header_->kinds[i] == Segment::kLog && ++kept > kKeptLogSegments) free_segment(i);
   }
-  lock_file(writer()->fd(), F_UNLCK);
+  end_change();
+  readers_.area()->owner = 0;
+  const int fd = writer()->fd();
+  give_turn(writer());
   // Stores into the mapping wake nobody; a write to the file does. Failing that, a reader learns of it at the next one.
   if (std::atomic_ref(ring()->watchers).load(std::memory_order_relaxed))
-    (void)!pwrite(writer()->fd(), "", 1, kRingAt + offsetof(ChangeRing, bell));
-  release_lock();
+    (void)!pwrite(fd, "", 1, kRingAt + offsetof(ChangeRing, bell));
 }
 
-void Database::give_back(std::uint32_t block) {
+// Of a block that has been in use.
+void Database::release_block(std::uint32_t block) {
   void* address = cage_at(block);
-  heap_.clear_pending(address);
+  if (heap_.is_pending(address)) heap_.clear_pending(address);
   to_wipe_.push_back({block + 8, block + heap_.block_size(address)});
   heap_.free(address);
 }
 
-void Database::abort() {
-  pending_.clear();
+// When no undo log needs these bytes any more.
+void Database::wipe_released() {
+  for (const Area& area : to_wipe_) std::memset(cage_at(area.begin), 0, area.end - area.begin);
   to_wipe_.clear();
-  if (!roll_back()) stop(Message::kBadLog);
-  end_watched(base_, kSlotSize);  // what the transaction made is no more
-  lock_file(writer()->fd(), F_UNLCK);
-  release_lock();
 }
 
-void Database::release_lock() {
-  std::lock_guard lock(turn_mutex_);
-  events_.end();
-  writer_.store(nullptr, std::memory_order_relaxed);
-  txn_ = KVT_NO_TXN;
-  turn_of_ = std::thread::id();
-  turn_.notify_one();
+void Database::abort() {
+  if (!roll_back()) stop(Message::kBadLog);
+  end_watched(base_, kSlotSize);  // what the transaction made is no more
+  end_change();
+  readers_.area()->owner = 0;
+  give_turn(writer());
+}
+
+std::uint32_t Database::savepoint() {
+  use_wilderness();
+  savepoints_.push_back({header_->log_last, area_, log_at_, pending_.size(), spare_pages_, fresh_begin_, fresh_end_,
+                         fresh_used_, segments_of(Segment::kNewHeap)});
+  return static_cast<std::uint32_t>(savepoints_.size());
+}
+
+bool Database::roll_back_to(std::uint32_t mark) {
+  if (mark < 1 || mark > savepoints_.size()) return false;
+  savepoints_.resize(mark);
+  const Savepoint to = savepoints_.back();
+  if (header_->log_last == to.log_last) return true;
+  const std::uint32_t top = heap_.top();
+  undo_to(to.log_last);
+  // What was wilderness at the mark; part of it may have been in the log before.
+  const bool same = to.fresh_begin <= fresh_used_ && fresh_used_ <= to.fresh_end;
+  std::memset(cage_at(to.fresh_begin), 0, (same ? fresh_used_ : to.fresh_end) - to.fresh_begin);
+  end_watched(base_, kSlotSize);
+  // Readers of what is taken back must learn that what they will meet is another change.
+  publish(&header_->generation, header_->generation + 2);
+  pending_.resize(to.pending);
+  spare_pages_ = to.spare_pages;
+  fresh_begin_ = to.fresh_begin;
+  fresh_end_ = to.fresh_end;
+  fresh_used_ = to.fresh_used;
+  fresh_segments_.reset();
+  logged_.fill(0);
+  const auto segments = segments_of(Segment::kNewHeap) & ~to.new_heap;
+  if (readers_.any()) {
+    // The log stays: an abort has to know what was handed out.
+    give_back(to.log_last, top, segments, header_->generation);
+  } else {
+    for (std::uint32_t i = 1; i < header_->segments; i++) {
+      if (segments[i]) free_segment(i);
+    }
+    publish(&header_->log_last, to.log_last);
+    area_ = to.area;
+    log_at_ = to.log_at;
+  }
+  return true;
+}
+
+// The one place where readers learn that a change begins: before it, and before the log speaks of it.
+void Database::begin_change() {
+  std::atomic_ref(header_->generation).store(header_->generation | 1, std::memory_order_relaxed);
+  std::atomic_thread_fence(std::memory_order_release);
+}
+
+void Database::end_change() {
+  if (header_->generation & 1) publish(&header_->generation, header_->generation + 1);
+}
+
+bool Database::read_begin(Store* store, std::uint32_t* generation) {
+  ReaderPlace& place = store->reader();
+  std::atomic_ref now(header_->generation);
+  if (snapshot_) {
+    *generation = header_->generation;
+    return true;
+  }
+  if (place.slot < 0 && !readers_.take(store->fd(), &place)) return false;
+  *generation = now.load(std::memory_order_acquire);
+  if ((*generation & 1) && writer() != store) {
+    constexpr std::uint32_t kPatience = 64;
+    place.unsound = place.unsound_generation == *generation ? place.unsound + 1 : 1;
+    place.unsound_generation = *generation;
+    if (place.unsound % kPatience == 0) {
+      recover_if_dead(store);
+      *generation = now.load(std::memory_order_acquire);
+    }
+  }
+  // A section within another one leaves the older generation in the slot.
+  if (place.depth++ == 0) readers_.enter(place, *generation);
+  return true;
+}
+
+bool Database::read_valid(std::uint32_t generation) const {
+  // What was read, with plain loads, was read before this.
+  std::atomic_thread_fence(std::memory_order_acquire);
+  return !(generation & 1) && std::atomic_ref(header_->generation).load(std::memory_order_relaxed) == generation;
+}
+
+void Database::read_end(Store* store) {
+  ReaderPlace& place = store->reader();
+  if (place.depth && --place.depth == 0) readers_.leave(place);
+}
+
+void Database::forget_reader(Store* store) {
+  if (store->reader().slot >= 0) readers_.leave(store->reader());
+}
+
+// Nobody but a writer brings an unfinished change to an end; where it died and no other one comes, a reader does it.
+void Database::recover_if_dead(Store* store) {
+  if (take_turn(store, false)) return;
+  recover(false);
+  give_turn(store);
 }
 
 // What the file says of itself, as far as a writer would follow it out of the file.
 bool Database::header_is_sound() const {
-  const std::uint32_t segments = header_->segments, end = base_ + segments * kSegmentSize;
+  const std::uint32_t segments = header_->segments, end = this->end();
   if (segments < 1 || segments > std::size(header_->kinds)) return false;
   for (std::uint32_t i = 0; i < std::size(header_->kinds); i++) {
     const bool has_kind = i > 0 && i < segments;
     if (header_->kinds[i] > (has_kind ? Segment::kOldHeap : Segment::kFree)) return false;
   }
+  if (!readers_.is_sound()) return false;
   const std::uint32_t at = header_->permanent_at, permanent_end = header_->permanent_end;
   // No end is what a death between two segments leaves.
   return !permanent_end || (at % 8 == 0 && permanent_end % 8 == 0 && at >= base_ + kFirstPermanentAt &&
@@ -219,8 +343,8 @@ bool Database::header_is_sound() const {
 }
 
 bool Database::heap_is_sound() const {
-  const std::uint32_t top = heap_.top(), end = base_ + header_->segments * kSegmentSize;
-  return !top || (top % 8 == 0 && holds(top) && heap_.top_size() <= end - top);
+  const std::uint32_t top = heap_.top();
+  return !top || (top % 8 == 0 && holds(top) && heap_.top_size() <= end() - top);
 }
 
 // Whether the log leads back to its begin by entries that lie in it, and changes nothing that it stands on itself.
@@ -228,7 +352,9 @@ bool Database::log_is_sound() const {
   const std::uint32_t file = header_->segments * kSegmentSize;
   const auto is_log = [this](std::uint32_t at) { return header_->kinds[at / kSegmentSize] == Segment::kLog; };
   std::uint32_t entries = 0;
-  std::uint64_t wiped = 0;  // no memory is given out twice, but for a header behind a block
+  // No memory is given out twice, but for a header behind a block, and a step after each savepoint.
+  std::uint64_t wiped = 0;
+  const auto most_wiped = [file](std::uint64_t entries) { return 2ull * file + entries * kWipeStep; };
   for (std::uint32_t next = header_->log_last; next; entries++) {
     const std::uint32_t at = next - base_;
     if (at % 8 || at < kLogAt || at >= file || entries > file / kEntryHeader) return false;
@@ -238,7 +364,8 @@ bool Database::log_is_sound() const {
     const std::uint32_t to = entry->at - base_, length = entry->length;
     next = entry->previous;
     if (room < kEntryHeader) return false;
-    if (!length && is_heap(entry->at, entry->wiped) && (wiped += entry->wiped) <= 2ull * file) continue;
+    if (!length && is_heap(entry->at, entry->wiped_or_kind) && (wiped += entry->wiped_or_kind) <= most_wiped(entries))
+      continue;
     if (length < 1 || length > room - kEntryHeader) return false;
     if (to < kRootsAt || to >= file || length > file - to) return false;
     const auto within = [&](std::uint32_t begin, std::uint32_t end) { return to >= begin && to + length <= end; };
@@ -262,21 +389,45 @@ bool Database::is_heap(std::uint32_t at, std::uint32_t length) const {
   return true;
 }
 
-// Can be interrupted and begun again: until the last store the log stays as it is.
+// Can be interrupted and begun again: until the last store the log leads back to the same state.
 bool Database::roll_back() {
   if (!log_is_sound()) return false;
-  for (std::uint32_t at = header_->log_last; at;) {
-    const auto* entry = static_cast<const LogEntry*>(cage_at(at));
-    if (entry->length) {
-      std::memcpy(cage_at(entry->at), entry + 1, entry->length);
-    } else {
-      std::memset(cage_at(entry->at), 0, entry->wiped);
-    }
-    at = entry->previous;
+  // How far the wilderness was used; who begins again finds it taken back already.
+  std::uint32_t& reached = readers_.area()->reached;
+  if (!reached) publish(&reached, heap_.top() ? heap_.top() : 1);
+  undo_to(0);
+  pending_.clear();
+  spare_pages_.clear();
+  to_wipe_.clear();
+  if (header_->log_last && !snapshot_ && heap_is_sound() && readers_.any()) {
+    set_kinds(segments_of(Segment::kOldHeap), Segment::kHeap);
+    const auto segments = segments_of(Segment::kNewHeap);
+    use_log_behind();
+    fresh_begin_ = fresh_end_ = 0;
+    fresh_segments_.reset();
+    logged_.fill(0);
+    give_back(0, reached, segments, next_generation());
+    publish(&header_->log_last, 0);
+    wipe_released();
+    set_kinds(segments, Segment::kHeap);
+  } else {
+    settle_segments(false);
+    publish(&header_->log_last, 0);
   }
-  settle_segments(false);
-  publish(&header_->log_last, 0);
+  reached = 0;
   return true;
+}
+
+void Database::undo_to(std::uint32_t entry) {
+  for (std::uint32_t at = header_->log_last; at != entry;) {
+    const auto* saved = static_cast<const LogEntry*>(cage_at(at));
+    if (saved->length) {
+      std::memcpy(cage_at(saved->at), saved + 1, saved->length);
+    } else {
+      std::memset(cage_at(saved->at), 0, saved->wiped_or_kind);
+    }
+    at = saved->previous;
+  }
 }
 
 void Database::settle_segments(bool committed) {
@@ -301,6 +452,18 @@ void Database::free_segment(std::uint32_t segment) {
   header_->kinds[segment] = Segment::kFree;
 }
 
+void Database::set_kinds(const std::bitset<256>& segments, Segment kind) {
+  for (std::uint32_t i = 1; segments.any() && i < header_->segments; i++) {
+    if (segments[i]) header_->kinds[i] = kind;
+  }
+}
+
+std::bitset<256> Database::segments_of(Segment kind) const {
+  std::bitset<256> found;
+  for (std::uint32_t i = 1; i < header_->segments; i++) found[i] = header_->kinds[i] == kind;
+  return found;
+}
+
 void Database::use_log_areas() {
   areas_.assign(1, {base_ + kLogAt, base_ + kFirstPermanentAt});
   for (std::uint32_t i = 1; i < header_->segments; i++) {
@@ -309,6 +472,27 @@ void Database::use_log_areas() {
   }
   area_ = 0;
   log_at_ = areas_[0].begin;
+}
+
+// Behind the log that is there, and in no stretch that it uses.
+void Database::use_log_behind() {
+  use_log_areas();
+  const auto area_of = [this](std::uint32_t at) {
+    std::size_t i = 0;
+    while (at < areas_[i].begin || at >= areas_[i].end) i++;
+    return i;
+  };
+  std::vector<bool> used(areas_.size());
+  for (std::uint32_t at = header_->log_last; at; at = static_cast<const LogEntry*>(cage_at(at))->previous) {
+    used[area_of(at)] = true;
+  }
+  const std::uint32_t last = header_->log_last;
+  log_at_ = last + kEntryHeader + rounded(static_cast<const LogEntry*>(cage_at(last))->length);
+  std::vector<Area> behind = {{log_at_, areas_[area_of(last)].end}};
+  for (std::size_t i = 0; i < areas_.size(); i++) {
+    if (!used[i]) behind.push_back(areas_[i]);
+  }
+  areas_ = std::move(behind);
 }
 
 bool Database::add_log_area() {
@@ -337,19 +521,20 @@ std::uint32_t Database::log_room() {
   }
 }
 
-void Database::append(std::uint32_t at, std::uint32_t length, std::uint32_t wiped) {
+void Database::append(std::uint32_t at, std::uint32_t length, std::uint32_t wiped_or_kind) {
+  if (!header_->log_last) begin_change();
   auto* entry = static_cast<LogEntry*>(cage_at(log_at_));
-  *entry = {at, length, header_->log_last, wiped};
+  *entry = {at, length, header_->log_last, wiped_or_kind};
   std::memcpy(entry + 1, cage_at(at), length);
   publish(&header_->log_last, log_at_);
   std::atomic_signal_fence(std::memory_order_seq_cst);  // the caller's store comes after
   log_at_ += kEntryHeader + rounded(length);
 }
 
-void Database::log(std::uint32_t at, std::uint32_t length) {
+void Database::log(std::uint32_t at, std::uint32_t length, std::uint32_t kind) {
   while (length) {
     const std::uint32_t part = std::min(length, log_room() - kEntryHeader);
-    append(at, part, 0);
+    append(at, part, kind);
     at += part;
     length -= part;
   }
@@ -375,16 +560,16 @@ void Database::hand_out(std::uint32_t at, std::uint32_t length) {
 
 bool Database::is_fresh(std::uint32_t at, std::uint32_t length) const {
   if (at >= fresh_begin_ && at < fresh_end_ && length <= fresh_end_ - at) return true;
-  return kind_of(at) == Segment::kNewHeap && kind_of(at + length - 1) == Segment::kNewHeap;
+  return fresh_segments_[(at - base_) / kSegmentSize] && fresh_segments_[(at + length - 1 - base_) / kSegmentSize];
 }
 
-void Database::announce(std::uint32_t at, std::uint32_t length) {
+void Database::save(std::uint32_t at, std::uint32_t length, std::uint32_t kind) {
   if (!length || is_fresh(at, length)) return;
   // The first bytes logged are the ones that count, so an equal range need not be logged again.
   std::uint64_t range = (std::uint64_t{at} << 32) | length;
   std::uint64_t& before = logged_[(at >> 2 ^ at >> 11) % logged_.size()];
   if (before == range) return;
-  log(at, length);
+  log(at, length, kind);
   before = range;
 }
 
@@ -427,15 +612,14 @@ void Database::free(void* block) {
   std::uint32_t at = cage_ref(block);
   if (in_slot(block) && is_permanent(at)) return free_permanent(at);
   if (!heap_.is_block(block)) stop(Message::kBadFree);
-  if (is_fresh(at, 1)) {
-    if (!reserve_log(kHeapStep)) return;
+  if (!reserve_log(kHeapStep)) return;
+  // An abort needs the bytes of what is older than the transaction, and a reader may have met what is not.
+  if (is_fresh(at, 1) && !readers_.any()) {
     std::memset(block, 0, heap_.block_size(block));
     heap_.free(block);
-    return;
+  } else {
+    keep_pending(at);
   }
-  if (!reserve_log(kHeapStep)) return;
-  heap_.mark_pending(block);
-  pending_.push_back(at);
 }
 
 std::uint32_t Database::block_size(const void* block) const {
@@ -502,14 +686,17 @@ std::uint32_t Database::take_segments(std::uint32_t count, Segment kind, std::ui
     if (first + count > std::size(header_->kinds)) return 0;
   }
   if (first + count > header_->segments && !extend_file(first + count)) return 0;
-  for (std::uint32_t i = first; i < first + count; i++) header_->kinds[i] = kind;
+  for (std::uint32_t i = first; i < first + count; i++) {
+    header_->kinds[i] = kind;
+    if (kind == Segment::kNewHeap) fresh_segments_.set(i);
+  }
   return base_ + first * kSegmentSize;
 }
 
 // Room on the disk first: a store into a hole of the file on a full disk would be a signal, not an error.
 bool Database::extend_file(std::uint32_t segments) {
   off_t from = off_t{header_->segments} * kSegmentSize;
-  off_t length = off_t{segments} * kSegmentSize - from;
+  off_t length = off_t{segments} * kSegmentSize + kFileTail - from;
   int error;
   do {
     error = posix_fallocate(writer()->fd(), from, length);

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <atomic>
+#include <bitset>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -15,10 +16,14 @@
 #include <vector>
 
 #include "platform/change_ring.h"
+#include "platform/reach.h"
+#include "platform/readers.h"
 #include "platform/record_events.h"
 #include "platform/store.h"
 
 namespace kvt {
+
+struct LimboPage;
 
 // What a segment of the file serves.
 enum class Segment : std::uint8_t {
@@ -43,25 +48,34 @@ struct DatabaseHeader {          // stored format, at the start of the file
   std::uint32_t permanent_end;   // offset 40
   std::uint32_t permanent_free;  // offset 44, list of freed permanent blocks
   std::uint64_t key_id;          // offset 48, the key under which secrets are sealed; 0 before the first open
-  std::uint8_t reserved[8];      // offset 56
+  std::uint32_t generation;      // offset 56, odd while a transaction has changed something, each time another
+  std::uint32_t durability;      // offset 60, reserved
   Segment kinds[256];            // offset 64; the first segment is none of these
   std::uint8_t identity[16];     // offset 320, of the file, at random: a backup has its database's
 };
 STORED_SIZE(DatabaseHeader, 336);
 STORED_FIELD(DatabaseHeader, identity, 320, std::uint8_t[16]);
+STORED_FIELD(DatabaseHeader, segments, kSegmentsAt, std::uint32_t);
 STORED_FIELD(DatabaseHeader, log_last, 28, std::uint32_t);
 STORED_FIELD(DatabaseHeader, key_id, 48, std::uint64_t);
+STORED_FIELD(DatabaseHeader, generation, 56, std::uint32_t);
 
 // Layout of the first segment.
 inline constexpr std::uint32_t kRootsAt = 0x1000;
 inline constexpr std::uint32_t kRootsEnd = 0x4000;
+// From here to the log nothing is rolled back but the cards, and where the ring ends.
+inline constexpr std::uint32_t kReadersAt = 0x4000;
 inline constexpr std::uint32_t kRingAt = 0x5000;
 inline constexpr std::uint32_t kCardsAt = 0x15000;
 inline constexpr std::uint32_t kCardsEnd = 0x35000;
 inline constexpr std::uint32_t kLogAt = 0x40000;
 inline constexpr std::uint32_t kFirstPermanentAt = 0x90000;
+// Bytes of the file behind its last segment: a reader that takes the end of a block for the beginning of a larger one
+// stays in the file.
+inline constexpr std::uint32_t kFileTail = 0x10000;
 inline constexpr std::uint32_t kFormatVersion = 2;
 static_assert(kRootsAt + sizeof(StoreRoots) <= kRootsEnd);
+static_assert(kRootsEnd <= kReadersAt && kReadersAt + sizeof(ReaderArea) <= kRingAt);
 static_assert(kRingAt + sizeof(ChangeRing) <= kCardsAt);
 static_assert((kSlotSize >> kCardShift) * sizeof(HeapCard) <= kCardsEnd - kCardsAt && kCardsEnd <= kLogAt);
 // Byte of the file that every reader of the feed holds a shared lock on, as long as it lives.
@@ -70,6 +84,7 @@ inline constexpr std::uint32_t kWatchLockAt = kRingAt;
 struct OpenRequest {
   const char* path;
   bool create;
+  bool snapshot;
   int slot;
   char* message;
   std::size_t message_size;
@@ -78,6 +93,12 @@ struct OpenRequest {
 // Reads and checks the head of a file. False, with `err` and the request's message, if it is no database that this
 // library can read.
 bool read_database_header(const OpenRequest& request, int fd, struct stat* file, DatabaseHeader* header, int* err);
+// Bytes of the file that are locked in place of what they stand for. Far behind the end: one for each slot of readers
+// (readers.cc), and one that who copies the file shares, so that it is not cut short under him.
+inline constexpr off_t kWriteLockAt = 0;
+inline constexpr off_t kCopyLockAt = off_t{1} << 41;
+// As fcntl takes it. 0 or an error.
+int lock_byte(int fd, off_t at, short type, bool wait);
 
 class Database final : public HeapBacking {
  public:
@@ -86,7 +107,8 @@ class Database final : public HeapBacking {
   static void release(Database* database);
   static bool any_open();
 
-  // Takes the lock; rolls back what a dead writer left. 0, EDEADLK, EIO for a damaged file, or what the system gives.
+  // Takes the lock; rolls back what a dead writer left. 0, EDEADLK, EIO for a damaged file, EROFS for a snapshot, or
+  // what the system gives.
   // `even_damaged`: who looks after the file is let in although the heap's wilderness is damaged. What such a
   // transaction changes is told to nobody, but that readers of the feed missed it.
   int begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool even_damaged = false);
@@ -96,6 +118,16 @@ class Database final : public HeapBacking {
   void record_changes();
   void commit();
   void abort();
+  // A place in the open transaction to come back to; marks are numbered from 1, and those behind the one that was gone
+  // back to are void.
+  std::uint32_t savepoint();
+  bool roll_back_to(std::uint32_t mark);
+
+  // The guard of a reader; see kvt/read.h. False when all slots of readers are taken.
+  bool read_begin(Store* store, std::uint32_t* generation);
+  bool read_valid(std::uint32_t generation) const;
+  void read_end(Store* store);
+  void forget_reader(Store* store);
 
   Store* writer() const { return writer_.load(std::memory_order_relaxed); }
   std::uint32_t txn() const { return txn_; }
@@ -128,8 +160,13 @@ class Database final : public HeapBacking {
   bool announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn, bool told = true);
   bool reserve_log(std::uint32_t bytes);
 
-  void announce(std::uint32_t at, std::uint32_t length) override;
+  // The file's present extent.
+  std::uint32_t end() const { return base_ + header_->segments * kSegmentSize; }
+  std::uint32_t base() const { return base_; }
+
+  void announce(std::uint32_t at, std::uint32_t length) override { save(at, length, 0); }
   void hand_out(std::uint32_t at, std::uint32_t length) override;
+  void announce_taken(std::uint32_t at, std::uint32_t length) override { save(at, length, kTaken); }
   std::uint32_t grow(std::uint32_t segments, std::uint32_t wanted) override;
   bool holds(std::uint32_t at) const override;
 
@@ -137,34 +174,78 @@ class Database final : public HeapBacking {
   struct Area {  // a stretch of undo log
     std::uint32_t begin, end;
   };
+  static constexpr std::uint32_t kTaken = 1;  // kind of an entry: a free chunk that was made use of
+  struct LogEntry {                           // stored format, before the bytes as they were
+    std::uint32_t at;
+    std::uint32_t length;  // of those bytes; 0 for memory that was free, and zero
+    std::uint32_t previous;
+    std::uint32_t wiped_or_kind;  // length of that memory; with bytes, their kind
+  };
+  STORED_SIZE(LogEntry, 16);
+  struct Savepoint {
+    std::uint32_t log_last;
+    std::size_t area;
+    std::uint32_t log_at;
+    std::size_t pending;
+    std::vector<std::uint32_t> spare_pages;
+    std::uint32_t fresh_begin, fresh_end, fresh_used;
+    std::bitset<256> new_heap;
+  };
 
   Database() = default;
   ~Database() = default;
   char* cage_base() const { return kvt_cage_base + base_; }
-  std::uint32_t base() const { return base_; }
   Segment kind_of(std::uint32_t at) const { return header_->kinds[(at - base_) / kSegmentSize]; }
   bool is_fresh(std::uint32_t at, std::uint32_t length) const;
   std::uint32_t take_segments(std::uint32_t count, Segment kind, std::uint32_t wanted);
   bool extend_file(std::uint32_t segments);
   void use_log_areas();
   bool add_log_area();
-  void log(std::uint32_t at, std::uint32_t length);
   // An undo log entry that makes the range zero.
   void log_wipe(std::uint32_t at, std::uint32_t length);
   std::uint32_t log_room();
-  void append(std::uint32_t at, std::uint32_t length, std::uint32_t wiped);
+  void append(std::uint32_t at, std::uint32_t length, std::uint32_t wiped_or_kind);
+  void use_log_behind();
+  void save(std::uint32_t at, std::uint32_t length, std::uint32_t kind);
+  void log(std::uint32_t at, std::uint32_t length, std::uint32_t kind);
+  int take_turn(Store* store, bool wait);
+  void give_turn(Store* store);
+  bool recover(bool even_damaged);
+  void recover_if_dead(Store* store);
   bool roll_back();
   bool has_watchers(const Store* store);
+  void undo_to(std::uint32_t entry);
+  void use_wilderness();
+  void begin_change();
+  void end_change();
+  std::uint32_t next_generation() const { return (header_->generation | 1) + 1; }
   bool header_is_sound() const;
   bool heap_is_sound() const;
   bool log_is_sound() const;
   bool is_heap(std::uint32_t at, std::uint32_t length) const;
   void settle_segments(bool committed);
   void free_segment(std::uint32_t segment);
-  // Frees a block of before the transaction, in its commit.
-  void give_back(std::uint32_t block);
+  void set_kinds(const std::bitset<256>& segments, Segment kind);
+  std::bitset<256> segments_of(Segment kind) const;
   void free_permanent(std::uint32_t at);
-  void release_lock();
+  int copy_from(int fd);
+
+  // Memory that readers may stand on: reclaim.cc.
+  void give_back(std::uint32_t entry, std::uint32_t top, const std::bitset<256>& segments, std::uint32_t generation);
+  void release_block(std::uint32_t at);
+  void wipe_released();
+  void keep_pending(std::uint32_t at);
+  void settle_pending();
+  LimboPage* page_at(std::uint32_t at) const;
+  std::size_t limbo_room() const;
+  bool add_spare_page();
+  bool limbo_push(std::uint32_t block, std::uint32_t generation);
+  void limbo_drain(Store* store);
+  template <class T>
+  void write(T* at, T value) {
+    announce(cage_ref(at), sizeof value);
+    *at = value;
+  }
 
   // Set once, when the file is mapped.
   int references_ = 0;  // guarded by the table of databases
@@ -176,6 +257,8 @@ class Database final : public HeapBacking {
   DatabaseHeader* header_ = nullptr;
   StoreRoots* roots_ = nullptr;
   Heap heap_;
+  Readers readers_;
+  bool snapshot_ = false;  // memory of this process alone, a copy of the file
 
   // One writer of this process at a time; the lock of the file keeps out other processes.
   std::mutex turn_mutex_;
@@ -191,8 +274,12 @@ class Database final : public HeapBacking {
   std::uint32_t fresh_begin_ = 0;
   std::uint32_t fresh_end_ = 0;
   std::uint32_t fresh_used_ = 0;  // an abort wipes what lies before
+  std::vector<Area> to_wipe_;     // free memory that the commit leaves, with what was in it before
+  std::bitset<256> fresh_segments_;
   std::vector<std::uint32_t> pending_;
-  std::vector<Area> to_wipe_;              // free memory that the commit leaves, with what was in it before
+  std::vector<std::uint32_t> spare_pages_;  // of limbo, made in the transaction
+  std::vector<Savepoint> savepoints_;
+  std::uint32_t stuck_ = 0;                // commits in a row that one reader kept from freeing
   std::array<std::uint64_t, 512> logged_;  // ranges logged before, by a hash of the range
   RecordEvents events_;
   bool heard_ = false;    // by a handler of the process

@@ -45,12 +45,13 @@ int read_all(int fd, void* bytes, std::size_t length, off_t at) {
 
 // As the open transaction found it. What the undo log holds is not of the state, and stays behind.
 int Database::copy_to(int fd) const {
-  const off_t size = off_t{header_->segments} * kSegmentSize;
+  const off_t size = off_t{header_->segments} * kSegmentSize + kFileTail;
   if (const int error = posix_fallocate(fd, 0, size)) return error;
   DatabaseHeader head = *header_;
   head.log_last = 0;
   if (const int error = write_all(fd, &head, sizeof head, 0)) return error;
-  if (const int error = write_all(fd, cage_base() + kRootsAt, kLogAt - kRootsAt, kRootsAt)) return error;
+  if (const int error = write_all(fd, cage_base() + kRootsAt, kReadersAt - kRootsAt, kRootsAt)) return error;
+  if (const int error = write_all(fd, cage_base() + kRingAt, kLogAt - kRingAt, kRingAt)) return error;
   if (const int error =
           write_all(fd, cage_base() + kFirstPermanentAt, kSegmentSize - kFirstPermanentAt, kFirstPermanentAt)) {
     return error;
@@ -130,8 +131,19 @@ std::uint64_t Database::shorten_file() {
   while (segments > 1 && header_->kinds[segments - 1] == Segment::kFree) --segments;
   const std::uint64_t freed = std::uint64_t{header_->segments - segments} * kSegmentSize;
   if (!freed) return 0;
-  std::atomic_ref(header_->segments).store(segments, std::memory_order_release);
-  return ftruncate(writer()->fd(), off_t{segments} * kSegmentSize) ? 0 : freed;
+  // Nobody who copies the file or reads in it may find its end moved. Who begins to read from here on sees the new one.
+  const int fd = writer()->fd();
+  if (lock_byte(fd, kCopyLockAt, F_WRLCK, false)) return 0;
+  const std::uint32_t before = header_->segments;
+  publish(&header_->segments, segments);
+  bool shorter = false;
+  if (readers_.any()) {
+    publish(&header_->segments, before);
+  } else {
+    shorter = ftruncate(fd, off_t{segments} * kSegmentSize + kFileTail) == 0;
+  }
+  lock_byte(fd, kCopyLockAt, F_UNLCK, true);
+  return shorter ? freed : 0;
 }
 
 }  // namespace kvt

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -94,15 +95,17 @@ int fill_new_file(int fd, std::uint32_t slot) {
   header.permanent_end = base + kSegmentSize;
   std::uint32_t tables_at = kRootsAt + static_cast<std::uint32_t>(offsetof(StoreRoots, tables));
   kvt_table_list tables = {0, base + tables_at};
-  if (int error = posix_fallocate(fd, 0, kSegmentSize)) return error;
+  if (int error = posix_fallocate(fd, 0, kSegmentSize + kFileTail)) return error;
   if (int error = write_all(fd, &tables, sizeof tables, tables_at)) return error;
   return write_all(fd, &header, sizeof header, 0);
 }
 
 // Opens a file that is there. A symbolic link counts only where none but its folder's owner can have put it. -1, with
 // errno.
-int open_present(const char* path) {
-  constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NONBLOCK;  // no waiting at a pipe that bears the name
+int open_present(const OpenRequest& request) {
+  const char* path = request.path;
+  // No waiting at a pipe that bears the name.
+  const int kFlags = (request.snapshot ? O_RDONLY : O_RDWR) | O_CLOEXEC | O_NONBLOCK;
   const int fd = ::open(path, kFlags | O_NOFOLLOW);
   if (fd >= 0 || errno != ELOOP) return fd;
   const char* slash = std::strrchr(path, '/');
@@ -151,8 +154,9 @@ bool read_database_header(const OpenRequest& request, int fd, struct stat* file,
         kFormatVersion);
     return false;
   }
-  if (got < static_cast<ssize_t>(sizeof *header) || file->st_size < kSegmentSize ||
-      file->st_size / kSegmentSize < header->segments) {
+  // The size again: between the two looks a writer may have let the file grow.
+  if (got < static_cast<ssize_t>(sizeof *header) || fstat(fd, file) || file->st_size < kSegmentSize + kFileTail ||
+      (file->st_size - kFileTail) / kSegmentSize < header->segments) {
     say(request, "database \"%s\" is cut short", request.path);
     return false;
   }
@@ -180,18 +184,34 @@ Database* DatabaseTable::map(const OpenRequest& request, const struct stat& file
   }
   d->base_ = kDatabaseBegin + slot * kSlotSize;
   // The whole slot: what lies behind the end of the file becomes reachable as the file grows, in every process.
-  if (mmap(d->cage_base(), kSlotSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, fd, 0) == MAP_FAILED) {
+  const int flags = request.snapshot ? MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE : MAP_SHARED;
+  if (mmap(d->cage_base(), kSlotSize, PROT_READ | PROT_WRITE, flags | MAP_FIXED, request.snapshot ? -1 : fd, 0) ==
+      MAP_FAILED) {
     *err = errno;
     say_error(request, "map", *err);
     delete d;
     return nullptr;
   }
-  d->device_ = file.st_dev;
-  d->inode_ = file.st_ino;
+  d->snapshot_ = request.snapshot;
+  if (!d->snapshot_) {  // else nobody finds it
+    d->device_ = file.st_dev;
+    d->inode_ = file.st_ino;
+  }
   d->path_ = request.path;
   d->slot_ = slot;
   d->header_ = reinterpret_cast<DatabaseHeader*>(d->cage_base());
   d->roots_ = reinterpret_cast<StoreRoots*>(d->cage_base() + kRootsAt);
+  // Memory is not hidden: what one process frees another may take into use.
+  d->heap_.attach(&d->roots_->heap, d, /*logged=*/true, /*hide_free=*/false,
+                  reinterpret_cast<HeapCard*>(d->cage_base() + kCardsAt), d->base_);
+  d->readers_.attach(reinterpret_cast<ReaderArea*>(d->cage_base() + kReadersAt));
+  if (d->snapshot_) *err = d->copy_from(fd);
+  if (*err) {
+    say_error(request, "read", *err);
+    clear_slot(d->cage_base());
+    delete d;
+    return nullptr;
+  }
   if (d->roots_->tables.last_link - d->base_ >= kSlotSize) {  // what it holds was made for another slot
     say(request, "database \"%s\" has a damaged header", request.path);
     *err = EINVAL;
@@ -199,9 +219,6 @@ Database* DatabaseTable::map(const OpenRequest& request, const struct stat& file
     delete d;
     return nullptr;
   }
-  // Memory is not hidden: what one process frees another may take into use.
-  d->heap_.attach(&d->roots_->heap, d, /*logged=*/true, /*hide_free=*/false,
-                  reinterpret_cast<HeapCard*>(d->cage_base() + kCardsAt), d->base_);
   slots[slot] = d;
   open_count++;
   return d;
@@ -214,10 +231,60 @@ void DatabaseTable::unmap(Database* database) {
   delete database;
 }
 
+// Fills the slot with the file's last committed state; 0 or an error. Beside a writer the bytes are copied first and
+// its undo log after them, which then holds all that was changed meanwhile; the copy is rolled back. It counts if no
+// transaction ended since the first byte. When they end faster than that, the writers are kept out for one copy.
+int Database::copy_from(int fd) {
+  void* map = mmap(nullptr, kSlotSize, PROT_READ, MAP_SHARED, fd, 0);
+  if (map == MAP_FAILED) return errno;
+  const auto* file = static_cast<const char*>(map);
+  const auto* header = reinterpret_cast<const DatabaseHeader*>(file);
+  const auto copy = [&](std::size_t from, std::size_t to) { std::memcpy(cage_base() + from, file + from, to - from); };
+  const auto generation = [header] {
+    return std::atomic_ref(const_cast<std::uint32_t&>(header->generation)).load(std::memory_order_acquire);
+  };
+  const auto copy_segments = [&](auto wanted) {
+    const std::uint32_t segments = std::min<std::uint32_t>(header->segments, kSlotSize / kSegmentSize);
+    for (std::size_t i = 1; i < segments; i++) {
+      if (wanted(header->kinds[i])) copy(i * kSegmentSize, (i + 1) * kSegmentSize);
+    }
+  };
+  bool good = false, alone = false;
+  int error = lock_byte(fd, kCopyLockAt, F_RDLCK, true);
+  constexpr int kTries = 8;
+  for (int tries = 0; !good && !alone && !error; ++tries) {
+    if (tries == kTries) {
+      error = lock_byte(fd, kWriteLockAt, F_RDLCK, true);
+      alone = true;
+    }
+    const std::uint32_t before = generation();
+    copy(0, kLogAt);
+    copy(kFirstPermanentAt, kSegmentSize);
+    copy_segments([](Segment kind) { return kind != Segment::kFree && kind != Segment::kLog; });
+    std::atomic_thread_fence(std::memory_order_acquire);
+    copy(0, sizeof(DatabaseHeader));
+    copy(kLogAt, kFirstPermanentAt);
+    copy_segments([](Segment kind) { return kind == Segment::kLog; });
+    std::atomic_thread_fence(std::memory_order_acquire);
+    const std::uint32_t after = generation();
+    // An odd generation without a log is a transaction that has just begun to change something, or just committed.
+    good = (before | 1) == (after | 1) && (after % 2 == 0 || header_->log_last);
+  }
+  if (alone) lock_byte(fd, kWriteLockAt, F_UNLCK, true);
+  lock_byte(fd, kCopyLockAt, F_UNLCK, true);
+  munmap(map, kSlotSize);
+  if (error) return error;
+  const bool left_open = header_->log_last;
+  if (!header_is_sound() || (left_open && !roll_back()) || !heap_is_sound()) return EIO;
+  if (!left_open) settle_segments(true);
+  end_change();
+  return 0;
+}
+
 Store* Database::open(const OpenRequest& request, int* err) {
   std::lock_guard lock(table.mutex);
-  int fd = open_present(request.path);
-  if (fd < 0 && errno == ENOENT && request.create) {
+  int fd = open_present(request);
+  if (fd < 0 && errno == ENOENT && request.create && !request.snapshot) {
     if (request.slot >= KVT_DATABASE_SLOTS) {
       say(request, "there is no slot %d", request.slot);
       *err = EINVAL;
@@ -241,7 +308,7 @@ Store* Database::open(const OpenRequest& request, int* err) {
       say_error(request, "make", *err);
       return nullptr;
     }
-    fd = open_present(request.path);
+    fd = open_present(request);
   }
   if (fd < 0) {
     *err = errno == EISDIR ? EINVAL : errno == ELOOP ? EACCES : errno;
@@ -258,7 +325,7 @@ Store* Database::open(const OpenRequest& request, int* err) {
   DatabaseHeader header{};
   Database* database = nullptr;
   if (read_database_header(request, fd, &file, &header, err)) {
-    database = table.find(file);
+    database = request.snapshot ? nullptr : table.find(file);
     if (!database) database = table.map(request, file, header.slot, fd, err);
   }
   Store* store = database ? Store::make_shared(database, fd) : nullptr;

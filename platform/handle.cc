@@ -64,16 +64,17 @@ void clear_message(const kvt_handle_options& options) {
 
 // Gives the store the key of the file. 0, or an error with the message filled in.
 int open_key(Store* store, const char* path, const kvt_handle_options& options) {
-  KeyFileRequest request = {path, options.create != 0, options.message, options.message_size};
+  KeyFileRequest request = {path, options.create && !options.snapshot, options.message, options.message_size};
   Database* database = store->database();
+  const bool replace = options.replace_key && !options.snapshot;
   if (database) {
     // A new key in the place of a lost one would hide the loss, and the old file could not come back.
-    if (database->has_key()) request.create = options.replace_key != 0;
+    if (database->has_key()) request.create = replace;
   }
   int err = 0;
   KeyHold key = key_file_open(request, &err);
   if (!key) return err;
-  if (database && !database->adopt_key(*key, options.replace_key != 0))
+  if (database && !database->adopt_key(*key, replace))
     return key_file_fail(request, EKEYREJECTED, "does not hold the key of the database");
   store->set_key(std::move(key));
   return 0;
@@ -121,7 +122,8 @@ kvt_handle* kvt_handle_open_database(const char* path, const kvt_handle_options*
   const kvt_handle_options options = kvt::options_or_default(given);
   kvt::clear_message(options);
   *err = 0;
-  Store* store = Database::open({path, options.create != 0, options.slot, options.message, options.message_size}, err);
+  Store* store = Database::open(
+      {path, options.create != 0, options.snapshot != 0, options.slot, options.message, options.message_size}, err);
   if (!store) return nullptr;
   const std::string key_file = options.key_file ? options.key_file : std::string(path) + ".key";
   *err = kvt::open_key(store, key_file.c_str(), options);
@@ -209,6 +211,24 @@ void kvtdb_txn_abort(kvt_handle* handle, uint32_t txn, int* err) {
   if (!database) return kvt::end_private(handle);
   handle->default_txn = KVT_NO_TXN;
   database->abort();
+}
+
+uint32_t kvtdb_savepoint(kvt_handle* handle, uint32_t txn, int* err) {
+  if (*err) return 0;
+  Database* database = kvt::database_of(handle);
+  const int error = !kvt::has_open(handle, txn) ? EINVAL : !database ? EOPNOTSUPP : 0;
+  if (!error) return database->savepoint();
+  kvt_store_epoch_err(handle, error, err);
+  return 0;
+}
+
+void kvtdb_rollback_to(kvt_handle* handle, uint32_t txn, uint32_t mark, int* err) {
+  Database* database = kvt::database_of(handle);
+  const int error = !kvt::has_open(handle, txn)     ? EINVAL
+                    : !database                     ? EOPNOTSUPP
+                    : !database->roll_back_to(mark) ? EINVAL
+                                                    : 0;
+  if (error && !*err) kvt_store_epoch_err(handle, error, err);
 }
 
 int kvtlib_database_is_write_locked(kvt_handle* handle) { return handle->runtime->store->can_write(); }

@@ -94,7 +94,7 @@ void Heap::push(std::uint32_t chunk, std::uint32_t size) {
 
 void Heap::unlink(std::uint32_t chunk, std::uint32_t size) {
   // The links lie in what becomes a block, where the owner writes without announcing: they are saved with the header.
-  if (logged_) backing_->announce(chunk, kChunkMinimum);
+  if (logged_) backing_->announce_taken(chunk, kChunkMinimum);
   std::uint32_t next = get(chunk + 8);
   std::uint32_t previous = get(chunk + 12);
   if (previous) {
@@ -212,12 +212,13 @@ std::uint32_t Heap::take_from_bins(std::uint32_t need) {
   return chunk;
 }
 
-std::uint32_t Heap::take_from_top(std::uint32_t need) {
+std::uint32_t Heap::take_from_top(std::uint32_t need, bool for_use) {
   std::uint32_t chunk = meta_->top;
   std::uint32_t size = top_size();
   if (!chunk || size < need) return 0;
   std::uint32_t rest = size - need;
-  hand_out(chunk + kChunkHeader, rest < kChunkMinimum ? size - kChunkHeader : need);  // with the header of the rest
+  if (for_use)
+    hand_out(chunk + kChunkHeader, rest < kChunkMinimum ? size - kChunkHeader : need);  // with the header of the rest
   if (rest < kChunkMinimum) {
     // The end mark learns of its neighbour only now: while the wilderness lies before it, nobody asks.
     set(chunk + size + 4, size);
@@ -252,11 +253,15 @@ void* Heap::alloc(std::uint32_t size) {
   return block;
 }
 
-bool Heap::is_block(const void* block) const {
+bool Heap::is_block(const void* block) const { return has_flags(block, kChunkUsed); }
+
+bool Heap::is_pending(const void* block) const { return has_flags(block, kChunkUsed | kChunkPending); }
+
+bool Heap::has_flags(const void* block, std::uint32_t flags) const {
   std::uint32_t chunk = cage_ref(block) - kChunkHeader;
   if (!in_cage(block) || chunk % 8 || !backing_->holds(chunk)) return false;
   std::uint32_t size = size_of(chunk);
-  if ((get(chunk) & kChunkFlags) != kChunkUsed || size < kChunkMinimum || size > kNumberBegin - chunk) return false;
+  if ((get(chunk) & kChunkFlags) != flags || size < kChunkMinimum || size > kNumberBegin - chunk) return false;
   return backing_->holds(chunk + size) && previous_size(chunk + size) == size;
 }
 
@@ -289,6 +294,27 @@ void Heap::mark_pending(void* block) {
 void Heap::clear_pending(void* block) {
   std::uint32_t chunk = cage_ref(block) - kChunkHeader;
   set(chunk, get(chunk) & ~kChunkPending);
+}
+
+std::uint32_t Heap::set_aside(std::uint32_t chunk) {
+  const std::uint32_t size = size_of(chunk);
+  if (is_used(chunk) || size < kChunkMinimum || size > kLargest) return 0;
+  // What was free inside of a larger chunk may still look like one; the bin knows.
+  std::uint32_t in_bin = meta_->bins[bin_of(size)];
+  while (in_bin && in_bin != chunk) in_bin = get(in_bin + 8);
+  if (!in_bin) return 0;
+  unlink(chunk, size);
+  put(chunk, size | kChunkUsed | kChunkPending);
+  return chunk + kChunkHeader;
+}
+
+std::uint32_t Heap::set_aside_top(std::uint32_t up_to) {
+  const std::uint32_t top = meta_->top, size = top_size();
+  if (!top || up_to == top) return 0;
+  const bool inside = up_to > top && up_to < top + size;
+  const std::uint32_t chunk = take_from_top(inside ? up_to - top : size, /*for_use=*/false);
+  put(chunk, get(chunk) | kChunkPending);
+  return chunk + kChunkHeader;
 }
 
 void Heap::free(void* block) {

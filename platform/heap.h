@@ -26,6 +26,8 @@ class HeapBacking {
   virtual void announce(std::uint32_t at, std::uint32_t length) = 0;
   // Free memory, zero now, is about to go to an owner, who writes it without a word. Only of a heap that is logged.
   virtual void hand_out(std::uint32_t, std::uint32_t) {}
+  // The same of a chunk that leaves the free ones.
+  virtual void announce_taken(std::uint32_t at, std::uint32_t length) { announce(at, length); }
   // Whole segments in one run, if possible at `wanted`, which is 0 for no wish. 0 when there are none.
   virtual std::uint32_t grow(std::uint32_t segments, std::uint32_t wanted) = 0;
   // Whether the segment around `at` was given by grow.
@@ -52,6 +54,7 @@ class Heap {
   void free(void* block);
   // False for what is no allocated block of this heap, as far as can be told from its neighbours.
   bool is_block(const void* block) const;
+  bool is_pending(const void* block) const;           // likewise, of a block that is pending
   std::uint32_t block_size(const void* block) const;  // 0 for what is no allocated block
   // For who looks after a database.
   HeapCard* cards() const { return cards_; }
@@ -66,12 +69,18 @@ class Heap {
   // Gives back whole segments at the end of the newest region as far as nothing is in them. @return where the region
   // ends now; 0 when nothing can be given back
   std::uint32_t give_back_end();
+  // Takes a free chunk out of use, as a block that is pending; 0 when none begins there.
+  std::uint32_t set_aside(std::uint32_t chunk);
+  // The same of the wilderness up to that place, or of all of it where the place is outside.
+  std::uint32_t set_aside_top(std::uint32_t up_to);
   std::uint32_t top() const { return meta_->top; }
+  std::uint32_t end() const { return meta_->end; }
   std::uint32_t top_size() const;
 
  private:
+  bool has_flags(const void* block, std::uint32_t flags) const;
   std::uint32_t take_from_bins(std::uint32_t need);
-  std::uint32_t take_from_top(std::uint32_t need);
+  std::uint32_t take_from_top(std::uint32_t need, bool for_use = true);
   void set(std::uint32_t at, std::uint32_t value);
   void set_meta(std::uint32_t* at, std::uint32_t value);
   void set_header(std::uint32_t chunk, std::uint32_t size_and_flags, std::uint32_t previous);

@@ -2,6 +2,7 @@
 // reaches. A ref<T> is such an address; 0 is null. See docs/design/cage.md.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -51,6 +52,12 @@ void store(void* at, T value) {
 }
 inline void* at_offset(void* base, std::size_t offset) { return static_cast<char*>(base) + offset; }
 inline const void* at_offset(const void* base, std::size_t offset) { return static_cast<const char*>(base) + offset; }
+
+// Stores a word after all that was stored before it: what other processes, and a dead writer's successor, rely on. The
+// processor keeps that order, the compiler must too.
+inline void publish(std::uint32_t* at, std::uint32_t value) {
+  std::atomic_ref(*at).store(value, std::memory_order_release);
+}
 
 // Announces a store through the handle and makes it. A private handle that nobody has changed has nobody to tell.
 template <class T>

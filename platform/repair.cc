@@ -31,6 +31,10 @@ class Repair {
       put(root ? static_cast<std::uint32_t*>(cage_at(root)) : &store_.roots()->timer_trees, 0u);
       say("timers: those of the tree at %08x given up", root);
     }
+    if (!found_.limbo_is_sound()) {
+      put(&store_.roots()->limbo, 0u);
+      say("%s: given up; what it held stays unused", "limbo");
+    }
     relink_tables();
     std::uint64_t pending = 0;
     for (const CheckedTable& table : found_.tables()) {

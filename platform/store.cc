@@ -67,12 +67,14 @@ Store* Store::make_shared(Database* database, int fd) {
   if (!store) return nullptr;
   store->database_ = database;
   store->fd_ = fd;
+  store->process_ = static_cast<std::uint32_t>(getpid());
   store->roots_ = database->roots();
   return store;
 }
 
 void Store::destroy() {
   if (database_) {
+    database_->forget_reader(this);
     Database::release(database_);
     close(fd_);
   } else {

@@ -5,9 +5,11 @@
 #include <cstdint>
 #include <utility>
 
+#include "kvt/read.h"
 #include "kvt/table.h"
 #include "platform/heap.h"
 #include "platform/keyring.h"
+#include "platform/readers.h"
 
 namespace kvt {
 
@@ -38,9 +40,11 @@ struct StoreRoots {  // stored format
   RefMapHead oids_by_serial;  // lower half of a serial -> OidEntry, of the identities that were given out
   std::uint32_t oids_due;     // list of OidEntry: objects to destroy that nothing refers to any more
   std::uint32_t timer_trees;  // list of TimerTree
+  std::uint32_t limbo;        // freed blocks that readers may stand on: newest page of a ring
+  std::uint32_t reserved;
   std::uint8_t identity[16];  // of the store, at random; zero until it is needed
 };
-STORED_SIZE(StoreRoots, sizeof(HeapMeta) + 2 * kKeyBuckets * 4 + 16 + 32 + 8 + 64 + 40);
+STORED_SIZE(StoreRoots, sizeof(HeapMeta) + 2 * kKeyBuckets * 4 + 16 + 32 + 8 + 64 + 48);
 
 class Store : public HeapBacking {
  public:
@@ -63,6 +67,10 @@ class Store : public HeapBacking {
   // NULL: no randomness.
   const Key* sealing_key();
   void set_key(KeyHold key) { key_ = std::move(key); }
+  ReaderPlace& reader() { return reader_; }
+  // What the transaction begun last found of the writer before it.
+  kvt_recovery& recovery() { return recovery_; }
+  std::uint32_t process() const { return process_; }
 
   void* alloc(std::uint32_t txn, std::uint32_t size);
   // Memory that outlives an abort: for what the process remembers by address.
@@ -104,6 +112,9 @@ class Store : public HeapBacking {
   StoreRoots* roots_ = nullptr;
   Heap heap_;  // of a private store
   KeyHold key_;
+  ReaderPlace reader_;
+  kvt_recovery recovery_{};
+  std::uint32_t process_ = 0;
   Store* next_free_ = nullptr;
 };
 

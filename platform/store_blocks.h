@@ -62,4 +62,17 @@ struct RefMapEntry {  // stored format
 };
 STORED_SIZE(RefMapEntry, 8);
 
+inline constexpr std::uint32_t kLimboEntries = 509;
+
+struct LimboPage {     // stored format; see reclaim.cc
+  std::uint32_t next;  // the page after it; that of the newest one is the oldest
+  std::uint32_t first, count;
+  std::uint32_t reserved;
+  struct {
+    std::uint32_t block;
+    std::uint32_t generation;  // readers from this one on never met the block
+  } entries[kLimboEntries];
+};
+STORED_SIZE(LimboPage, 4088);
+
 }  // namespace kvt

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "platform/handle.h"
+#include "platform/reach.h"
 #include "platform/registry.h"
 #include "platform/store_blocks.h"
 #include "platform/table_blocks.h"
@@ -27,7 +28,10 @@ struct TableKey {
 
 TableKey key_of(const void* table) {
   int err = 0;
-  const kvt_type_record* record = kvt_get_manifested_type_info(table, &err);
+  const auto link = load<std::uint32_t>(table);
+  const bool led = is_static_number(link) || Reach(table).has(link);
+  const kvt_type_record* record = led ? kvt_get_manifested_type_info(table, &err) : nullptr;
+  if (in_cage(record) && !Reach(table).has(cage_ref(record), sizeof *record)) record = nullptr;
   const char* path = table_at(table)->table_name;
   bool by_name = table_at(table)->id_mode == 0;
   return {record ? record->luid : nullptr, sizeof record->luid, by_name ? path : nullptr,
@@ -42,9 +46,14 @@ bool operator==(const TableKey& a, const TableKey& b) {
 }
 
 void* find(const StoreRoots* roots, const TableKey& key) {
-  for (const auto* e = static_cast<TocEntry*>(cage_at(roots->contents_entries)); e;
-       e = static_cast<TocEntry*>(cage_at(e->next))) {
-    if (key_of(cage_at(e->table)) == key) return cage_at(e->table);
+  // A writer may be at the list.
+  const Reach reach(roots);
+  std::uint32_t at = roots->contents_entries;
+  for (std::uint32_t left = kSlotSize / sizeof(TocEntry); left && reach.has(at); --left) {
+    const auto* entry = static_cast<TocEntry*>(cage_at(at));
+    const std::uint32_t table = entry->table;
+    if (reach.has(table) && key_of(cage_at(table)) == key) return cage_at(table);
+    at = entry->next;
   }
   return nullptr;
 }

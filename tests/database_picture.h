@@ -8,8 +8,8 @@
 
 #include "platform/database.h"
 
-// All bytes of the file but the undo log, permanent memory, the ring of changes, the number of the last transaction and
-// the size, which only grows; a stretch of undo log counts as free.
+// All bytes of the file but the undo log, permanent memory, the readers, the ring of changes, the numbers of the
+// last transaction and generation, and the size, which only grows; a stretch of undo log counts as free.
 inline std::string database_picture(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   std::string bytes((std::istreambuf_iterator<char>(in)), {});
@@ -21,9 +21,10 @@ inline std::string database_picture(const std::string& path) {
     clear(i * kvt::kSegmentSize, (i + 1) * kvt::kSegmentSize);
     if (kind == kvt::Segment::kLog) header->kinds[i] = kvt::Segment::kFree;
   }
-  clear(kvt::kRingAt, kvt::kCardsAt);
+  clear(kvt::kReadersAt, kvt::kCardsAt);
   clear(kvt::kLogAt, kvt::kSegmentSize);
   clear(offsetof(kvt::DatabaseHeader, segments), offsetof(kvt::DatabaseHeader, key_id));
+  clear(offsetof(kvt::DatabaseHeader, generation), offsetof(kvt::DatabaseHeader, durability));
   return bytes.substr(0, bytes.find_last_not_of('\0') + 1);
 }
 

@@ -6,7 +6,7 @@
 namespace wlanctl {
 
 void run_export(const Options& options) {
-  const Store store = Store::open_database(options, Open::kExisting);
+  const Store store = Store::open_database(options, Open::kSnapshot);
   std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<zarn_wlan>\n";
   for (const Table& table : tables()) {
     for_each_record(store, table, [&](void* record) { text += laid_out(record_xml(store, table, record), 1); });

@@ -185,7 +185,7 @@ void list_keys(const Store& store, const Table& table, bool json) {
 }  // namespace
 
 void run_list(const Options& options) {
-  const Store store = Store::open_database(options, Open::kExisting);
+  const Store store = Store::open_database(options, Open::kSnapshot);
   const Table& table = options.table.empty() ? profiles() : *table_named(options.table);
   if (&table != &profiles() && &table != &group_profiles()) return list_keys(store, table, options.json);
   std::vector<Row> rows;
@@ -196,7 +196,7 @@ void run_list(const Options& options) {
 }
 
 void run_show(const Options& options) {
-  const Store store = Store::open_database(options, Open::kExisting);
+  const Store store = Store::open_database(options, Open::kSnapshot);
   const Table& table = options.table.empty() ? profiles() : *table_named(options.table);
   void* record = require_record(store, table, options.key);
   void* payload = table.payload_of(store.handle(), KVT_NO_TXN, record);
@@ -204,7 +204,7 @@ void run_show(const Options& options) {
 }
 
 void run_find(const Options& options) {
-  const Store store = Store::open_database(options, Open::kExisting);
+  const Store store = Store::open_database(options, Open::kSnapshot);
   // Only the group's table is ordered by SSID; it holds the number and the name as well.
   struct {
     const char* field;

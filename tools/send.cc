@@ -7,7 +7,7 @@
 namespace wlanctl {
 
 void run_send(const Options& options) {
-  const Store store = Store::open_database(options, Open::kExisting);
+  const Store store = Store::open_database(options, Open::kSnapshot);
   Stream stream =
       options.socket.empty() ? Stream::standard_output() : Stream::connect_to(options.socket, options.wait_sec);
   std::uint32_t count = 0;

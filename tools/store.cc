@@ -119,11 +119,14 @@ std::string reason(int err) {
 }
 
 Store Store::open_database(const Options& options, Open how) {
+  // A copy cannot give the database another key.
+  if (how == Open::kSnapshot && options.replace_key) open_database(options, Open::kExisting);
   kvt_handle_options opening;
   kvt_handle_options_init(&opening);
   char message[512] = "";
   opening.tracking = KVT_STTR_ON;
   opening.create = how == Open::kCreate ? 1 : 0;
+  opening.snapshot = how == Open::kSnapshot ? 1 : 0;
   opening.replace_key = options.replace_key ? 1 : 0;
   opening.domain_name = "wlanctl";
   if (!options.key_file.empty()) opening.key_file = options.key_file.c_str();

@@ -25,7 +25,9 @@ std::string trace_reason();
 /// " (reason)" for an error code of the library, after its own words where it left some.
 std::string reason(int err);
 
-enum class Open { kExisting, kCreate };
+/// kSnapshot: a copy of the last committed state, taken under the guard of readers, so that no writer is waited for and
+/// none changes what is read.
+enum class Open { kExisting, kCreate, kSnapshot };
 
 /// A handle over a database, or over a private store. All of them track state, so that `set` can tell a field's state.
 class Store {

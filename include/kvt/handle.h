@@ -100,6 +100,7 @@ typedef struct kvt_handle_options {
   const char* key_file;     ///< key for secrets; NULL: for a database "<path>.key", else a random key of this process
   int replace_key;          ///< database only: take the key file's key although the database has another one, which may
                             ///< be lost; a missing file is made. Older secrets stay as they are
+  int snapshot;             ///< database only: a copy of its last committed state in memory of the process, see below
   char* message;            ///< may be NULL; receives one line of text when an open fails
   size_t message_size;      ///< bytes at `message`
 } kvt_handle_options;
@@ -121,6 +122,12 @@ KVT_EXPORT kvt_handle* kvt_handle_open_private(const kvt_handle_options* options
 ///   is one in a folder that everybody may write to; EKEYREJECTED the key file holds another key than the database's;
 ///   ENOSPC, ENOMEM and what open(2) gives. `options->message` gets the reason in
 ///   words.
+///
+/// With `options->snapshot` the handle reads a copy that stays as it is. The file must be there; neither it nor its key
+/// is made or changed. The copy is taken beside a writer, also while its transaction is open or after it died in one;
+/// only where transactions end faster than the file can be copied they wait for that. A snapshot takes the slot of its
+/// database, so that a process cannot have both open (EBUSY), and as much memory as the file holds. EIO: the file is
+/// damaged.
 KVT_EXPORT kvt_handle* kvt_handle_open_database(const char* path, const kvt_handle_options* options, int* err);
 /// Closes a handle; an open transaction is aborted. A private store gives back all its memory. The key that the handle
 /// brought is wiped unless another handle has it too. NULL is accepted.
@@ -130,7 +137,7 @@ KVT_EXPORT void kvt_handle_close(kvt_handle* handle);
 /// undo, and the call only hands out a write context.
 /// @return the write context, never KVT_NO_TXN on success
 /// @param err sticky. EDEADLK: this handle, or another one of this thread, has a transaction open already; EIO: the
-///   database's header or undo log is damaged
+///   database's header or undo log is damaged; EROFS: the handle is over a snapshot
 KVT_EXPORT uint32_t kvtdb_txn_begin(kvt_handle* handle, int* err);
 /// Makes the transaction's stores last and releases the write lock. Before that, handlers of the process hear of the
 /// records that changed (see docs/design/events.md). @param err sticky. EINVAL: no such transaction; EDEADLK: called by
@@ -139,6 +146,15 @@ KVT_EXPORT void kvtdb_txn_commit(kvt_handle* handle, uint32_t txn, int* err);
 /// Brings back every byte that was announced in the transaction and releases the write lock. Works with `*err` set, and
 /// leaves it as it is; EINVAL (no such transaction) and EDEADLK (called by a handler) are stored only in a clear slot.
 KVT_EXPORT void kvtdb_txn_abort(kvt_handle* handle, uint32_t txn, int* err);
+
+/// Marks the present state of the open transaction, to come back to. On a private store nothing can be taken back.
+/// @return the mark, from 1 upward in each transaction; 0 on error
+/// @param err sticky. EINVAL: no such transaction; EOPNOTSUPP: a private store
+KVT_EXPORT uint32_t kvtdb_savepoint(kvt_handle* handle, uint32_t txn, int* err);
+/// Brings back every byte that was announced since the mark, as an abort does; the transaction stays open and the mark
+/// stays good. Marks that were made after it are void. Works with `*err` set, and leaves it as it is; EINVAL (no such
+/// transaction or mark) and EOPNOTSUPP are stored only in a clear slot.
+KVT_EXPORT void kvtdb_rollback_to(kvt_handle* handle, uint32_t txn, uint32_t mark, int* err);
 
 /// The reference (see docs/design/cage.md) of an address in the cage; 0 for NULL.
 KVT_EXPORT uint32_t kvt_ref_of(const void* pointer);

@@ -9,6 +9,7 @@
 #include "kvt/handle.h"
 #include "kvt/primitives.h"
 #include "kvt/print.h"
+#include "kvt/read.h"
 #include "kvt/table.h"
 #include "kvt/timer.h"
 #include "kvt/trace.h"

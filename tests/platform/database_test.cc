@@ -16,7 +16,9 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <utility>
 
+#include "kvt/care.h"
 #include "kvt/table.h"
 #include "tests/database_picture.h"
 
@@ -136,7 +138,18 @@ TEST_F(DatabaseFile, RandomTransactionsLeaveTheLastCommittedState) {
   auto play = [&](kvt_handle* h, Model& state, std::uint32_t seed) {
     std::mt19937 dice(seed);
     std::uint32_t steps = dice() % 300;
+    std::vector<std::pair<std::uint32_t, Model>> marks;
     for (std::uint32_t i = 0; i < steps; i++) {
+      if (dice() % 20 == 0) marks.emplace_back(kvtdb_savepoint(h, h->default_txn, &err), state);
+      if (!marks.empty() && dice() % 30 == 0) {
+        marks.resize(1 + dice() % marks.size());
+        state = marks.back().second;
+        kvtdb_rollback_to(h, h->default_txn, marks.back().first, &err);
+        for (auto& [at, block] : state) {
+          const auto* p = static_cast<const unsigned char*>(kvt_ref_at(at));
+          EXPECT_TRUE(p[0] == block.fill && p[block.size - 1] == block.fill && p[block.size / 2] == block.fill);
+        }
+      }
       std::uint32_t roll = dice() % 10;
       if (roll < 4 || state.empty()) {
         std::uint32_t size = 1 + (dice() % 50 == 0 ? dice() % 400000 : dice() % 3000);
@@ -161,11 +174,19 @@ TEST_F(DatabaseFile, RandomTransactionsLeaveTheLastCommittedState) {
     }
   };
   options.slot = 3;
-  kvt_handle* h = open();
+  kvt_handle *h = open(), *reader = open();
   ASSERT_NE(h, nullptr) << message;
+  std::uint32_t section = 0;
   for (int round = 0; round < 150; round++) {
-    const std::string before = database_picture(path);
     std::uint32_t seed = random();
+    // What is taken back goes another way while somebody reads.
+    if (const int turn = static_cast<int>(random() % 4); turn == 0 && !section) {
+      section = kvtdb_read_begin(reader, &err) | 1;
+    } else if (turn == 1 && section) {
+      kvtdb_read_end(reader, std::exchange(section, 0));
+    }
+    begin(h), commit(h);  // and frees what was held for readers
+    const std::string before = section ? "" : database_picture(path);
     int how = static_cast<int>(random() % 3);
     if (how == 2) {
       EXPECT_EQ(in_child([&] {
@@ -195,10 +216,15 @@ TEST_F(DatabaseFile, RandomTransactionsLeaveTheLastCommittedState) {
       ASSERT_NO_FATAL_FAILURE(expect_cards(kvt_ref_at(model.begin()->first)));
     }
     commit(h);
-    if (how != 1) {
+    if (how != 1 && !section) {
       ASSERT_EQ(picture_difference(database_picture(path), before), "") << "round " << round;
     }
+    ASSERT_EQ(kvtdb_check(
+                  h, [](void*, const char* line) { ADD_FAILURE() << line; }, nullptr, &err),
+              0u)
+        << round;
   }
+  kvt_handle_close(reader);
   kvt_handle_close(h);
 }
 
@@ -423,6 +449,7 @@ TEST_F(DatabaseFile, ALogThatLeadsAstrayIsNotFollowed) {
       {"permanent memory behind the end of the file", 40, base + kvt::kSlotSize},
       {"unknown kind of segment", 64, 0x05050500},
       {"kind of the first segment", 64, word(64) | 2},
+      {"more slots of readers than there are", kvt::kReadersAt, kvt::kReaderSlots + 1},
       {"segment behind the end of the file", 64 + 252, 0x01000000},
   };
   for (const Case& c : cases) {
@@ -441,6 +468,146 @@ TEST_F(DatabaseFile, ALogThatLeadsAstrayIsNotFollowed) {
   std::ofstream(path, std::ios::binary) << good;
   kvt_handle* h = open();
   EXPECT_NE(begin(h), KVT_NO_TXN) << "the log itself is sound";
+  kvt_handle_close(h);
+}
+
+// Whatever becomes of a block, it is given to nobody else while a reader may stand on it, and to somebody afterwards.
+TEST_F(DatabaseFile, MemoryIsNotReusedUnderAReader) {
+  constexpr std::uint32_t kSize = 200;
+  const auto free_it = [this](kvt_handle* h, char*& block) {
+    h->store_free(h->store, h->default_txn, block);
+    commit(h);
+  };
+  const struct Case {
+    const char* name;
+    bool committed, reader_dies;
+    std::function<void(kvt_handle*, char*&)>
+        step;  // takes the block away in the open transaction, perhaps with another block in its place
+  } cases[] = {
+      {"commit", true, false, free_it},
+      {"dead reader", true, true, free_it},
+      {"free of a new block", false, false, free_it},
+      {"abort", false, false, [this](kvt_handle* h, char*&) { abort(h); }},
+      {"rollback", false, false,
+       [this](kvt_handle* h, char*& p) {
+         const std::uint32_t mark = kvtdb_savepoint(h, h->default_txn, &err);
+         p = alloc(h, kSize);
+         kvtdb_rollback_to(h, h->default_txn, mark, &err);
+         commit(h);
+       }},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    TearDown(), SetUp();
+    kvt_handle *h = open(), *reader = open();
+    begin(h);
+    alloc(h, 3 * kSize);
+    char* block = alloc(h, kSize);
+    alloc(h, kSize);
+    if (c.committed) commit(h), begin(h);
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t child = c.reader_dies ? fork() : 1;
+    if (child == 0) {
+      kvt_handle* own = open();
+      kvtdb_read_begin(own, &err);
+      _exit(write(ready[1], "r", 1) == 1 && pause());
+    }
+    char r;
+    const std::uint32_t g =
+        c.reader_dies ? static_cast<std::uint32_t>(read(ready[0], &r, 1)) : kvtdb_read_begin(reader, &err);
+    c.step(h, block);
+    EXPECT_FALSE(kvtdb_read_valid(reader, g));
+    const auto is_reused = [&] {
+      begin(h);
+      bool hit = false;
+      for (int i = 0; i < 20; i++) {
+        const char* p = alloc(h, kSize);
+        hit |= p < block + kSize && block < p + kSize;
+      }
+      commit(h);
+      return hit;
+    };
+    for (int i = 0; i < 40; i++) ASSERT_FALSE(is_reused()) << i;
+    if (c.reader_dies) kill(child, SIGKILL), waitpid(child, nullptr, 0);
+    kvtdb_read_end(reader, g);
+    bool reused = false;
+    for (int i = 0; i < 40 && !reused; i++) reused = is_reused();
+    EXPECT_TRUE(reused);
+    kvt_handle_close(reader);
+    kvt_handle_close(h);
+  }
+}
+
+// What a reader learns of writers, and the next writer of one that died.
+TEST_F(DatabaseFile, GenerationSnapshotAndRecoveryTellOfTheWriter) {
+  kvt_handle* h = open();
+  begin(h);
+  char* block = alloc(h, 64);
+  put(h, block, 1);
+  h->key_put(h->store, h->default_txn, "block", block);
+  commit(h);
+  kvt_handle_close(h);
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  pid_t writer = 0;
+  const auto start_writer = [&] {  // leaves its transaction open
+    writer = fork();
+    if (!writer) {
+      kvt_handle* own = open();
+      begin(own);
+      put(own, block, 3);
+      _exit(write(ready[1], "r", 1) == 1 && pause());
+    }
+    char r;
+    return read(ready[0], &r, 1);
+  };
+  const auto kill_writer = [&] { kill(writer, SIGKILL), waitpid(writer, nullptr, 0); };
+  const auto in_snapshot = [&] {
+    options.snapshot = 1;
+    kvt_handle* copy = open();
+    options.snapshot = 0;
+    const auto* p = copy ? static_cast<char*>(copy->key_get(copy->store, KVT_NO_TXN, "block")) : nullptr;
+    const int value = p && begin(copy) == KVT_NO_TXN && err == EROFS ? p[0] : 100;
+    kvt_handle_close(copy);
+    return value;
+  };
+  start_writer();
+  EXPECT_EQ(in_snapshot(), 1) << "beside an open transaction";
+  kill_writer();
+  EXPECT_EQ(in_snapshot(), 1) << "a copy needs no recovery";
+  h = open();
+  EXPECT_EQ(block[0], 3);
+  kvt_recovery recovery{};
+  begin(h);
+  EXPECT_TRUE(kvtdb_last_recovery(h, &recovery) && recovery.undone);
+  EXPECT_EQ(recovery.process, static_cast<std::uint32_t>(writer));
+  commit(h);
+  kvt_handle* reader = open();
+  const std::uint32_t before = kvtdb_read_begin(reader, &err);
+  EXPECT_EQ(begin(h) && kvtdb_last_recovery(h, nullptr), 0);
+  EXPECT_TRUE(kvtdb_read_valid(reader, before)) << "nothing has changed yet";
+  put(h, block, 2);
+  EXPECT_FALSE(kvtdb_read_valid(reader, before));
+  EXPECT_FALSE(kvtdb_read_end(reader, kvtdb_read_begin(reader, &err)));
+  abort(h);
+  EXPECT_FALSE(kvtdb_read_end(reader, before)) << "though the bytes are the same again";
+  // Where no writer comes, a reader brings the committed state back.
+  start_writer();
+  kill_writer();
+  bool valid = false;
+  for (int i = 0; i < 200 && !valid; i++) valid = kvtdb_read_end(reader, kvtdb_read_begin(reader, &err));
+  EXPECT_TRUE(valid && block[0] == 1);
+  // A slot for each handle, and no more of them than there are.
+  std::vector<kvt_handle*> others;
+  while (!err) {
+    others.push_back(open());
+    kvtdb_read_begin(others.back(), &err);
+  }
+  EXPECT_EQ(err, EAGAIN);
+  EXPECT_EQ(others.size(), kvt::kReaderSlots);
+  for (kvt_handle* other : others) kvt_handle_close(other);
+  kvt_handle_close(reader);
   kvt_handle_close(h);
 }
 

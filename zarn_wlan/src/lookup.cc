@@ -36,18 +36,24 @@ class Probe {
   void* block_;
 };
 
+// The root's node; 0 where a writer at work left no such thing.
+std::uint32_t tree_root(void* table, unsigned key) {
+  const std::uint32_t root = *index_root(table, key);
+  return Reach(table).has(root) ? root : 0;
+}
+
 // The record beside another one, which may have left the table, or be a probe.
 void* neighbour(const TableDesc& type, unsigned key, bool forward, void* table, void* record) {
   void* node = node_of(record, key);
   const bool in_tree = load<std::uint32_t>(at_offset(node, kNodeWord)) && record_of(record)->table == cage_ref(table);
   if (in_tree) return record_at_node(avl_neighbour(static_cast<AvlNode*>(node), forward), key);
-  const std::uint32_t root = *index_root(table, key);
+  const std::uint32_t root = tree_root(table, key);
   const e_avl_compare compare = type.keys[key].compare;
   return record_at_node(forward ? e_avl_get_next(root, node, compare) : e_avl_get_prev(root, node, compare), key);
 }
 
 bool same_key_as(const TableDesc& type, unsigned key, void* a, void* b) {
-  return type.keys[key].same(payload_of(type, a), payload_of(type, b));
+  return type.keys[key].same(node_of(a, key), node_of(b, key));
 }
 
 }  // namespace
@@ -79,7 +85,7 @@ void* key_search(const TableDesc& type, unsigned key, kvt_handle* h, std::uint32
   const std::uint32_t source = options.source ? options.source : kOrdinarySource;
   const std::uint16_t tenant = thread_tenant;
   void* found = record_at_node(
-      type.keys[key].find(*index_root(table, key), value, tenant, static_cast<std::uint8_t>(source)), key);
+      type.keys[key].find(index_root(table, key), value, tenant, static_cast<std::uint8_t>(source)), key);
   // A source that no record can have matches none, though its low byte was looked for.
   if (found && source > kShadowSource) found = nullptr;
   if (found && options.skip_pending && (record_of(found)->record_flags & kRecordPending)) found = nullptr;
@@ -115,15 +121,18 @@ void* key_edge(const TableDesc& type, unsigned key, bool first, kvt_handle* h, s
   kvt_clear_last_error(h);
   const std::uint16_t tenant = thread_tenant;
   // The tenant's run begins where a descent by tenant alone ends; what stands before it need not be passed one by one.
+  const Reach reach(table);
   const std::uint32_t root = *index_root(table, key);
-  AvlNode* edge = avl_outermost(root, !first);
+  AvlNode* edge = avl_outermost(reach, root, !first);
   if (edge && tenant_at_node(edge, key) != tenant) {
     edge = nullptr;
-    for (AvlNode* node = avl_at(root); node;) {
+    std::uint32_t link = root;
+    for (int level = 0; level < kAvlMaxHeight && avl_leads_down(reach, link); ++level) {
+      AvlNode* node = avl_at_child(link);
       const std::uint16_t own = tenant_at_node(node, key);
       const bool within = first ? own >= tenant : own <= tenant;
       if (within) edge = node;
-      node = avl_child(node, within != first);
+      link = node->link[within != first];
     }
   }
   void* at = record_at_node(edge, key);
@@ -194,7 +203,7 @@ void key_walk(void* table, unsigned key, e_avl_function on_node, int (*function)
               int* err) {
   if (*err) return;
   Walker walker{function, argument};
-  e_avl_walk(*index_root(table, key), on_node, &walker);
+  e_avl_walk(tree_root(table, key), on_node, &walker);
 }
 
 void record_walk_cr(const TableDesc& type, const e_avl_function* on_node, kvt_handle* h, void* table, std::uint32_t key,

@@ -56,12 +56,34 @@ struct IndexNode {
     return load<std::uint8_t>(static_cast<const char*>(node) + kRecord +
                               static_cast<std::ptrdiff_t>(offsetof(RecordBlock, source)));
   }
-  static const void* key(const void* node) {
-    return at_offset(cage_at(load<std::uint32_t>(static_cast<const char*>(node) + kPayload)), Key::kOffset);
-  }
+  // The key in the node's payload. A writer may be at it: a payload or text that is not there gives the least key, and
+  // a text's two words are looked at as they were read once.
+  class NodeKey {
+   public:
+    explicit NodeKey(const void* node) : at_(kNoKey) {
+      const Reach reach(node);
+      const auto payload = load<std::uint32_t>(static_cast<const char*>(node) + kPayload);
+      if (!reach.has(payload)) return;
+      const void* key = at_offset(cage_at(payload), Key::kOffset);
+      if constexpr (Key::Type::kKind == FieldKind::kString) {
+        own_ = load<kvt_vstring>(key);
+        if (reach.has(own_.text, own_.length)) at_ = &own_;
+      } else {
+        at_ = key;
+      }
+    }
+    NodeKey(const NodeKey&) = delete;
+    NodeKey& operator=(const NodeKey&) = delete;
+    operator const void*() const { return at_; }
+
+   private:
+    alignas(8) static constexpr char kNoKey[kScalarObjectSize] = {};
+    kvt_vstring own_;  // of a text
+    const void* at_;
+  };
   static std::uint32_t word(const void* node) {
     const auto kept = load<std::uint32_t>(static_cast<const char*>(node) + kNodeWord);
-    return kept ? kept : make_word(tenant(node), key(node));
+    return kept ? kept : make_word(tenant(node), NodeKey(node));
   }
   static std::uint32_t make_word(std::uint32_t tenant, const void* key) {
     return kWordKept | tenant_part(tenant) | order_prefix<typename Key::Type>(key);
@@ -73,7 +95,7 @@ struct IndexNode {
       if (own != tenant) return own < tenant ? -1 : 1;
     }
     if (!prefix_is_exact<typename Key::Type>(word & ((1u << kPrefixBits) - 1))) {
-      if (const std::int32_t order = Key::Type::compare(IndexNode::key(node), key)) return order < 0 ? -1 : 1;
+      if (const std::int32_t order = Key::Type::compare(NodeKey(node), key)) return order < 0 ? -1 : 1;
     }
     const std::uint8_t own = IndexNode::source(node);
     return own < source ? -1 : own > source;
@@ -93,13 +115,13 @@ int key_avl_compare(const void* a, const void* b) {
   using Node = IndexNode<Key>;
   const std::uint32_t word_a = Node::word(a), word_b = Node::word(b);
   if (word_a != word_b) return word_a > word_b ? 2 : 0;
-  return Node::order(a, word_a, Node::tenant(b), Node::key(b), Node::source(b)) + 1;
+  return Node::order(a, word_a, Node::tenant(b), typename Node::NodeKey(b), Node::source(b)) + 1;
 }
 
 // The node of that tenant, key and source, or null: the same descent as a search with a probe's node, without the
 // probe.
 template <class Key>
-void* key_find(std::uint32_t root, const void* value, std::uint16_t tenant, std::uint8_t source) {
+void* key_find(const std::uint32_t* root, const void* value, std::uint16_t tenant, std::uint8_t source) {
   const void* key = value;
   [[maybe_unused]] alignas(8) char object[kScalarObjectSize] = {};
   if constexpr (Key::Type::kKind == FieldKind::kEnum) {
@@ -108,7 +130,9 @@ void* key_find(std::uint32_t root, const void* value, std::uint16_t tenant, std:
   }
   using Node = IndexNode<Key>;
   const std::uint32_t word = Node::make_word(tenant, key);
-  for (std::uint32_t link = root; link && !(link & kAvlThread);) {
+  const Reach reach(root);
+  std::uint32_t link = *root;
+  for (int level = 0; level < kAvlMaxHeight && avl_leads_down(reach, link); ++level) {
     AvlNode* node = avl_at_child(link);
     if (node->word != word) {
       link = avl_descend(node, word);
@@ -129,8 +153,9 @@ inline std::uint16_t tenant_at_node(const AvlNode* node, unsigned key) {
 }
 
 template <class Key>
-bool same_key(const void* payload_a, const void* payload_b) {
-  return Key::Type::compare(at_offset(payload_a, Key::kOffset), at_offset(payload_b, Key::kOffset)) == 0;
+bool same_key(const void* node_a, const void* node_b) {
+  using NodeKey = typename IndexNode<Key>::NodeKey;
+  return Key::Type::compare(NodeKey(node_a), NodeKey(node_b)) == 0;
 }
 
 }  // namespace kvt
