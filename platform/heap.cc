@@ -8,25 +8,8 @@
 namespace kvt {
 namespace {
 
-constexpr std::uint32_t kHeader = 8;
-constexpr std::uint32_t kMinimum = 16;  // header and two links
-constexpr std::uint32_t kUsed = 1;
-constexpr std::uint32_t kPending = 2;
-constexpr std::uint32_t kFlags = 7;
-constexpr std::uint32_t kExactLimit = 4096;
 constexpr std::uint32_t kExactBins = kExactLimit / 8 - 1;
-constexpr std::uint32_t kLargest = 0x40000000;
 constexpr int kScanLimit = 32;  // chunks looked at in a bin of mixed sizes before a larger bin is taken
-
-// Headers and links of hidden memory are the allocator's own, so these do not ask whether an address is hidden.
-KVT_NO_ASAN std::uint32_t get(std::uint32_t at) { return *reinterpret_cast<std::uint32_t*>(kvt_cage_base + at); }
-KVT_NO_ASAN void put(std::uint32_t at, std::uint32_t value) {
-  *reinterpret_cast<std::uint32_t*>(kvt_cage_base + at) = value;
-}
-
-std::uint32_t size_of(std::uint32_t chunk) { return get(chunk) & ~kFlags; }
-bool is_used(std::uint32_t chunk) { return get(chunk) & kUsed; }
-std::uint32_t previous_size(std::uint32_t chunk) { return get(chunk + 4); }
 
 std::uint32_t bin_of(std::uint32_t size) {
   if (size <= kExactLimit) return size / 8 - 2;
@@ -181,36 +164,35 @@ std::uint32_t Heap::take_from_top(std::uint32_t need) {
   return chunk;
 }
 
-void* Heap::alloc(std::uint32_t size) {
-  if (size > kLargest) return nullptr;
-  std::uint32_t need = ((size + 7u) & ~7u) + kHeader;
-  if (need < kMinimum) need = kMinimum;
-  std::uint32_t chunk = take_from_bins(need);
-  if (!chunk) chunk = take_from_top(need);
-  if (!chunk) {
-    std::uint32_t segments = (need + 2 * kHeader + kSegmentSize - 1) / kSegmentSize;
-    // Word first: a backing that logs must have an entry before it marks segments as taken.
-    announce(&meta_->top, 8);
-    std::uint32_t begin = backing_->grow(segments, meta_->end);
-    if (!begin) return nullptr;
-    add_region(begin, segments * kSegmentSize);
-    chunk = take_from_top(need);
+// Gives all waiting chunks back to the bins. False: there were none.
+bool Heap::join_waiting() {
+  if (!waiting_ || !waiting_->bytes) return false;
+  for (std::uint32_t& list : waiting_->lists) {
+    while (const std::uint32_t chunk = list) {
+      list = get(chunk + kHeader);
+      give_back(chunk, size_of(chunk));
+    }
   }
-  void* block = cage_at(chunk + kHeader);
-  if (hide_free_) memory_show(block, size);
-  return block;
+  waiting_->bytes = 0;
+  return true;
 }
 
-bool Heap::is_block(const void* block) const {
-  std::uint32_t chunk = cage_ref(block) - kHeader;
-  if (!in_cage(block) || chunk % 8 || !backing_->holds(chunk)) return false;
-  std::uint32_t size = size_of(chunk);
-  if ((get(chunk) & kFlags) != kUsed || size < kMinimum || size > kNumberBegin - chunk) return false;
-  return backing_->holds(chunk + size) && previous_size(chunk + size) == size;
+std::uint32_t Heap::take_old(std::uint32_t need) {
+  const std::uint32_t chunk = take_from_bins(need);
+  return chunk ? chunk : take_from_top(need);
 }
 
-std::uint32_t Heap::block_size(const void* block) const {
-  return is_block(block) ? size_of(cage_ref(block) - kHeader) - kHeader : 0;
+std::uint32_t Heap::take(std::uint32_t need) {
+  std::uint32_t chunk = take_old(need);
+  if (!chunk && join_waiting()) chunk = take_old(need);
+  if (chunk) return chunk;
+  std::uint32_t segments = (need + 2 * kHeader + kSegmentSize - 1) / kSegmentSize;
+  // Word first: a backing that logs must have an entry before it marks segments as taken.
+  announce(&meta_->top, 8);
+  std::uint32_t begin = backing_->grow(segments, meta_->end);
+  if (!begin) return 0;
+  add_region(begin, segments * kSegmentSize);
+  return take_from_top(need);
 }
 
 void Heap::mark_pending(void* block) {
@@ -223,10 +205,7 @@ void Heap::clear_pending(void* block) {
   set(chunk, get(chunk) & ~kPending);
 }
 
-void Heap::free(void* block) {
-  std::uint32_t chunk = cage_ref(block) - kHeader;
-  std::uint32_t size = size_of(chunk);
-  if (hide_free_) memory_hide(block, size - kHeader);
+void Heap::give_back(std::uint32_t chunk, std::uint32_t size) {
   std::uint32_t next = chunk + size;
   std::uint32_t previous = previous_size(chunk);
   // Cleared even where the header is swallowed by its neighbour, so that a second free of the block is seen.
