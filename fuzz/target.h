@@ -20,8 +20,8 @@ struct Target {
   std::vector<std::string> (*dictionary)();  // words that a random change would not hit; may be null
 };
 
-extern const Target kObject, kRecord, kXml, kSchema, kDatabase, kKeyFile, kSealed;
-inline const Target* const kTargets[] = {&kObject, &kRecord, &kXml, &kSchema, &kDatabase, &kKeyFile, &kSealed};
+extern const Target kObject, kRecord, kXml, kSchema, kDatabase, kKeyFile, kSealed, kCare;
+inline const Target* const kTargets[] = {&kObject, &kRecord, &kXml, &kSchema, &kDatabase, &kKeyFile, &kSealed, &kCare};
 
 // Prints what does not hold and stops the process, which the fuzzer takes for a crash.
 [[noreturn]] void broken(const char* file, int line, const std::string& what);

@@ -6,50 +6,18 @@
 
 #include "platform/handle.h"
 #include "platform/registry.h"
+#include "platform/store_blocks.h"
+#include "platform/table_blocks.h"
 
 namespace kvt {
 namespace {
-
-// Where the words of tables and records lie that are read or kept here.
-constexpr std::size_t kQueueAt = 220;    // of a table: reference of its queue
-constexpr std::size_t kPendingAt = 248;  // of a table: records that wait
-constexpr std::size_t kTableAt = 8;      // of a record
-constexpr std::size_t kTenantAt = 32;    // of a record
-constexpr std::size_t kFlagsAt = 36;     // of a record
-constexpr std::uint32_t kPendingDestroy = 0x02;
-
-struct Queue {  // stored format
-  std::uint32_t cursors;
-  std::uint32_t first, last;
-  std::uint32_t reserved;
-  std::uint64_t next_number;
-};
-STORED_SIZE(Queue, 24);
-
-struct Change {  // stored format
-  std::uint32_t next;
-  std::uint32_t record;
-  std::uint64_t number;
-  std::uint32_t kind;
-  std::uint32_t reserved;
-};
-STORED_SIZE(Change, 24);
-
-struct Cursor {  // stored format
-  std::uint32_t next;
-  std::uint32_t table;
-  std::uint64_t number;  // of the first change that it has not left behind
-  std::uint32_t implicit_write;
-  std::uint32_t given;  // not 0: that change was given out, and is left behind by the next move
-};
-STORED_SIZE(Cursor, 24);
 
 template <class T>
 T* at(std::uint32_t reference) {
   return static_cast<T*>(cage_at(reference));
 }
 Store& store_of(kvt_handle* handle) { return *handle->runtime->store; }
-std::uint32_t& queue_word(void* table) { return *static_cast<std::uint32_t*>(at_offset(table, kQueueAt)); }
+std::uint32_t& queue_word(void* table) { return static_cast<TableObject*>(table)->queue; }
 Queue* queue_of(void* table) { return at<Queue>(queue_word(table)); }
 
 // All changes of one call are refused alike where the store may not be written, so the first refusal is the answer.
@@ -99,7 +67,7 @@ void destroy_by_type(kvt_handle* handle, std::uint32_t txn, void* record) {
   const std::uint32_t before = handle->gc_active;
   const std::uint16_t reader = mt_get_tenant_id();
   handle->gc_active = 1;
-  mt_set_tenant_id(load<std::uint16_t>(at_offset(record, kTenantAt)));  // its counters, whoever was the last to read
+  mt_set_tenant_id(static_cast<const RecordBlock*>(record)->tenant_id);  // its counters, whoever was the last to read
   known->destroy(handle, txn, record, 1);
   mt_set_tenant_id(reader);
   handle->gc_active = before;
@@ -216,14 +184,14 @@ void kvtdb_request_record_destroy(kvt_handle* handle, uint32_t txn, void* record
                                   int* err) {
   if (!may_write(handle, err)) return;
   const Writer w{handle, txn};
-  auto* flags = static_cast<uint32_t*>(at_offset(record, kFlagsAt));
-  void* table = cage_at(load<uint32_t>(at_offset(record, kTableAt)));
-  if (*flags & kPendingDestroy) return;
+  uint32_t* flags = &static_cast<RecordBlock*>(record)->record_flags;
+  void* table = cage_at(static_cast<const RecordBlock*>(record)->table);
+  if (*flags & kRecordPending) return;
   const bool waits = kvtdb_table_are_cursors_enabled(handle, txn, table, err);
   if (waits) enqueue(w, table, record, KVT_CHANGE_DESTROY, err);
   if (*err) return;
-  w.put(flags, *flags | kPendingDestroy);
-  auto* pending = static_cast<uint32_t*>(at_offset(table, kPendingAt));
+  w.put(flags, *flags | kRecordPending);
+  uint32_t* pending = &static_cast<TableObject*>(table)->pending_destroy_count;
   w.put(pending, *pending + 1);
   if (handle->db_stats) w.put(&handle->db_stats->pending_destroy, handle->db_stats->pending_destroy + 1);
   if (!waits) destroy_record(handle, txn, record, destroy, err);
@@ -231,5 +199,5 @@ void kvtdb_request_record_destroy(kvt_handle* handle, uint32_t txn, void* record
 
 // The word is the runtime's, and nothing here gives a record one that counts.
 void kvtlib_record_dereference_loc(kvt_handle* handle, uint32_t txn, void* record, int* err) {
-  if (!*err) store_announced(handle, txn, at_offset(record, 4), uint32_t{0});
+  if (!*err) store_announced(handle, txn, &static_cast<RecordBlock*>(record)->location, uint32_t{0});
 }

@@ -57,7 +57,7 @@ int lock_file(int fd, short type) {
 
 }  // namespace
 
-int Database::begin(Store* store, std::uint32_t* txn) {
+int Database::begin(Store* store, std::uint32_t* txn, bool even_damaged) {
   {
     std::unique_lock lock(turn_mutex_);
     if (turn_of_ == std::this_thread::get_id() || writer() == store) return EDEADLK;
@@ -70,20 +70,22 @@ int Database::begin(Store* store, std::uint32_t* txn) {
   }
   writer_.store(store, std::memory_order_relaxed);
   const bool left_open = header_->log_last;
-  if (!header_is_sound() || (left_open && !roll_back()) || !heap_is_sound()) {
+  const bool sound = header_is_sound() && (!left_open || roll_back());
+  const bool heap_sound = sound && heap_is_sound();
+  if (!sound || (!heap_sound && !even_damaged)) {
     lock_file(store->fd(), F_UNLCK);
     release_lock();
     return EIO;
   }
-  if (!left_open) settle_segments(Segment::kHeap);
+  if (!left_open) settle_segments(true);
   txn_ = header_->txn_last + 1;
   if (txn_ == KVT_NO_TXN || txn_ == 0) txn_ = 1;
   header_->txn_last = txn_;
   use_log_areas();
   logged_.fill(0);
   // What is wilderness now holds nothing that an abort must bring back, but for the header before it.
-  fresh_begin_ = heap_.top() ? heap_.top() + 8 : 0;
-  fresh_end_ = heap_.top() + heap_.top_size();
+  fresh_begin_ = heap_sound && heap_.top() ? heap_.top() + 8 : 0;
+  fresh_end_ = heap_sound ? heap_.top() + heap_.top_size() : 0;
   *txn = txn_;
   return 0;
 }
@@ -97,7 +99,7 @@ void Database::commit() {
   }
   pending_.clear();
   publish(&header_->log_last, 0);
-  settle_segments(Segment::kHeap);
+  settle_segments(true);
   std::uint32_t kept = 0;
   for (std::uint32_t i = 1; i < header_->segments; i++) {
     if (header_->kinds[i] == Segment::kLog && ++kept > kKeptLogSegments) header_->kinds[i] = Segment::kFree;
@@ -127,7 +129,7 @@ bool Database::header_is_sound() const {
   if (segments < 1 || segments > std::size(header_->kinds)) return false;
   for (std::uint32_t i = 0; i < std::size(header_->kinds); i++) {
     const bool has_kind = i > 0 && i < segments;
-    if (header_->kinds[i] > (has_kind ? Segment::kNewHeap : Segment::kFree)) return false;
+    if (header_->kinds[i] > (has_kind ? Segment::kOldHeap : Segment::kFree)) return false;
   }
   const std::uint32_t at = header_->permanent_at, permanent_end = header_->permanent_end;
   // No end is what a death between two segments leaves.
@@ -169,14 +171,16 @@ bool Database::roll_back() {
     std::memcpy(cage_at(entry->at), entry + 1, entry->length);
     at = entry->previous;
   }
-  settle_segments(Segment::kFree);
+  settle_segments(false);
   publish(&header_->log_last, 0);
   return true;
 }
 
-void Database::settle_segments(Segment new_heap_becomes) {
+void Database::settle_segments(bool committed) {
   for (std::uint32_t i = 1; i < header_->segments; i++) {
-    if (header_->kinds[i] == Segment::kNewHeap) header_->kinds[i] = new_heap_becomes;
+    Segment& kind = header_->kinds[i];
+    if (kind == Segment::kNewHeap) kind = committed ? Segment::kHeap : Segment::kFree;
+    if (kind == Segment::kOldHeap) kind = committed ? Segment::kFree : Segment::kHeap;
   }
 }
 

@@ -2,6 +2,7 @@
 // the undo log of the open transaction. See the layout at DatabaseHeader.
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <array>
@@ -24,6 +25,7 @@ enum class Segment : std::uint8_t {
   kLog = 2,
   kPermanent = 3,
   kNewHeap = 4,  // became heap in the open transaction: kHeap by commit, kFree by abort
+  kOldHeap = 5,  // given up by the open transaction: kFree by commit, kHeap by abort
 };
 
 struct DatabaseHeader {          // stored format, at the start of the file
@@ -41,8 +43,10 @@ struct DatabaseHeader {          // stored format, at the start of the file
   std::uint64_t key_id;          // offset 48, the key under which secrets are sealed; 0 before the first open
   std::uint8_t reserved[8];      // offset 56
   Segment kinds[256];            // offset 64; the first segment is none of these
+  std::uint8_t identity[16];     // offset 320, of the file, at random: a backup has its database's
 };
-STORED_SIZE(DatabaseHeader, 320);
+STORED_SIZE(DatabaseHeader, 336);
+STORED_FIELD(DatabaseHeader, identity, 320, std::uint8_t[16]);
 STORED_FIELD(DatabaseHeader, log_last, 28, std::uint32_t);
 STORED_FIELD(DatabaseHeader, key_id, 48, std::uint64_t);
 
@@ -61,6 +65,10 @@ struct OpenRequest {
   std::size_t message_size;
 };
 
+// Reads and checks the head of a file. False, with `err` and the request's message, if it is no database that this
+// library can read.
+bool read_database_header(const OpenRequest& request, int fd, struct stat* file, DatabaseHeader* header, int* err);
+
 class Database final : public HeapBacking {
  public:
   // A store over the file; null, with `err` and the request's message, if it cannot be had.
@@ -69,7 +77,8 @@ class Database final : public HeapBacking {
   static bool any_open();
 
   // Takes the lock; rolls back what a dead writer left. 0, EDEADLK, EIO for a damaged file, or what the system gives.
-  int begin(Store* store, std::uint32_t* txn);
+  // `even_damaged`: who looks after the file is let in although the heap's wilderness is damaged.
+  int begin(Store* store, std::uint32_t* txn, bool even_damaged = false);
   void commit();
   void abort();
 
@@ -90,6 +99,13 @@ class Database final : public HeapBacking {
   void* alloc_permanent(std::uint32_t size);
   void free(void* block);
   std::uint32_t block_size(const void* block) const;  // 0 for what is no allocated block
+  // Care for the file; the caller has the open transaction. See include/kvt/care.h.
+  int copy_to(int fd) const;
+  int restore_from(const DatabaseHeader& backup, int fd, const char** reason);
+  void give_up_top();
+  std::uint64_t shorten_file();
+  Heap& heap() { return heap_; }
+
   bool announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn);
   bool reserve_log(std::uint32_t bytes);
 
@@ -117,7 +133,7 @@ class Database final : public HeapBacking {
   bool header_is_sound() const;
   bool heap_is_sound() const;
   bool log_is_sound() const;
-  void settle_segments(Segment new_heap_becomes);
+  void settle_segments(bool committed);
   void free_permanent(std::uint32_t at);
   void release_lock();
 

@@ -1,6 +1,7 @@
 // Makes, checks and maps database files. A process maps a file once, however many handles it has over it.
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -88,6 +89,7 @@ int fill_new_file(int fd, std::uint32_t slot) {
   header.segment_size = kSegmentSize;
   header.checksum = checksum_of(header);
   header.segments = 1;
+  if (getrandom(header.identity, sizeof header.identity, 0) != sizeof header.identity) return EIO;
   header.permanent_at = base + kFirstPermanentAt;
   header.permanent_end = base + kSegmentSize;
   std::uint32_t tables_at = kRootsAt + static_cast<std::uint32_t>(offsetof(StoreRoots, tables));
@@ -97,19 +99,48 @@ int fill_new_file(int fd, std::uint32_t slot) {
   return write_all(fd, &header, sizeof header, 0);
 }
 
+// Opens a file that is there. A symbolic link counts only where none but its folder's owner can have put it. -1, with
+// errno.
+int open_present(const char* path) {
+  constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NONBLOCK;  // no waiting at a pipe that bears the name
+  const int fd = ::open(path, kFlags | O_NOFOLLOW);
+  if (fd >= 0 || errno != ELOOP) return fd;
+  const char* slash = std::strrchr(path, '/');
+  const std::string folder = slash ? std::string(path, slash + 1) : ".";
+  struct stat status;
+  if (stat(folder.c_str(), &status)) return -1;
+  if (status.st_mode & S_IWOTH) {
+    errno = ELOOP;
+    return -1;
+  }
+  return ::open(path, kFlags);
+}
+
 // Takes the file out of the cage again; a stale reference faults.
 void clear_slot(void* at) {
   constexpr int kFlags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED;
   if (mmap(at, kSlotSize, PROT_NONE, kFlags, -1, 0) == MAP_FAILED) stop(Message::kNoCage);
 }
 
+}  // namespace
+
 // Whether the file is a database that this library can read.
-bool check_file(const OpenRequest& request, int fd, struct stat* file, DatabaseHeader* header, int* err) {
+bool read_database_header(const OpenRequest& request, int fd, struct stat* file, DatabaseHeader* header, int* err) {
   *err = EINVAL;
   if (fstat(fd, file) || !S_ISREG(file->st_mode)) {
     say(request, "\"%s\" is not a regular file", request.path);
     return false;
   }
+  *err = EACCES;
+  if (file->st_uid != geteuid()) {
+    say(request, "database \"%s\" belongs to another user", request.path);
+    return false;
+  }
+  if (file->st_mode & (S_IRWXG | S_IRWXO)) {
+    say(request, "database \"%s\" is open to other users, its mode must be 0600", request.path);
+    return false;
+  }
+  *err = EINVAL;
   ssize_t got = pread(fd, header, sizeof *header, 0);
   if (got < static_cast<ssize_t>(sizeof kMagic) || std::memcmp(header->magic, kMagic, sizeof kMagic) != 0) {
     say(request, "\"%s\" is not a database", request.path);
@@ -133,8 +164,6 @@ bool check_file(const OpenRequest& request, int fd, struct stat* file, DatabaseH
   *err = 0;
   return true;
 }
-
-}  // namespace
 
 Database* DatabaseTable::map(const OpenRequest& request, const struct stat& file, std::uint32_t slot, int fd,
                              int* err) {
@@ -186,8 +215,7 @@ void DatabaseTable::unmap(Database* database) {
 
 Store* Database::open(const OpenRequest& request, int* err) {
   std::lock_guard lock(table.mutex);
-  constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NONBLOCK;  // no waiting at a pipe that bears the name
-  int fd = ::open(request.path, kFlags);
+  int fd = open_present(request.path);
   if (fd < 0 && errno == ENOENT && request.create) {
     if (request.slot >= KVT_DATABASE_SLOTS) {
       say(request, "there is no slot %d", request.slot);
@@ -212,11 +240,13 @@ Store* Database::open(const OpenRequest& request, int* err) {
       say_error(request, "make", *err);
       return nullptr;
     }
-    fd = ::open(request.path, kFlags);
+    fd = open_present(request.path);
   }
   if (fd < 0) {
-    *err = errno == EISDIR ? EINVAL : errno;
-    if (errno == EISDIR) {
+    *err = errno == EISDIR ? EINVAL : errno == ELOOP ? EACCES : errno;
+    if (*err == EACCES && errno == ELOOP) {
+      say(request, "\"%s\" is a symbolic link in a folder that everybody may write to", request.path);
+    } else if (errno == EISDIR) {
       say(request, "\"%s\" is not a regular file", request.path);
     } else {
       say_error(request, "open", *err);
@@ -226,7 +256,7 @@ Store* Database::open(const OpenRequest& request, int* err) {
   struct stat file;
   DatabaseHeader header{};
   Database* database = nullptr;
-  if (check_file(request, fd, &file, &header, err)) {
+  if (read_database_header(request, fd, &file, &header, err)) {
     database = table.find(file);
     if (!database) database = table.map(request, file, header.slot, fd, err);
   }

@@ -1,7 +1,6 @@
 // Handles: opened over a private store or a database, closed, and the transactions between.
 #include "platform/handle.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -63,12 +62,9 @@ void clear_message(const kvt_handle_options& options) {
 
 // Gives the store the key of the file. 0, or an error with the message filled in.
 int open_key(Store* store, const char* path, const kvt_handle_options& options) {
-  KeyFileRequest request = {path, geteuid(), options.create != 0, options.message, options.message_size};
+  KeyFileRequest request = {path, options.create != 0, options.message, options.message_size};
   Database* database = store->database();
   if (database) {
-    struct stat file;
-    if (fstat(store->fd(), &file)) return errno;
-    request.owner = file.st_uid;
     // A new key in the place of a lost one would hide the loss, and the old file could not come back.
     if (database->has_key()) request.create = options.replace_key != 0;
   }

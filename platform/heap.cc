@@ -1,21 +1,15 @@
-// Boundary-tag allocator. A chunk is 8 bytes of header {size and flags, size of the chunk before it} and the block; a
-// free chunk holds the links of its bin in the block. Each region ends with a header that counts as used.
+// Boundary-tag allocator over chunks (see heap_format.h). Each region ends with a header that counts as used.
 #include "platform/heap.h"
 
 #include <bit>
 #include <iterator>
 
+#include "platform/heap_format.h"
+
 namespace kvt {
 namespace {
 
-constexpr std::uint32_t kExactBins = kExactLimit / 8 - 1;
 constexpr int kScanLimit = 32;  // chunks looked at in a bin of mixed sizes before a larger bin is taken
-
-std::uint32_t bin_of(std::uint32_t size) {
-  if (size <= kExactLimit) return size / 8 - 2;
-  std::uint32_t log = 31 - static_cast<std::uint32_t>(std::countl_zero(size));
-  return kExactBins + (log - 12) * 4 + ((size >> (log - 2)) & 3);
-}
 
 }  // namespace
 
@@ -39,7 +33,7 @@ void Heap::set_meta(std::uint32_t* at, std::uint32_t value) {
 }
 
 void Heap::set_header(std::uint32_t chunk, std::uint32_t size_and_flags, std::uint32_t previous) {
-  if (logged_) backing_->announce(chunk, kHeader);
+  if (logged_) backing_->announce(chunk, kChunkHeader);
   put(chunk, size_and_flags);
   put(chunk + 4, previous);
 }
@@ -52,7 +46,7 @@ void Heap::flip_filled(std::uint32_t bin) {
 void Heap::push(std::uint32_t chunk, std::uint32_t size) {
   std::uint32_t bin = bin_of(size);
   std::uint32_t head = meta_->bins[bin];
-  if (logged_) backing_->announce(chunk + kHeader, 8);
+  if (logged_) backing_->announce(chunk + kChunkHeader, 8);
   put(chunk + 8, head);
   put(chunk + 12, 0);
   if (head) {
@@ -65,7 +59,7 @@ void Heap::push(std::uint32_t chunk, std::uint32_t size) {
 
 void Heap::unlink(std::uint32_t chunk, std::uint32_t size) {
   // The links lie in what becomes a block, where the owner writes without announcing: they are saved with the header.
-  if (logged_) backing_->announce(chunk, kMinimum);
+  if (logged_) backing_->announce(chunk, kChunkMinimum);
   std::uint32_t next = get(chunk + 8);
   std::uint32_t previous = get(chunk + 12);
   if (previous) {
@@ -81,12 +75,12 @@ void Heap::unlink(std::uint32_t chunk, std::uint32_t size) {
 void Heap::add_region(std::uint32_t begin, std::uint32_t length) {
   std::uint32_t chunk = begin;
   std::uint32_t previous = 0;
-  std::uint32_t size = length - kHeader;
+  std::uint32_t size = length - kChunkHeader;
   std::uint32_t top = meta_->top;
   if (meta_->end == begin) {  // the old end mark becomes the header of the new chunk
-    chunk = begin - kHeader;
+    chunk = begin - kChunkHeader;
     size = length;
-    if (logged_) backing_->announce(chunk, kHeader);
+    if (logged_) backing_->announce(chunk, kChunkHeader);
     if (top) {
       size += size_of(top);
       chunk = top;
@@ -104,10 +98,32 @@ void Heap::add_region(std::uint32_t begin, std::uint32_t length) {
     set(top + size_of(top) + 4, size_of(top));
     push(top, size_of(top));
   }
-  set_header(begin + length - kHeader, kHeader | kUsed, size);
+  set_header(begin + length - kChunkHeader, kChunkHeader | kChunkUsed, size);
   set_header(chunk, size, previous);
   set_meta(&meta_->top, chunk);
   set_meta(&meta_->end, begin + length);
+}
+
+void Heap::relink(const std::array<std::uint32_t, 2>* chunks, std::size_t count, std::uint32_t top) {
+  announce(meta_, sizeof *meta_);
+  for (std::uint64_t& bits : meta_->filled) bits = 0;
+  for (std::uint32_t& bin : meta_->bins) bin = 0;
+  meta_->top = top;
+  for (std::size_t i = 0; i < count; i++) {
+    if (chunks[i][0] != top) push(chunks[i][0], chunks[i][1]);
+  }
+}
+
+std::uint32_t Heap::give_back_end() {
+  const std::uint32_t top = meta_->top, size = top_size();
+  if (!top || top + size + kChunkHeader != meta_->end) return 0;
+  // The wilderness stays a chunk, and an end mark behind it.
+  const std::uint32_t end = (top + kChunkMinimum + kChunkHeader + kSegmentSize - 1) / kSegmentSize * kSegmentSize;
+  if (end >= meta_->end) return 0;
+  set_header(end - kChunkHeader, kChunkHeader | kChunkUsed, end - kChunkHeader - top);
+  set(top, end - kChunkHeader - top);
+  set_meta(&meta_->end, end);
+  return end;
 }
 
 std::uint32_t Heap::take_from_bins(std::uint32_t need) {
@@ -135,11 +151,11 @@ std::uint32_t Heap::take_from_bins(std::uint32_t need) {
   std::uint32_t size = size_of(chunk);
   unlink(chunk, size);
   std::uint32_t rest = size - need;
-  if (rest < kMinimum) {
-    put(chunk, size | kUsed);
+  if (rest < kChunkMinimum) {
+    put(chunk, size | kChunkUsed);
     return chunk;
   }
-  put(chunk, need | kUsed);
+  put(chunk, need | kChunkUsed);
   set_header(chunk + need, rest, need);
   set(chunk + size + 4, rest);
   push(chunk + need, rest);
@@ -151,15 +167,15 @@ std::uint32_t Heap::take_from_top(std::uint32_t need) {
   std::uint32_t size = top_size();
   if (!chunk || size < need) return 0;
   std::uint32_t rest = size - need;
-  if (rest < kMinimum) {
+  if (rest < kChunkMinimum) {
     // The end mark learns of its neighbour only now: while the wilderness lies before it, nobody asks.
     set(chunk + size + 4, size);
-    set(chunk, size | kUsed);
+    set(chunk, size | kChunkUsed);
     set_meta(&meta_->top, 0);
     return chunk;
   }
   set_header(chunk + need, rest, need);
-  set(chunk, need | kUsed);
+  set(chunk, need | kChunkUsed);
   set_meta(&meta_->top, chunk + need);
   return chunk;
 }
@@ -169,7 +185,7 @@ bool Heap::join_waiting() {
   if (!waiting_ || !waiting_->bytes) return false;
   for (std::uint32_t& list : waiting_->lists) {
     while (const std::uint32_t chunk = list) {
-      list = get(chunk + kHeader);
+      list = get(chunk + kChunkHeader);
       give_back(chunk, size_of(chunk));
     }
   }
@@ -177,16 +193,16 @@ bool Heap::join_waiting() {
   return true;
 }
 
-std::uint32_t Heap::take_old(std::uint32_t need) {
+std::uint32_t Heap::take_free(std::uint32_t need) {
   const std::uint32_t chunk = take_from_bins(need);
   return chunk ? chunk : take_from_top(need);
 }
 
 std::uint32_t Heap::take(std::uint32_t need) {
-  std::uint32_t chunk = take_old(need);
-  if (!chunk && join_waiting()) chunk = take_old(need);
+  std::uint32_t chunk = take_free(need);
+  if (!chunk && join_waiting()) chunk = take_free(need);
   if (chunk) return chunk;
-  std::uint32_t segments = (need + 2 * kHeader + kSegmentSize - 1) / kSegmentSize;
+  std::uint32_t segments = (need + 2 * kChunkHeader + kSegmentSize - 1) / kSegmentSize;
   // Word first: a backing that logs must have an entry before it marks segments as taken.
   announce(&meta_->top, 8);
   std::uint32_t begin = backing_->grow(segments, meta_->end);
@@ -196,13 +212,13 @@ std::uint32_t Heap::take(std::uint32_t need) {
 }
 
 void Heap::mark_pending(void* block) {
-  std::uint32_t chunk = cage_ref(block) - kHeader;
-  set(chunk, get(chunk) | kPending);
+  std::uint32_t chunk = cage_ref(block) - kChunkHeader;
+  set(chunk, get(chunk) | kChunkPending);
 }
 
 void Heap::clear_pending(void* block) {
-  std::uint32_t chunk = cage_ref(block) - kHeader;
-  set(chunk, get(chunk) & ~kPending);
+  std::uint32_t chunk = cage_ref(block) - kChunkHeader;
+  set(chunk, get(chunk) & ~kChunkPending);
 }
 
 void Heap::give_back(std::uint32_t chunk, std::uint32_t size) {

@@ -4,14 +4,15 @@
 // are freed wait in lists by size for the next that want one: neither joined with their neighbours nor cut anew.
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 #include "platform/cage.h"
+#include "platform/heap_format.h"
 
 namespace kvt {
 
 inline constexpr std::uint32_t kHeapBins = 592;
-inline constexpr std::uint32_t kExactLimit = 4096;  // up to here a bin, and a list of waiting chunks, has one size
 
 struct HeapMeta {                               // stored format: lies in the first segment of a store
   std::uint64_t filled[(kHeapBins + 63) / 64];  // a bit for each bin that is not empty
@@ -24,7 +25,7 @@ STORED_SIZE(HeapMeta, 80 + kHeapBins * 4 + 8);
 // Chunks that wait to be used again, in private memory that is zero at first.
 struct WaitingChunks {
   static constexpr std::uint32_t kMostBytes = 64 * 1024;
-  std::uint32_t lists[kExactLimit / 8 + 1];  // by size; the link is the block's first word
+  std::uint32_t lists[kExactLimit / 8 + 1];  // one for each size; the link is the block's first word
   std::uint32_t bytes;
 };
 
@@ -53,46 +54,46 @@ class Heap {
   // 8-aligned, not zeroed; null when the backing has no more.
   void* alloc(std::uint32_t size) {
     if (size > kLargest) return nullptr;
-    const std::uint32_t need = size <= kMinimum - kHeader ? kMinimum : ((size + 7u) & ~7u) + kHeader;
+    const std::uint32_t need =
+        size <= kChunkMinimum - kChunkHeader ? kChunkMinimum : ((size + 7u) & ~7u) + kChunkHeader;
     const std::uint32_t waiting = take_waiting(need);
     const std::uint32_t chunk = waiting ? waiting : take(need);
     if (!chunk) return nullptr;
-    void* block = cage_at(chunk + kHeader);
+    void* block = cage_at(chunk + kChunkHeader);
     if (hide_free_) memory_show(block, size);
     return block;
   }
   void free(void* block) {  // an address for which is_block holds
-    const std::uint32_t chunk = cage_ref(block) - kHeader;
+    const std::uint32_t chunk = cage_ref(block) - kChunkHeader;
     const std::uint32_t size = size_of(chunk);
-    if (hide_free_) memory_hide(block, size - kHeader);
+    if (hide_free_) memory_hide(block, size - kChunkHeader);
     if (!wait(chunk, size)) give_back(chunk, size);
   }
   // False for what is no allocated block of this heap, as far as can be told from its neighbours.
   bool is_block(const void* block) const {
-    const std::uint32_t chunk = cage_ref(block) - kHeader;
+    const std::uint32_t chunk = cage_ref(block) - kChunkHeader;
     if (!in_cage(block) || chunk % 8 || !holds(chunk)) return false;
     const std::uint32_t size = size_of(chunk);
-    if ((get(chunk) & kFlags) != kUsed || size < kMinimum || size > kNumberBegin - chunk) return false;
+    if ((get(chunk) & kChunkFlags) != kChunkUsed || size < kChunkMinimum || size > kNumberBegin - chunk) return false;
     const bool same_segment = chunk / kSegmentSize == (chunk + size) / kSegmentSize;
     return (same_segment || holds(chunk + size)) && previous_size(chunk + size) == size;
   }
   // 0 for what is no allocated block.
   std::uint32_t block_size(const void* block) const {
-    return is_block(block) ? size_of(cage_ref(block) - kHeader) - kHeader : 0;
+    return is_block(block) ? size_of(cage_ref(block) - kChunkHeader) - kChunkHeader : 0;
   }
   // Keeps a block out of use without giving it away: it counts as freed, but its bytes stay.
   void mark_pending(void* block);
   void clear_pending(void* block);
+  // Makes the lists anew from the free chunks, given by address and size; `top` becomes the wilderness.
+  void relink(const std::array<std::uint32_t, 2>* chunks, std::size_t count, std::uint32_t top);
+  // Gives back whole segments at the end of the newest region as far as nothing is in them. @return where the region
+  // ends now; 0 when nothing can be given back
+  std::uint32_t give_back_end();
   std::uint32_t top() const { return meta_->top; }
   std::uint32_t top_size() const;
 
  private:
-  static constexpr std::uint32_t kHeader = 8;
-  static constexpr std::uint32_t kMinimum = 16;  // header and two links
-  static constexpr std::uint32_t kUsed = 1;
-  static constexpr std::uint32_t kPending = 2;
-  static constexpr std::uint32_t kWaiting = 4;  // with kUsed: neighbours leave it alone
-  static constexpr std::uint32_t kFlags = 7;
   static constexpr std::uint32_t kLargest = 0x40000000;
 
   // Headers and links of hidden memory are the allocator's own, so these do not ask whether an address is hidden.
@@ -102,32 +103,34 @@ class Heap {
   KVT_NO_ASAN static void put(std::uint32_t at, std::uint32_t value) {
     *reinterpret_cast<std::uint32_t*>(kvt_cage_base + at) = value;
   }
-  static std::uint32_t size_of(std::uint32_t chunk) { return get(chunk) & ~kFlags; }
-  static bool is_used(std::uint32_t chunk) { return get(chunk) & kUsed; }
+  static std::uint32_t size_of(std::uint32_t chunk) { return get(chunk) & ~kChunkFlags; }
+  static bool is_used(std::uint32_t chunk) { return get(chunk) & kChunkUsed; }
   static std::uint32_t previous_size(std::uint32_t chunk) { return get(chunk + 4); }
 
-  std::uint32_t take(std::uint32_t need);
+  // These give chunks of at least `need` bytes, marked as used; 0 when there is none.
+  std::uint32_t take(std::uint32_t need);  // also from memory that the backing has to give
+  std::uint32_t take_free(std::uint32_t need);
   std::uint32_t take_waiting(std::uint32_t need) {
     if (!waiting_ || need > kExactLimit) return 0;
     std::uint32_t& list = waiting_->lists[need / 8];
     const std::uint32_t chunk = list;
     if (!chunk) return 0;
-    list = get(chunk + kHeader);
+    list = get(chunk + kChunkHeader);
     waiting_->bytes -= need;
-    put(chunk, need | kUsed);
+    put(chunk, need | kChunkUsed);
     return chunk;
   }
+  // False: the chunk isn't to wait.
   bool wait(std::uint32_t chunk, std::uint32_t size) {
     if (!waiting_ || size > kExactLimit || waiting_->bytes + size > WaitingChunks::kMostBytes) return false;
     std::uint32_t& list = waiting_->lists[size / 8];
-    put(chunk + kHeader, list);
-    put(chunk, size | kUsed | kWaiting);
+    put(chunk + kChunkHeader, list);
+    put(chunk, size | kChunkUsed | kChunkWaiting);
     list = chunk;
     waiting_->bytes += size;
     return true;
   }
   bool join_waiting();
-  std::uint32_t take_old(std::uint32_t need);
   void give_back(std::uint32_t chunk, std::uint32_t size);
   bool holds(std::uint32_t at) const { return owner_ ? segment_owner(cage_at(at)) == owner_ : backing_->holds(at); }
   std::uint32_t take_from_bins(std::uint32_t need);

@@ -45,10 +45,7 @@ int read_file(const KeyFileRequest& request, std::uint8_t* key) {
   struct stat status;
   if (fstat(file.fd(), &status)) return fail(request, errno);
   if (!S_ISREG(status.st_mode)) return key_file_fail(request, EACCES, "is not a regular file");
-  if (status.st_uid != request.owner)
-    return key_file_fail(
-        request, EACCES,
-        request.owner == geteuid() ? "belongs to another user" : "belongs to another user than the database");
+  if (status.st_uid != geteuid()) return key_file_fail(request, EACCES, "belongs to another user");
   if ((status.st_mode & 07777) != 0600) return key_file_fail(request, EACCES, "has a mode other than 0600");
   Wiped<char, kFileSize + 1> text;
   const ssize_t length = read(file.fd(), text.at, sizeof text.at);
@@ -58,7 +55,7 @@ int read_file(const KeyFileRequest& request, std::uint8_t* key) {
 }
 
 // Digit by digit: a formatting function would leave them in a buffer of its own.
-int write_key(int fd, const std::uint8_t* key, uid_t owner) {
+int write_key(int fd, const std::uint8_t* key) {
   constexpr char kDigits[] = "0123456789abcdef";
   Wiped<char, kFileSize> text;
   for (std::size_t i = 0; i < kKeySize; ++i) {
@@ -68,14 +65,13 @@ int write_key(int fd, const std::uint8_t* key, uid_t owner) {
   text.at[kFileSize - 1] = '\n';
   const ssize_t length = write(fd, text.at, sizeof text.at);
   if (length != static_cast<ssize_t>(sizeof text.at)) return length < 0 ? errno : ENOSPC;
-  if (owner != geteuid() && fchown(fd, owner, static_cast<gid_t>(-1))) return errno;
   return fchmod(fd, 0600) || fsync(fd) ? errno : 0;  // the umask may have taken more than it should
 }
 
 int make_key_file(const KeyFileRequest& request) {
   Wiped<std::uint8_t, kKeySize> key;
   if (RAND_bytes(key.at, sizeof key.at) != 1) return key_file_fail(request, EIO, "no random numbers");
-  const int error = make_file(request.path, [&](int fd) { return write_key(fd, key.at, request.owner); });
+  const int error = make_file(request.path, [&](int fd) { return write_key(fd, key.at); });
   return !error || error == EEXIST ? 0 : fail(request, error);
 }
 

@@ -6,24 +6,12 @@
 #include <cstring>
 
 #include "platform/store.h"
+#include "platform/store_blocks.h"
 
 namespace kvt {
 namespace {
 
-struct KeyNode {  // stored format; the key's text with its NUL follows
-  std::uint32_t next;
-  std::uint32_t hash;
-  std::uint32_t value;
-};
-STORED_SIZE(KeyNode, 12);
-
 const char* text_of(const KeyNode* node) { return reinterpret_cast<const char*>(node + 1); }
-
-std::uint32_t hash_of(const char* key) {
-  std::uint32_t hash = 2166136261u;
-  for (; *key; key++) hash = (hash ^ static_cast<unsigned char>(*key)) * 16777619u;
-  return hash ^ hash >> 15;
-}
 
 KeyNode* find(std::uint32_t chain, std::uint32_t hash, const char* key) {
   for (auto* node = static_cast<KeyNode*>(cage_at(chain)); node; node = static_cast<KeyNode*>(cage_at(node->next))) {
@@ -45,10 +33,16 @@ KeyNode* fill(void* room, std::uint32_t next, std::uint32_t hash, std::uint32_t 
 
 }  // namespace
 
+std::uint32_t key_hash(const char* key) {
+  std::uint32_t hash = 2166136261u;
+  for (; *key; key++) hash = (hash ^ static_cast<unsigned char>(*key)) * 16777619u;
+  return hash ^ hash >> 15;
+}
+
 int key_put(void* keystore, std::uint32_t txn, const char* key, void* value) {
   Store* store = Store::of(keystore);
   if (!store || !key || (value && !in_cage(value)) || !store->can_write()) return 0;
-  std::uint32_t hash = hash_of(key);
+  std::uint32_t hash = key_hash(key);
   std::size_t length = std::strlen(key);
   std::uint32_t size = static_cast<std::uint32_t>(sizeof(KeyNode) + length + 1);
   std::uint32_t word = cage_ref(value);
@@ -81,7 +75,7 @@ int key_put(void* keystore, std::uint32_t txn, const char* key, void* value) {
 void* key_get(void* keystore, std::uint32_t, const char* key) {
   Store* store = Store::of(keystore);
   if (!store || !key) return nullptr;
-  std::uint32_t hash = hash_of(key);
+  std::uint32_t hash = key_hash(key);
   const KeyNode* node = find(store->roots()->permanent_keys[hash % kKeyBuckets], hash, key);
   if (!node || !node->value) node = find(store->roots()->keys[hash % kKeyBuckets], hash, key);
   return node ? cage_at(node->value) : nullptr;

@@ -9,4 +9,7 @@ namespace kvt {
 int key_put(void* keystore, std::uint32_t txn, const char* key, void* value);
 void* key_get(void* keystore, std::uint32_t txn, const char* key);
 
+// Of a key's text: it decides the chain that the name is in.
+std::uint32_t key_hash(const char* key);
+
 }  // namespace kvt

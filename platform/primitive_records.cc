@@ -66,14 +66,14 @@ constinit const kvt_type_record _qep_bytestr_type_info_internal = make_record(kB
 namespace {
 
 constinit const kvt_static_type g_types[kCount] = {
-    {&_u_int8_type_info_internal, &g_varinfo[kU8], &g_entries[kU8], nullptr},
-    {&_u_int16_type_info_internal, &g_varinfo[kU16], &g_entries[kU16], nullptr},
-    {&_u_int32_type_info_internal, &g_varinfo[kU32], &g_entries[kU32], nullptr},
-    {&_u_int64_type_info_internal, &g_varinfo[kU64], &g_entries[kU64], nullptr},
-    {&_kvt_boolean_type_info_internal, &g_varinfo[kBoolean], &g_entries[kBoolean], nullptr},
-    {&_kvt_vstring_type_info_internal, &g_varinfo[kVstring], &g_entries[kVstring], nullptr},
-    {&_kvt_aes_vstring_type_info_internal, &g_varinfo[kAesVstring], &g_entries[kAesVstring], nullptr},
-    {&_qep_bytestr_type_info_internal, &g_varinfo[kBytestr], &g_entries[kBytestr], nullptr}};
+    {&_u_int8_type_info_internal, &g_varinfo[kU8], &g_entries[kU8], nullptr, nullptr},
+    {&_u_int16_type_info_internal, &g_varinfo[kU16], &g_entries[kU16], nullptr, nullptr},
+    {&_u_int32_type_info_internal, &g_varinfo[kU32], &g_entries[kU32], nullptr, nullptr},
+    {&_u_int64_type_info_internal, &g_varinfo[kU64], &g_entries[kU64], nullptr, nullptr},
+    {&_kvt_boolean_type_info_internal, &g_varinfo[kBoolean], &g_entries[kBoolean], nullptr, nullptr},
+    {&_kvt_vstring_type_info_internal, &g_varinfo[kVstring], &g_entries[kVstring], nullptr, nullptr},
+    {&_kvt_aes_vstring_type_info_internal, &g_varinfo[kAesVstring], &g_entries[kAesVstring], nullptr, nullptr},
+    {&_qep_bytestr_type_info_internal, &g_varinfo[kBytestr], &g_entries[kBytestr], nullptr, nullptr}};
 
 [[gnu::constructor]] void register_types() { kvt_static_types_set(kModule, g_types, kCount); }
 

@@ -3,18 +3,15 @@
 // nested objects of a block share cache lines, and all keys within a block are found without trying each address.
 #include "platform/ref_map.h"
 
+#include <algorithm>
 #include <bit>
 #include <cerrno>
 #include <cstring>
 
+#include "platform/store_blocks.h"
+
 namespace kvt {
 namespace {
-
-struct Entry {        // stored format
-  std::uint32_t key;  // 0: empty
-  std::uint32_t value;
-};
-STORED_SIZE(Entry, 8);
 
 constexpr std::uint32_t kFirstCapacity = 64;
 
@@ -26,44 +23,48 @@ std::uint32_t home_of(const RefMapHead& map, std::uint32_t key) {
   const std::uint32_t first = (granule * 2654435769u) >> (32 - std::countr_zero(map.capacity));
   return (first & ~(kHomesOfGranule - 1)) + key / kStep % kHomesOfGranule;
 }
-Entry* entries_of(const RefMapHead& map) { return static_cast<Entry*>(cage_at(map.entries)); }
+RefMapEntry* entries_of(const RefMapHead& map) { return static_cast<RefMapEntry*>(cage_at(map.entries)); }
 
-Entry* probe(const RefMapHead& map, std::uint32_t key) {
-  Entry* entries = entries_of(map);
+RefMapEntry* probe(const RefMapHead& map, std::uint32_t key) {
+  RefMapEntry* entries = entries_of(map);
   std::uint32_t i = home_of(map, key);
   while (entries[i].key && entries[i].key != key) i = (i + 1) & (map.capacity - 1);
   return &entries[i];
 }
 
-int enlarge(Store& store, std::uint32_t txn, RefMapHead* map) {
-  RefMapHead larger = *map;
-  larger.capacity = map->capacity ? map->capacity * 2 : kFirstCapacity;
-  std::uint32_t bytes = larger.capacity * static_cast<std::uint32_t>(sizeof(Entry));
+int move_to(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t capacity) {
+  RefMapHead moved = *map;
+  moved.capacity = capacity;
+  std::uint32_t bytes = capacity * static_cast<std::uint32_t>(sizeof(RefMapEntry));
   void* block = store.alloc(txn, bytes);
   if (!block) return ENOMEM;
   std::memset(block, 0, bytes);
-  larger.entries = cage_ref(block);
+  moved.entries = cage_ref(block);
   for (std::uint32_t i = 0; i < map->capacity; i++) {
-    Entry entry = entries_of(*map)[i];
-    if (entry.key) *probe(larger, entry.key) = entry;
+    RefMapEntry entry = entries_of(*map)[i];
+    if (entry.key) *probe(moved, entry.key) = entry;
   }
   std::uint32_t before = map->entries;
-  store.write(map, larger, txn);
+  store.write(map, moved, txn);
   if (before) store.free(txn, cage_at(before));
   return 0;
+}
+
+int enlarge(Store& store, std::uint32_t txn, RefMapHead* map) {
+  return move_to(store, txn, map, map->capacity ? map->capacity * 2 : kFirstCapacity);
 }
 
 }  // namespace
 
 const std::uint32_t* ref_map_find(const RefMapHead& map, std::uint32_t key) {
   if (!map.count || !key) return nullptr;
-  const Entry* entry = probe(map, key);
+  const RefMapEntry* entry = probe(map, key);
   return entry->key ? &entry->value : nullptr;
 }
 
 std::uint32_t ref_map_key_in(const RefMapHead& map, std::uint32_t begin, std::uint32_t length) {
   if (!map.count || !length) return 0;
-  const Entry* entries = entries_of(map);
+  const RefMapEntry* entries = entries_of(map);
   auto find_from = [&](std::uint32_t i) {
     while (entries[i].key && entries[i].key - begin >= length) i = (i + 1) & (map.capacity - 1);
     return entries[i].key;
@@ -80,21 +81,27 @@ std::uint32_t ref_map_key_in(const RefMapHead& map, std::uint32_t begin, std::ui
 }
 
 int ref_map_put(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t key, std::uint32_t value) {
-  if (Entry* entry = map->count ? probe(*map, key) : nullptr; entry && entry->key) {
+  if (RefMapEntry* entry = map->count ? probe(*map, key) : nullptr; entry && entry->key) {
     return entry->value == value || store.write(&entry->value, value, txn) ? 0 : EPERM;
   }
   if (!store.announce_range(&map->count, sizeof map->count, txn)) return EPERM;
   if (map->count + 1 > map->capacity / 4 * 3) {
     if (int error = enlarge(store, txn, map)) return error;
   }
-  store.write(probe(*map, key), Entry{key, value}, txn);
+  store.write(probe(*map, key), RefMapEntry{key, value}, txn);
   map->count++;
   return 0;
 }
 
+void ref_map_shrink(Store& store, std::uint32_t txn, RefMapHead* map) {
+  std::uint32_t capacity = kFirstCapacity;
+  while (map->count >= capacity / 2) capacity *= 2;
+  if (map->capacity) move_to(store, txn, map, std::min(capacity, map->capacity));
+}
+
 bool ref_map_remove(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t key) {
   if (!ref_map_find(*map, key) || !store.announce_range(&map->count, sizeof map->count, txn)) return false;
-  Entry* entries = entries_of(*map);
+  RefMapEntry* entries = entries_of(*map);
   std::uint32_t mask = map->capacity - 1;
   std::uint32_t hole = static_cast<std::uint32_t>(probe(*map, key) - entries);
   for (std::uint32_t i = (hole + 1) & mask; entries[i].key; i = (i + 1) & mask) {
@@ -103,7 +110,7 @@ bool ref_map_remove(Store& store, std::uint32_t txn, RefMapHead* map, std::uint3
     store.write(&entries[hole], entries[i], txn);
     hole = i;
   }
-  store.write(&entries[hole], Entry{0, 0}, txn);
+  store.write(&entries[hole], RefMapEntry{0, 0}, txn);
   map->count--;
   return true;
 }

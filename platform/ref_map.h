@@ -13,6 +13,8 @@ const std::uint32_t* ref_map_find(const RefMapHead& map, std::uint32_t key);
 int ref_map_put(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t key, std::uint32_t value);
 // False when the key is absent.
 bool ref_map_remove(Store& store, std::uint32_t txn, RefMapHead* map, std::uint32_t key);
+// Moves the entries to memory that is no larger than they need, if there is some.
+void ref_map_shrink(Store& store, std::uint32_t txn, RefMapHead* map);
 
 // A key in [begin, begin + length); 0 if the map has none there.
 std::uint32_t ref_map_key_in(const RefMapHead& map, std::uint32_t begin, std::uint32_t length);

@@ -5,37 +5,16 @@
 
 #include "platform/handle.h"
 #include "platform/registry.h"
+#include "platform/store_blocks.h"
+#include "platform/table_blocks.h"
 
 namespace kvt {
 namespace {
 
-// Where the words of a table object lie that are read or kept here.
-constexpr std::size_t kPathAt = 7;
-constexpr std::size_t kPathSize = 208;
-constexpr std::size_t kCountersAt = 216;  // list of TenantCounter
-constexpr std::size_t kRecordCountAt = 244;
-constexpr std::size_t kTableIdAt = 264;
-constexpr std::size_t kIdModeAt = 272;
-constexpr std::size_t kNextAt = 276;
-constexpr std::size_t kPreviousAt = 280;  // reference of the word that leads here
-constexpr std::size_t kTableFlagsAt = 360;
-constexpr std::uint32_t kOnGcList = 0x40, kDeferredFree = 0x01;
 constexpr std::uint32_t kContentsSize = 376;
 
-struct TocEntry {  // stored format
-  std::uint32_t next;
-  std::uint32_t table;
-};
-STORED_SIZE(TocEntry, 8);
-
-struct TenantCounter {  // stored format
-  std::uint32_t next;
-  std::uint16_t tenant;
-  std::uint8_t source;
-  std::uint8_t reserved;
-  std::uint32_t count;
-};
-STORED_SIZE(TenantCounter, 12);
+TableObject* table_at(void* table) { return static_cast<TableObject*>(table); }
+const TableObject* table_at(const void* table) { return static_cast<const TableObject*>(table); }
 
 // What a table is found by. An empty path stands for a numbered table.
 struct TableKey {
@@ -49,10 +28,10 @@ struct TableKey {
 TableKey key_of(const void* table) {
   int err = 0;
   const kvt_type_record* record = kvt_get_manifested_type_info(table, &err);
-  const char* path = static_cast<const char*>(at_offset(table, kPathAt));
-  bool by_name = load<std::uint32_t>(at_offset(table, kIdModeAt)) == 0;
+  const char* path = table_at(table)->table_name;
+  bool by_name = table_at(table)->id_mode == 0;
   return {record ? record->luid : nullptr, sizeof record->luid, by_name ? path : nullptr,
-          by_name ? strnlen(path, kPathSize) : 0, load<std::uint64_t>(at_offset(table, kTableIdAt))};
+          by_name ? strnlen(path, kTableNameSize) : 0, load<std::uint64_t>(table_at(table)->table_id)};
 }
 
 bool operator==(const TableKey& a, const TableKey& b) {
@@ -73,7 +52,7 @@ void* find(const StoreRoots* roots, const TableKey& key) {
 Store& store_of(kvt_handle* handle) { return *handle->runtime->store; }
 
 void free_counters(Store& store, std::uint32_t txn, void* table) {
-  auto* head = static_cast<std::uint32_t*>(at_offset(table, kCountersAt));
+  std::uint32_t* head = &table_at(table)->counters;
   std::uint32_t at = *head;
   if (!at || !store.write(head, 0u, txn)) return;
   while (at) {
@@ -141,18 +120,18 @@ void kvtdb_database_toc_delete(kvt_handle* handle, uint32_t txn, void* table, in
   auto* entry = static_cast<TocEntry*>(cage_at(*link));
   if (!store.write(link, entry->next, txn)) return kvt_store_epoch_err(handle, EPERM, err);
   store.free(store.open_txn(), entry);
-  if (!load<uint32_t>(at_offset(table, kRecordCountAt))) free_counters(store, txn, table);
-  auto* flags = static_cast<uint32_t*>(at_offset(table, kTableFlagsAt));
+  if (!table_at(table)->record_count) free_counters(store, txn, table);
+  uint32_t* flags = &table_at(table)->table_flags;
   const void* contents = cage_at(store.roots()->contents);
-  if (contents && load<uint32_t>(at_offset(contents, kTableFlagsAt)) & kDeferredFree) {
-    store.write(flags, *flags | kOnGcList, txn);
+  if (contents && table_at(contents)->table_flags & kTocDeferredFree) {
+    store.write(flags, *flags | kTableOnGcList, txn);
   }
 }
 
 void kvtdb_get_tenant_counter(kvt_handle*, uint32_t, void* table, uint32_t* result, uint16_t tenant,
                               const uint8_t* source) {
   *result = 0;
-  for (const auto* c = static_cast<TenantCounter*>(cage_at(load<uint32_t>(at_offset(table, kCountersAt)))); c;
+  for (const auto* c = static_cast<TenantCounter*>(cage_at(table_at(table)->counters)); c;
        c = static_cast<TenantCounter*>(cage_at(c->next))) {
     if (c->tenant == tenant && (!source || c->source == *source)) *result += c->count;
   }
@@ -162,7 +141,7 @@ void kvtdb_update_tenant_counter(kvt_handle* handle, uint32_t txn, void* table, 
                                  uint8_t source, int* err) {
   if (*err) return;
   Store& store = store_of(handle);
-  auto* head = static_cast<uint32_t*>(at_offset(table, kCountersAt));
+  uint32_t* head = &table_at(table)->counters;
   uint32_t* link = head;
   auto* counter = static_cast<TenantCounter*>(cage_at(*link));
   while (counter && (counter->tenant != tenant || counter->source != source)) {
@@ -193,8 +172,8 @@ void kvtgc_validate_table_delete(kvt_handle*, void*) {}
 
 void kvtgc_database_gc_list_remove(kvt_handle* handle, uint32_t txn, void* table, int* err) {
   if (*err) return;
-  auto* flags = static_cast<uint32_t*>(at_offset(table, kTableFlagsAt));
-  if (!store_of(handle).write(flags, *flags & ~kOnGcList, txn)) kvt_store_epoch_err(handle, EPERM, err);
+  uint32_t* flags = &table_at(table)->table_flags;
+  if (!store_of(handle).write(flags, *flags & ~kTableOnGcList, txn)) kvt_store_epoch_err(handle, EPERM, err);
 }
 
 uint32_t kvtgc_collect(kvt_handle* handle, uint32_t txn, int* err) {
@@ -212,14 +191,14 @@ uint32_t kvtgc_collect(kvt_handle* handle, uint32_t txn, int* err) {
   uint32_t freed = 0;
   for (uint32_t at = roots->tables.first; at;) {
     void* table = cage_at(at);
-    at = load<uint32_t>(at_offset(table, kNextAt));
+    at = table_at(table)->toc_next;
     const kvt_static_type* type = static_type_of(kvt_get_manifested_type_info(table, err));
-    if (find(roots, key_of(table)) == table || load<uint32_t>(at_offset(table, kRecordCountAt)) ||
+    if (find(roots, key_of(table)) == table || table_at(table)->record_count ||
         kvtdb_table_are_cursors_enabled(handle, txn, table, err) || !type || !type->destroy) {
       continue;
     }
     kvtgc_database_gc_list_remove(handle, txn, table, err);
-    const uint32_t* link = static_cast<const uint32_t*>(cage_at(load<uint32_t>(at_offset(table, kPreviousAt))));
+    const uint32_t* link = static_cast<const uint32_t*>(cage_at(table_at(table)->toc_prev));
     type->destroy(handle, txn, table, 1);
     freed += *link != cage_ref(table);
   }

@@ -120,6 +120,30 @@ std::optional<int> parse_options(int argc, char** argv, Options& options) {
   CLI::App* manifest = add_command(app, options, Command::kManifest, "manifest", "Show a built file's types and stamp");
   manifest->add_option("FILE", options.file, "the library")->required();
 
+  CLI::App* db = add_command(app, options, Command::kCare, "db", "Care for the database; others may go on using it");
+  db->require_subcommand(1);
+  const struct {
+    const char* name;
+    Care care;
+    const char* help;
+    const char* file;  // nullptr: takes none
+  } cares[] = {
+      {"create", Care::kCreate, "Make an empty database", nullptr},
+      {"info", Care::kInfo, "Tell size, room and contents", nullptr},
+      {"check", Care::kCheck, "Hold every structure against the others; status 1 when something is wrong", nullptr},
+      {"repair", Care::kRepair, "Mend what can be told from what is whole", nullptr},
+      {"backup", Care::kBackup, "Copy the last committed state into a new file", "the file to make"},
+      {"restore", Care::kRestore, "Bring back the state of a backup", "a backup of the database"},
+      {"compact", Care::kCompact, "Give unused space at the end back to the file system", nullptr},
+  };
+  for (const auto& care : cares) {
+    CLI::App* sub = db->add_subcommand(care.name, care.help);
+    sub->fallthrough();
+    sub->callback([&options, which = care.care] { options.care = which; });
+    if (care.file) sub->add_option("FILE", options.file, care.file)->required();
+    if (care.care == Care::kInfo) sub->add_flag("--json", options.json, "as JSON");
+  }
+
   try {
     app.parse(argc, argv);
     if (options.command == Command::kTrace && options.files.empty() && options.ring.empty())

@@ -8,7 +8,10 @@
 
 namespace wlanctl {
 
-enum class Command { kImport, kList, kShow, kFind, kExport, kSend, kReceive, kSet, kDelete, kTrace, kManifest };
+enum class Command { kImport, kList, kShow, kFind, kExport, kSend, kReceive, kSet, kDelete, kTrace, kManifest, kCare };
+
+/// What `wlanctl db` does.
+enum class Care { kCreate, kInfo, kCheck, kRepair, kBackup, kRestore, kCompact };
 
 struct Options {
   Command command = Command::kList;
@@ -19,7 +22,7 @@ struct Options {
   std::string trace_file;
   bool json = false;
   bool hold = false;
-  std::string file;                  // import, export; empty: standard output; manifest
+  std::string file;                  // import, export; empty: standard output; manifest, db
   std::string table;                 // list, show, set, delete
   std::string key;                   // show, set, delete
   std::string path;                  // set
@@ -33,6 +36,7 @@ struct Options {
   std::string verify;              // receive
   std::string ring;                // trace
   std::vector<std::string> files;  // trace
+  Care care = Care::kInfo;         // db
 };
 
 /// Reads the command line into `options`. A value that stands in it is overwritten there, where every user of the

@@ -116,9 +116,10 @@ KVT_EXPORT kvt_handle* kvt_handle_open_private(const kvt_handle_options* options
 /// Opens a handle over the database in the file `path`. Several handles, threads and processes may have one file open;
 /// each handle belongs to one thread at a time.
 /// @param err out: ENOENT no such file and no `create`; EINVAL the file is no database, of another format version or
-///   cut short, or the key file holds no key; EBUSY its slot is taken by another database in this process; EACCES the
-///   key file is a link, or has a mode other than 0600 or another owner than the database; EKEYREJECTED it holds
-///   another key than the database's; ENOSPC, ENOMEM and what open(2) gives. `options->message` gets the reason in
+///   cut short, or the key file holds no key; EBUSY its slot is taken by another database in this process; EACCES
+///   database or key file belong to another user or are open to others, the key file is a link, or the database's name
+///   is one in a folder that everybody may write to; EKEYREJECTED the key file holds another key than the database's;
+///   ENOSPC, ENOMEM and what open(2) gives. `options->message` gets the reason in
 ///   words.
 KVT_EXPORT kvt_handle* kvt_handle_open_database(const char* path, const kvt_handle_options* options, int* err);
 /// Closes a handle; an open transaction is aborted. A private store gives back all its memory. The key that the handle

@@ -3,6 +3,7 @@
 #ifndef KVT_KVT_H
 #define KVT_KVT_H
 
+#include "kvt/care.h"
 #include "kvt/frame.h"
 #include "kvt/handle.h"
 #include "kvt/primitives.h"

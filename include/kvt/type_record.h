@@ -47,6 +47,46 @@ typedef struct kvt_variant_entry {
   uint64_t reserved1;
 } kvt_variant_entry;
 
+/// What lies in an object's memory besides numbers: a field that owns a block, refers to an object, or is one itself.
+enum {
+  KVT_CELL_TEXT,       ///< kvt_vstring or qep_bytestr: reference and length
+  KVT_CELL_SECRET,     ///< kvt_aes_vstring
+  KVT_CELL_OBJECT,     ///< a nested object of the type `type`
+  KVT_CELL_REFERENCE,  ///< a reference field to objects of the type `type`
+  KVT_CELL_TIMER
+};
+typedef struct kvt_cell {
+  uint16_t offset;
+  int8_t variant;  ///< the field's
+  uint8_t kind;
+  const struct kvt_type_record* type;
+  const char* name;
+} kvt_cell;
+
+/// One key of a table, in the order of the indexes.
+typedef struct kvt_key_shape {
+  const char* name;
+  int (*compare)(const void* node_a, const void* node_b);  ///< as e_avl_compare
+  uint32_t (*word)(uint32_t tenant, const void* payload);  ///< what a node keeps of the key
+} kvt_key_shape;
+
+/// The memory of a type's objects, so that a store can be looked through without a call into the type's module. `plain`
+/// and `states` are by built variant: bytes of an object, and its state bytes behind them. Of a table and of its record
+/// type, `payload` and the rest tell the records; their other members are empty.
+typedef struct kvt_shape {
+  uint16_t variants;
+  uint16_t cell_count;
+  const uint16_t* plain;
+  const uint16_t* states;
+  const kvt_cell* cells;
+  const struct kvt_type_record* payload;  ///< NULL: no table
+  const struct kvt_type_record* record;
+  uint16_t table_size, record_size;
+  uint16_t payload_slot;  ///< offset of the payload's reference in a record
+  uint16_t key_count;
+  const kvt_key_shape* keys;
+} kvt_shape;
+
 /// One static type of a module: what a number stands for.
 typedef struct kvt_static_type {
   const kvt_type_record* record;
@@ -55,6 +95,7 @@ typedef struct kvt_static_type {
   /// Gives back an object of the type (its memory too with `free_it`): for a destroy that waited for references, and is
   /// carried out by the runtime. NULL for types whose objects it must not destroy.
   void (*destroy)(kvt_handle* handle, uint32_t txn, void* object, int free_it);
+  const kvt_shape* shape;  ///< NULL for primitive and scalar types
 } kvt_static_type;
 
 /// A schema module in the process's module list.

@@ -6,7 +6,7 @@ namespace {
 
 // Types in the order of the type table, as records.
 struct Entry {
-  std::string symbol, name, kind, luid;
+  std::string symbol, name, kind, luid, shape;  // shape: empty for types without one
   struct Variant {
     std::uint32_t number, used, slop;
   };
@@ -16,7 +16,7 @@ struct Entry {
 std::vector<Entry> entries_of(const Module& module) {
   std::vector<Entry> list;
   for (const Struct* type : module.structs) {
-    Entry e{record_symbol(type->name), type->name, "type", type->luid, {}};
+    Entry e{record_symbol(type->name), type->name, "type", type->luid, type->name, {}};
     for (int v = 0; v <= type->top; ++v) {
       const std::uint32_t used = type->used[static_cast<std::size_t>(v)];
       e.variants.push_back({static_cast<std::uint32_t>(v), used, type->plain.back() - used});
@@ -24,16 +24,20 @@ std::vector<Entry> entries_of(const Module& module) {
     list.push_back(e);
   }
   for (const Enum* type : module.enums) {
-    Entry e{record_symbol(type->name), type->name, "enum", type->luid, {}};
+    Entry e{record_symbol(type->name), type->name, "enum", type->luid, "", {}};
     for (int v = 0; v <= type->top; ++v) e.variants.push_back({static_cast<std::uint32_t>(v), 12, 0});
     list.push_back(e);
   }
   for (const Flag* type : module.flags)
-    list.push_back({record_symbol(type->name), type->name, "flag", type->luid, {{0, 8, 4}}});
+    list.push_back({record_symbol(type->name), type->name, "flag", type->luid, "", {{0, 8, 4}}});
   for (const Table* table : module.tables) {
-    list.push_back({table_record_symbol(*table), table->name, "table", table->luid, {{1, 4, 0}}});
-    list.push_back(
-        {table_row_symbol(*table), table->name + "_record", "table_record", table->record_luid, {{1, 4, 0}}});
+    list.push_back({table_record_symbol(*table), table->name, "table", table->luid, table->name, {{1, 4, 0}}});
+    list.push_back({table_row_symbol(*table),
+                    table->name + "_record",
+                    "table_record",
+                    table->record_luid,
+                    table->name,
+                    {{1, 4, 0}}});
   }
   return list;
 }
@@ -89,6 +93,94 @@ void collect_$(table)_record(kvt_handle* handle, std::uint32_t txn, void* record
   return out;
 }
 
+const char* cell_kind(Kind kind) {
+  switch (kind) {
+    case Kind::kVstring:
+    case Kind::kBytestr:
+      return "KVT_CELL_TEXT";
+    case Kind::kAesVstring:
+      return "KVT_CELL_SECRET";
+    case Kind::kEnum:
+    case Kind::kFlag:
+    case Kind::kStruct:
+      return "KVT_CELL_OBJECT";
+    case Kind::kReference:
+      return "KVT_CELL_REFERENCE";
+    case Kind::kTimer:
+      return "KVT_CELL_TIMER";
+    case Kind::kInteger:
+    case Kind::kBoolean:
+      break;
+  }
+  return nullptr;
+}
+
+std::string cell_type(const Field& f) {
+  if (f.kind == Kind::kEnum || f.kind == Kind::kFlag || f.kind == Kind::kStruct) return "&" + record_symbol(f.type);
+  if (f.target_table) return "&" + table_record_symbol(*f.target_table);
+  return f.target_struct ? "&" + record_symbol(f.target_struct->name) : "nullptr";
+}
+
+std::string shape_of_struct(const Struct& type) {
+  std::string cells, plain, states;
+  std::size_t count = 0;
+  for (const Field& f : type.fields) {
+    const char* kind = cell_kind(f.kind);
+    if (!kind) continue;
+    ++count;
+    cells +=
+        fill("{$(offset), $(variant), $(kind), $(type), \"$(name)\"},\n    ", {{"offset", std::to_string(f.offset)},
+                                                                               {"variant", std::to_string(f.variant)},
+                                                                               {"kind", kind},
+                                                                               {"type", cell_type(f)},
+                                                                               {"name", f.name}});
+  }
+  for (int v = 0; v <= type.top; ++v) {
+    plain += std::to_string(type.plain[static_cast<std::size_t>(v)]) + ", ";
+    states += std::to_string(type.block[static_cast<std::size_t>(v)]) + ", ";
+  }
+  return fill(R"--(constexpr kvt_cell cells_$(name)[] = {
+    $(cells){0, 0, 0, nullptr, nullptr}};
+constexpr std::uint16_t plain_$(name)[] = {$(plain)}, states_$(name)[] = {$(states)};
+constexpr kvt_shape shape_$(name) = {$(variants), $(count), plain_$(name), states_$(name), cells_$(name),
+    nullptr, nullptr, 0, 0, 0, 0, nullptr};
+)--",
+              {{"name", type.name},
+               {"cells", cells},
+               {"plain", plain},
+               {"states", states},
+               {"variants", std::to_string(type.top + 1)},
+               {"count", std::to_string(count)}});
+}
+
+std::string shape_of_table(const Table& table) {
+  std::string keys;
+  for (const Field* key : table.keys) {
+    keys += fill("    {\"$(key)\", $(table)_$(payload)_$(key)_avl_compare, key_word<$(table)::$(key)>},\n",
+                 {{"key", key->name}, {"table", table.name}, {"payload", table.payload_name}});
+  }
+  return fill(R"--(constexpr kvt_key_shape keys_$(name)[] = {
+$(keys)};
+constexpr kvt_shape shape_$(name) = {0, 0, nullptr, nullptr, nullptr, &$(payload), &$(record), $(table_size),
+    $(record_size), $(slot), $(count), keys_$(name)};
+)--",
+              {{"name", table.name},
+               {"keys", keys},
+               {"payload", record_symbol(table.payload_name)},
+               {"record", table_row_symbol(table)},
+               {"table_size", std::to_string(table.object_size)},
+               {"record_size", std::to_string(table.record_size)},
+               {"slot", std::to_string(table.payload_slot)},
+               {"count", std::to_string(table.keys.size())}});
+}
+
+std::string shapes_of(const Module& module) {
+  std::string out;
+  for (const Struct* type : module.structs) out += shape_of_struct(*type);
+  for (const Table* table : module.tables) out += shape_of_table(*table);
+  return out;
+}
+
 }  // namespace
 
 void emit_module(Output& out, const MessageIndex& messages, const FailureZone& zone) {
@@ -116,8 +208,11 @@ void emit_module(Output& out, const MessageIndex& messages, const FailureZone& z
     }
     variants += fill("};\nstatic const kvt_variant_data varinfo_$(i) = {$(count), {0, 0, 0}, $(number)};\n",
                      {{"i", index}, {"count", std::to_string(e.variants.size())}, {"number", number}});
-    statics += fill("    {&$(symbol), &varinfo_$(i), entries_$(i), $(destroy)},\n",
-                    {{"symbol", e.symbol}, {"i", index}, {"destroy", destroy_of(e)}});
+    statics += fill("    {&$(symbol), &varinfo_$(i), entries_$(i), $(destroy), $(shape)},\n",
+                    {{"symbol", e.symbol},
+                     {"i", index},
+                     {"destroy", destroy_of(e)},
+                     {"shape", e.shape.empty() ? "nullptr" : "&shape_" + e.shape}});
     types += "    &" + e.symbol + ",\n";
   }
   out.source("module.h") = top_comment(out, "The module's own records.") + fill(R"--(#pragma once
@@ -166,9 +261,9 @@ namespace kvt {
 namespace @schema@ {
 $(variants)namespace {
 
-$(collectors)
+$(collectors)$(shapes)
 constexpr kvt_static_type kStaticTypes[] = {
-$(statics)    {nullptr, nullptr, nullptr, nullptr},
+$(statics)    {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 constexpr const kvt_type_record* kTypes[] = {
 $(types)    nullptr,
@@ -216,6 +311,7 @@ void *$(m)_bundle_handler_unregister(void) {
                                   {"types", types},
                                   {"includes", includes},
                                   {"collectors", collectors(module)},
+                                  {"shapes", shapes_of(module)},
                                   {"table_includes", table_includes},
                                   {"needs", needs_of(module)},
                                   {"messages", message_tables_of(module, messages)},

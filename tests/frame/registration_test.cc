@@ -31,7 +31,7 @@ struct ToyModule {
   kvt_variant_data data = {2, {}, 0};
   kvt_variant_entry entries[2] = {{0, 20, 12, 0, 0, 0, 0}, {1, 28, 4, 0, 0, 0, 0}};
   kvt_static_type types[3] = {
-      {&bare, nullptr, nullptr, nullptr}, {&grown, &data, entries, nullptr}, {nullptr, nullptr, nullptr, nullptr}};
+      {&bare, nullptr, nullptr, nullptr, nullptr}, {&grown, &data, entries, nullptr, nullptr}, {}};
   std::uint16_t trace_id = 0;
   std::uint32_t trace_state = 0;
   void* zone = nullptr;

@@ -322,6 +322,7 @@ TEST_F(DatabaseFile, RefusesWhatItCannotRead) {
   for (const Case& c : cases) {
     std::string file = directory + "/bad";
     std::ofstream(file, std::ios::binary) << c.bytes;
+    ASSERT_EQ(chmod(file.c_str(), 0600), 0);
     EXPECT_EQ(open(file), nullptr) << c.message;
     EXPECT_EQ(err, EINVAL) << c.message;
     EXPECT_NE(std::string(message).find(c.message), std::string::npos) << message;

@@ -39,7 +39,8 @@ kvt_type_record toy_record(unsigned index) {
   return record;
 }
 const kvt_type_record toy = toy_record(0), fixture = toy_record(1);  // objects of the second one are never destroyed
-const kvt_static_type types[] = {{&toy, nullptr, nullptr, destroy_toy}, {&fixture, nullptr, nullptr, nullptr}};
+const kvt_static_type types[] = {{&toy, nullptr, nullptr, destroy_toy, nullptr},
+                                 {&fixture, nullptr, nullptr, nullptr, nullptr}};
 
 class Oid : public testing::TestWithParam<bool> {
  protected:

@@ -36,7 +36,7 @@ struct ToyModule {
       records[i].varinfo = kNumber | i;
       data[i] = {static_cast<std::int8_t>(i == 1 ? variants : 1), {}, kNumber | i};
       for (std::uint32_t v = 0; v < 4; v++) entries[i][v] = {v, 20 + v, 8, 0, 5, 5, 0};
-      types.push_back({&records[i], &data[i], entries[i], nullptr});
+      types.push_back({&records[i], &data[i], entries[i], nullptr, nullptr});
     }
   }
 };
