@@ -132,7 +132,6 @@ struct KeyDesc {
   std::uint16_t offset;  // of the key's value in the payload
   std::uint8_t size;     // bytes of that value; a string's are its two words
   e_avl_compare compare;
-  e_avl_compare tenant_from, tenant_up_to;                           // find the edges of a tenant's run
   bool (*same)(const void* payload_a, const void* payload_b);        // equal keys
   std::uint32_t (*word)(std::uint32_t tenant, const void* payload);  // what a node keeps of the key
   void* (*find)(std::uint32_t root, const void* value, std::uint16_t tenant, std::uint8_t source);  // a node
@@ -173,6 +172,28 @@ struct IdRootCache {
   std::uint64_t store;
 };
 
+// The application's handlers of a table's events. Each is a weak reference, and has a name to look for among what the
+// process loads later.
+enum RecordEvent : unsigned {
+  kEventCreate,
+  kEventModify,
+  kEventDelete,
+  kEventCreateDm,
+  kEventDeleteDm,
+  kEventGrouping,
+  kEventFree,
+  kRecordEvents
+};
+using AnyHandler = void (*)();
+struct EventHandler {
+  AnyHandler linked;  // null: nothing of that name was there when the library was loaded
+  const char* name;
+};
+struct LateHandlers {  // what was found by name, and what the process had loaded then
+  std::uint64_t loaded;
+  AnyHandler found[kRecordEvents];
+};
+
 struct TableDesc {
   const char* name;
   const char* payload_path;  // "//st_wlan"
@@ -191,6 +212,8 @@ struct TableDesc {
   std::uint16_t payload_slot;
   std::uint32_t failure_offset;
   IdRootCache* id_root;
+  const EventHandler* handlers;  // by RecordEvent
+  LateHandlers* late_handlers;
 
   void* failure_record() const { return static_cast<char*>(*module->failure_zone) + failure_offset; }
 };

@@ -2,8 +2,9 @@
 // database_open.cc.
 //
 // The undo log holds {place, length, entry before, bytes} for each range that was announced, the newest one named by
-// the header. An entry is complete before the header names it, and a range changes only after that, so that the death
-// of the writer at any instruction leaves a log that leads back to the last commit.
+// the header, and an entry without bytes for free memory that was given out: that is zero when it is free. An entry is
+// complete before the header names it, and a range changes only after that, so that the death of the writer at any
+// instruction leaves a log that leads back to the last commit.
 #include "platform/database.h"
 
 #include <fcntl.h>
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 
 #include "platform/messages.h"
 
@@ -20,15 +22,17 @@ namespace {
 
 constexpr std::uint32_t kEntryHeader = 16;
 constexpr std::uint32_t kKeptLogSegments = 4;
+constexpr std::uint32_t kWatcherCheck = 64;  // transactions
 // What one change of the allocator may log, and what growing keeps back so that the log isn't what runs out first.
 constexpr std::uint32_t kHeapStep = 4096;
 constexpr std::uint32_t kGrowReserve = 128 * 1024;
+constexpr std::uint32_t kWipeStep = 32 * 1024;  // fresh memory is logged in steps of that size
 
 struct LogEntry {  // stored format
   std::uint32_t at;
-  std::uint32_t length;
+  std::uint32_t length;  // of the bytes that follow; 0 for memory that was free, and zero
   std::uint32_t previous;
-  std::uint32_t reserved;
+  std::uint32_t wiped;  // length of that memory
 };
 STORED_SIZE(LogEntry, 16);
 
@@ -43,11 +47,17 @@ std::uint32_t rounded(std::uint32_t size) { return (size + 7u) & ~7u; }
 // The order of these stores is what a dead writer's successor relies on; the processor keeps it, the compiler must too.
 void publish(std::uint32_t* at, std::uint32_t value) { std::atomic_ref(*at).store(value, std::memory_order_release); }
 
-int lock_file(int fd, short type) {
+struct flock byte_lock(short type, off_t at) {
   struct flock region {};
   region.l_type = type;
   region.l_whence = SEEK_SET;
+  region.l_start = at;
   region.l_len = 1;
+  return region;
+}
+
+int lock_file(int fd, short type) {
+  struct flock region = byte_lock(type, 0);
   int result;
   do {
     result = fcntl(fd, F_OFD_SETLKW, &region);
@@ -57,7 +67,8 @@ int lock_file(int fd, short type) {
 
 }  // namespace
 
-int Database::begin(Store* store, std::uint32_t* txn, bool even_damaged) {
+int Database::begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool even_damaged) {
+  const bool heard = !even_damaged && events_heard();  // before any lock: it asks the loader
   {
     std::unique_lock lock(turn_mutex_);
     if (turn_of_ == std::this_thread::get_id() || writer() == store) return EDEADLK;
@@ -86,30 +97,97 @@ int Database::begin(Store* store, std::uint32_t* txn, bool even_damaged) {
   // What is wilderness now holds nothing that an abort must bring back, but for the header before it.
   fresh_begin_ = heap_sound && heap_.top() ? heap_.top() + 8 : 0;
   fresh_end_ = heap_sound ? heap_.top() + heap_.top_size() : 0;
+  fresh_used_ = fresh_begin_;
+  ring()->settle();
+  heard_ = heard;
+  watched_ = !even_damaged && has_watchers(store);
+  recorded_ = false;
+  if (heard_ || watched_) events_.begin(this, &heap_, handle);
   *txn = txn_;
   return 0;
+}
+
+// A dead reader is found out now and then, which costs a call of the system. Until then changes are kept for nobody.
+bool Database::has_watchers(const Store* store) {
+  std::atomic_ref watchers(ring()->watchers);
+  std::uint32_t seen = watchers.load(std::memory_order_acquire);
+  if (!seen || ++begins_ % kWatcherCheck) return seen;
+  struct flock region = byte_lock(F_WRLCK, kWatchLockAt);
+  if (fcntl(store->fd(), F_OFD_GETLK, &region) || region.l_type != F_UNLCK) return true;
+  // A reader that came in between has changed the number.
+  return !watchers.compare_exchange_strong(seen, 0);
+}
+
+void Database::raise_events(kvt_handle* handle) {
+  if (!heard_) return;
+  const std::uint16_t tenant = mt_get_tenant_id();
+  events_.for_each([&](const RecordChange& event) {
+    int err = 0;
+    mt_set_tenant_id(event.tenant);  // what the handler looks up is the record's
+    event.type->shape->events->raise(handle, txn_, event.kind, cage_at(event.table), cage_at(event.record), &err);
+    if (err) trace(Message::kHandlerFailed, std::int64_t{err});
+  });
+  mt_set_tenant_id(tenant);
+}
+
+void Database::record_changes() {
+  if (!watched_) return;
+  ChangeRing& to = *ring();
+  timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  ChangeEntry entry{};
+  entry.time = static_cast<std::uint64_t>(now.tv_sec) * 1000000000u + static_cast<std::uint64_t>(now.tv_nsec);
+  entry.txn = txn_;
+  if (!reserve_log(kHeapStep)) return;  // no room to take them back: the transaction counts as one that nobody watched
+  announce(cage_ref(&to.ready_end), 2 * sizeof to.ready_end);
+  events_.for_each([&](const RecordChange& event) {
+    entry.type = event.type_link;
+    entry.table = event.table;
+    entry.record = event.record;
+    entry.key_length = event.key_length;
+    entry.tenant = event.tenant;
+    entry.source = event.source;
+    entry.kind = static_cast<std::uint8_t>(event.kind);
+    to.append(entry, event.key);
+  });
+  recorded_ = true;
 }
 
 void Database::commit() {
   // Blocks freed in the transaction were kept, since an abort needs their bytes; now they go, still under the log.
   for (std::uint32_t at : pending_) {
     if (!reserve_log(kHeapStep)) break;
-    heap_.clear_pending(cage_at(at));
-    heap_.free(cage_at(at));
+    give_back(at);
   }
   pending_.clear();
+  if (!recorded_ && header_->log_last) ring()->skip();
   publish(&header_->log_last, 0);
+  ring()->show();
+  // Nobody asks for these bytes any more.
+  for (const Area& area : to_wipe_) std::memset(cage_at(area.begin), 0, area.end - area.begin);
+  to_wipe_.clear();
   settle_segments(true);
   std::uint32_t kept = 0;
   for (std::uint32_t i = 1; i < header_->segments; i++) {
-    if (header_->kinds[i] == Segment::kLog && ++kept > kKeptLogSegments) header_->kinds[i] = Segment::kFree;
+    if (header_->kinds[i] == Segment::kLog && ++kept > kKeptLogSegments) free_segment(i);
   }
   lock_file(writer()->fd(), F_UNLCK);
+  // Stores into the mapping wake nobody; a write to the file does. Failing that, a reader learns of it at the next one.
+  if (std::atomic_ref(ring()->watchers).load(std::memory_order_relaxed))
+    (void)!pwrite(writer()->fd(), "", 1, kRingAt + offsetof(ChangeRing, bell));
   release_lock();
+}
+
+void Database::give_back(std::uint32_t block) {
+  void* address = cage_at(block);
+  heap_.clear_pending(address);
+  to_wipe_.push_back({block + 8, block + heap_.block_size(address)});
+  heap_.free(address);
 }
 
 void Database::abort() {
   pending_.clear();
+  to_wipe_.clear();
   if (!roll_back()) stop(Message::kBadLog);
   lock_file(writer()->fd(), F_UNLCK);
   release_lock();
@@ -117,6 +195,7 @@ void Database::abort() {
 
 void Database::release_lock() {
   std::lock_guard lock(turn_mutex_);
+  events_.end();
   writer_.store(nullptr, std::memory_order_relaxed);
   txn_ = KVT_NO_TXN;
   turn_of_ = std::thread::id();
@@ -147,6 +226,7 @@ bool Database::log_is_sound() const {
   const std::uint32_t file = header_->segments * kSegmentSize;
   const auto is_log = [this](std::uint32_t at) { return header_->kinds[at / kSegmentSize] == Segment::kLog; };
   std::uint32_t entries = 0;
+  std::uint64_t wiped = 0;  // no memory is given out twice, but for a header behind a block
   for (std::uint32_t next = header_->log_last; next; entries++) {
     const std::uint32_t at = next - base_;
     if (at % 8 || at < kLogAt || at >= file || entries > file / kEntryHeader) return false;
@@ -154,11 +234,28 @@ bool Database::log_is_sound() const {
     const std::uint32_t room = at < kSegmentSize ? kFirstPermanentAt - at : kSegmentSize - at % kSegmentSize;
     const auto* entry = static_cast<const LogEntry*>(cage_at(next));
     const std::uint32_t to = entry->at - base_, length = entry->length;
-    if (room <= kEntryHeader || length < 1 || length > room - kEntryHeader) return false;
-    if (to < kRootsAt || to >= file || length > file - to) return false;
-    if (to < kFirstPermanentAt && to + length > kLogAt) return false;
-    if (is_log(to) || is_log(to + length - 1)) return false;
     next = entry->previous;
+    if (room < kEntryHeader) return false;
+    if (!length && is_heap(entry->at, entry->wiped) && (wiped += entry->wiped) <= 2ull * file) continue;
+    if (length < 1 || length > room - kEntryHeader) return false;
+    if (to < kRootsAt || to >= file || length > file - to) return false;
+    const auto within = [&](std::uint32_t begin, std::uint32_t end) { return to >= begin && to + length <= end; };
+    constexpr std::uint32_t kReady = kRingAt + offsetof(ChangeRing, ready_end);
+    if (to < kFirstPermanentAt && !within(kRootsAt, kRootsEnd) && !within(kCardsAt, kCardsEnd) &&
+        !within(kReady, kReady + 2 * sizeof(std::uint64_t))) {
+      return false;
+    }
+    if (is_log(to) || is_log(to + length - 1)) return false;
+  }
+  return true;
+}
+
+bool Database::is_heap(std::uint32_t at, std::uint32_t length) const {
+  const std::uint32_t file = header_->segments * kSegmentSize, from = at - base_;
+  if (from < kSegmentSize || from >= file || !length || length > file - from) return false;
+  for (std::uint32_t i = from / kSegmentSize; i <= (from + length - 1) / kSegmentSize; ++i) {
+    const Segment kind = header_->kinds[i];
+    if (kind == Segment::kFree || kind == Segment::kLog || kind == Segment::kPermanent) return false;
   }
   return true;
 }
@@ -168,7 +265,11 @@ bool Database::roll_back() {
   if (!log_is_sound()) return false;
   for (std::uint32_t at = header_->log_last; at;) {
     const auto* entry = static_cast<const LogEntry*>(cage_at(at));
-    std::memcpy(cage_at(entry->at), entry + 1, entry->length);
+    if (entry->length) {
+      std::memcpy(cage_at(entry->at), entry + 1, entry->length);
+    } else {
+      std::memset(cage_at(entry->at), 0, entry->wiped);
+    }
     at = entry->previous;
   }
   settle_segments(false);
@@ -179,9 +280,23 @@ bool Database::roll_back() {
 void Database::settle_segments(bool committed) {
   for (std::uint32_t i = 1; i < header_->segments; i++) {
     Segment& kind = header_->kinds[i];
-    if (kind == Segment::kNewHeap) kind = committed ? Segment::kHeap : Segment::kFree;
-    if (kind == Segment::kOldHeap) kind = committed ? Segment::kFree : Segment::kHeap;
+    const Segment free_now = committed ? Segment::kOldHeap : Segment::kNewHeap;
+    if (kind == free_now) {
+      free_segment(i);
+    } else if (kind == Segment::kNewHeap || kind == Segment::kOldHeap) {
+      kind = Segment::kHeap;
+    }
   }
+}
+
+// Free segments are zero throughout. Pages that nobody wrote to are left alone.
+void Database::free_segment(std::uint32_t segment) {
+  constexpr std::uint32_t kPage = 4096;
+  char* page = cage_base() + segment * kSegmentSize;
+  for (const char* end = page + kSegmentSize; page < end; page += kPage) {
+    if (page[0] || std::memcmp(page, page + 1, kPage - 1) != 0) std::memset(page, 0, kPage);
+  }
+  header_->kinds[segment] = Segment::kFree;
 }
 
 void Database::use_log_areas() {
@@ -210,24 +325,50 @@ bool Database::reserve_log(std::uint32_t bytes) {
   return true;
 }
 
+// What the next entry may take, with its header.
+std::uint32_t Database::log_room() {
+  for (;;) {
+    const std::uint32_t room = areas_[area_].end - log_at_;
+    if (room >= kEntryHeader + 8) return room;
+    if (area_ + 1 == areas_.size() && !add_log_area()) stop(Message::kLogFull);
+    log_at_ = areas_[++area_].begin;
+  }
+}
+
+void Database::append(std::uint32_t at, std::uint32_t length, std::uint32_t wiped) {
+  auto* entry = static_cast<LogEntry*>(cage_at(log_at_));
+  *entry = {at, length, header_->log_last, wiped};
+  std::memcpy(entry + 1, cage_at(at), length);
+  publish(&header_->log_last, log_at_);
+  std::atomic_signal_fence(std::memory_order_seq_cst);  // the caller's store comes after
+  log_at_ += kEntryHeader + rounded(length);
+}
+
 void Database::log(std::uint32_t at, std::uint32_t length) {
   while (length) {
-    std::uint32_t room = areas_[area_].end - log_at_;
-    if (room < kEntryHeader + 8) {
-      if (area_ + 1 == areas_.size() && !add_log_area()) stop(Message::kLogFull);
-      log_at_ = areas_[++area_].begin;
-      continue;
-    }
-    std::uint32_t part = std::min(length, room - kEntryHeader);
-    auto* entry = static_cast<LogEntry*>(cage_at(log_at_));
-    *entry = {at, part, header_->log_last, 0};
-    std::memcpy(entry + 1, cage_at(at), part);
-    publish(&header_->log_last, log_at_);
-    std::atomic_signal_fence(std::memory_order_seq_cst);  // the caller's store comes after
-    log_at_ += kEntryHeader + rounded(part);
+    const std::uint32_t part = std::min(length, log_room() - kEntryHeader);
+    append(at, part, 0);
     at += part;
     length -= part;
   }
+}
+
+void Database::log_wipe(std::uint32_t at, std::uint32_t length) {
+  log_room();
+  append(at, 0, length);
+}
+
+void Database::hand_out(std::uint32_t at, std::uint32_t length) {
+  if (at < fresh_begin_ || at >= fresh_end_) {
+    // Heap of this transaction is wiped as a whole.
+    if (!is_fresh(at, length)) log_wipe(at, length);
+    return;
+  }
+  const std::uint32_t end = std::min(at + length, fresh_end_);
+  if (end <= fresh_used_) return;
+  const std::uint32_t used = std::min(std::max(end, fresh_used_ + kWipeStep), fresh_end_);
+  log_wipe(fresh_used_, used - fresh_used_);
+  fresh_used_ = used;
 }
 
 bool Database::is_fresh(std::uint32_t at, std::uint32_t length) const {
@@ -245,11 +386,13 @@ void Database::announce(std::uint32_t at, std::uint32_t length) {
   before = range;
 }
 
-bool Database::announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn) {
+bool Database::announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn, bool told) {
   if (!in_slot(at)) return true;  // memory of the process, which no transaction covers
   if (!may_write(store, txn)) return false;
   if (length > kSlotSize - (cage_ref(at) - base_)) return false;
   if (txn == KVT_NO_TXN && is_permanent(cage_ref(at))) return true;
+  if (told && events_.collecting()) [[unlikely]]
+    events_.touch(cage_ref(at), length);
   announce(cage_ref(at), length);
   return true;
 }
@@ -258,6 +401,14 @@ bool Database::is_permanent(std::uint32_t at) const {
   if (at < base_ || at - base_ >= kSlotSize) return false;
   if (at - base_ < kSegmentSize) return at - base_ >= kFirstPermanentAt;
   return kind_of(at) == Segment::kPermanent;
+}
+
+const kvt_type_record* Database::type_at(std::uint32_t link) const {
+  constexpr std::uint32_t kLast = sizeof(kvt_type_record) - 1;
+  const bool may_lead =
+      link >= KVT_STATIC_NUMBERS || (link % 4 == 0 && is_permanent(link) && is_permanent(link + kLast));
+  const kvt_type_record* record = may_lead ? kvt_type_link_at(link) : nullptr;
+  return record && record->magic == KVT_TYPE_MAGIC ? record : nullptr;
 }
 
 bool Database::holds(std::uint32_t at) const {
@@ -275,7 +426,9 @@ void Database::free(void* block) {
   if (in_slot(block) && is_permanent(at)) return free_permanent(at);
   if (!heap_.is_block(block)) stop(Message::kBadFree);
   if (is_fresh(at, 1)) {
-    if (reserve_log(kHeapStep)) heap_.free(block);
+    if (!reserve_log(kHeapStep)) return;
+    std::memset(block, 0, heap_.block_size(block));
+    heap_.free(block);
     return;
   }
   if (!reserve_log(kHeapStep)) return;
@@ -326,6 +479,8 @@ void Database::free_permanent(std::uint32_t at) {
 
 std::uint32_t Database::grow(std::uint32_t segments, std::uint32_t wanted) {
   if (!reserve_log(kGrowReserve)) return 0;
+  // Where it cannot be continued, the wilderness becomes a chunk like others.
+  if (fresh_used_ < fresh_end_) hand_out(fresh_used_, fresh_end_ - fresh_used_);
   return take_segments(segments, Segment::kNewHeap, wanted);
 }
 

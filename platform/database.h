@@ -14,6 +14,8 @@
 #include <thread>
 #include <vector>
 
+#include "platform/change_ring.h"
+#include "platform/record_events.h"
 #include "platform/store.h"
 
 namespace kvt {
@@ -52,10 +54,18 @@ STORED_FIELD(DatabaseHeader, key_id, 48, std::uint64_t);
 
 // Layout of the first segment.
 inline constexpr std::uint32_t kRootsAt = 0x1000;
-inline constexpr std::uint32_t kLogAt = 0x4000;
+inline constexpr std::uint32_t kRootsEnd = 0x4000;
+inline constexpr std::uint32_t kRingAt = 0x5000;
+inline constexpr std::uint32_t kCardsAt = 0x15000;
+inline constexpr std::uint32_t kCardsEnd = 0x35000;
+inline constexpr std::uint32_t kLogAt = 0x40000;
 inline constexpr std::uint32_t kFirstPermanentAt = 0x90000;
-inline constexpr std::uint32_t kFormatVersion = 1;
-static_assert(kRootsAt + sizeof(StoreRoots) <= kLogAt);
+inline constexpr std::uint32_t kFormatVersion = 2;
+static_assert(kRootsAt + sizeof(StoreRoots) <= kRootsEnd);
+static_assert(kRingAt + sizeof(ChangeRing) <= kCardsAt);
+static_assert((kSlotSize >> kCardShift) * sizeof(HeapCard) <= kCardsEnd - kCardsAt && kCardsEnd <= kLogAt);
+// Byte of the file that every reader of the feed holds a shared lock on, as long as it lives.
+inline constexpr std::uint32_t kWatchLockAt = kRingAt;
 
 struct OpenRequest {
   const char* path;
@@ -77,8 +87,13 @@ class Database final : public HeapBacking {
   static bool any_open();
 
   // Takes the lock; rolls back what a dead writer left. 0, EDEADLK, EIO for a damaged file, or what the system gives.
-  // `even_damaged`: who looks after the file is let in although the heap's wilderness is damaged.
-  int begin(Store* store, std::uint32_t* txn, bool even_damaged = false);
+  // `even_damaged`: who looks after the file is let in although the heap's wilderness is damaged. What such a
+  // transaction changes is told to nobody, but that readers of the feed missed it.
+  int begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool even_damaged = false);
+  // The two steps before a commit. Calls the process's handlers for the records that the transaction changed; what they
+  // change belongs to it, too. Then records the changes for the readers of the feed.
+  void raise_events(kvt_handle* handle);
+  void record_changes();
   void commit();
   void abort();
 
@@ -91,6 +106,9 @@ class Database final : public HeapBacking {
   bool is_permanent(std::uint32_t at) const;
   StoreRoots* roots() const { return roots_; }
   DatabaseHeader* header() const { return header_; }
+  ChangeRing* ring() const { return reinterpret_cast<ChangeRing*>(cage_base() + kRingAt); }
+  // The type record that a word leads to, if it is a type link; else null. Any word will do.
+  const kvt_type_record* type_at(std::uint32_t link) const;
   bool has_key() const;
   // Makes the key the database's, if it has none yet or `replace` is true. False when it has another one.
   bool adopt_key(const Key& key, bool replace);
@@ -105,11 +123,13 @@ class Database final : public HeapBacking {
   void give_up_top();
   std::uint64_t shorten_file();
   Heap& heap() { return heap_; }
+  const Heap& heap() const { return heap_; }
 
-  bool announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn);
+  bool announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn, bool told = true);
   bool reserve_log(std::uint32_t bytes);
 
   void announce(std::uint32_t at, std::uint32_t length) override;
+  void hand_out(std::uint32_t at, std::uint32_t length) override;
   std::uint32_t grow(std::uint32_t segments, std::uint32_t wanted) override;
   bool holds(std::uint32_t at) const override;
 
@@ -129,11 +149,20 @@ class Database final : public HeapBacking {
   void use_log_areas();
   bool add_log_area();
   void log(std::uint32_t at, std::uint32_t length);
+  // An undo log entry that makes the range zero.
+  void log_wipe(std::uint32_t at, std::uint32_t length);
+  std::uint32_t log_room();
+  void append(std::uint32_t at, std::uint32_t length, std::uint32_t wiped);
   bool roll_back();
+  bool has_watchers(const Store* store);
   bool header_is_sound() const;
   bool heap_is_sound() const;
   bool log_is_sound() const;
+  bool is_heap(std::uint32_t at, std::uint32_t length) const;
   void settle_segments(bool committed);
+  void free_segment(std::uint32_t segment);
+  // Frees a block of before the transaction, in its commit.
+  void give_back(std::uint32_t block);
   void free_permanent(std::uint32_t at);
   void release_lock();
 
@@ -161,8 +190,15 @@ class Database final : public HeapBacking {
   std::uint32_t log_at_ = 0;
   std::uint32_t fresh_begin_ = 0;
   std::uint32_t fresh_end_ = 0;
+  std::uint32_t fresh_used_ = 0;  // an abort wipes what lies before
   std::vector<std::uint32_t> pending_;
+  std::vector<Area> to_wipe_;              // free memory that the commit leaves, with what was in it before
   std::array<std::uint64_t, 512> logged_;  // ranges logged before, by a hash of the range
+  RecordEvents events_;
+  bool heard_ = false;    // by a handler of the process
+  bool watched_ = false;  // by a reader of the feed
+  bool recorded_ = false;
+  std::uint32_t begins_ = 0;
 
   friend struct DatabaseTable;
 };

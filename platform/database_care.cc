@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "platform/database.h"
+#include "platform/heap_format.h"
 
 namespace kvt {
 namespace {
@@ -100,8 +101,13 @@ int Database::restore_from(const DatabaseHeader& backup, int fd, const char** re
     if (is_heap(before, i)) announce(base_ + at, kSegmentSize);
     if (const int error = read_all(fd, cage_base() + at, kSegmentSize, at)) return error;
   }
+  announce(base_ + kCardsAt, kCardsEnd - kCardsAt);
+  if (const int error = read_all(fd, cage_base() + kCardsAt, kCardsEnd - kCardsAt, kCardsAt)) return error;
   for (std::uint32_t i = 1; i < before.segments; ++i) {
-    if (is_heap(before, i) && !is_heap(backup, i)) heap_.add_region(base_ + i * kSegmentSize, kSegmentSize);
+    if (!is_heap(before, i) || is_heap(backup, i)) continue;
+    const std::uint32_t at = base_ + i * kSegmentSize;
+    heap_.add_region(at, kSegmentSize);
+    to_wipe_.push_back({at + kChunkMinimum, at + kSegmentSize - kChunkHeader});
   }
   return 0;
 }
@@ -118,7 +124,7 @@ void Database::give_up_top() {
 std::uint64_t Database::shorten_file() {
   std::uint32_t segments = header_->segments;
   for (std::uint32_t i = 1; i < header_->segments; ++i) {
-    if (header_->kinds[i] == Segment::kLog) header_->kinds[i] = Segment::kFree;
+    if (header_->kinds[i] == Segment::kLog) free_segment(i);
   }
   use_log_areas();
   while (segments > 1 && header_->kinds[segments - 1] == Segment::kFree) --segments;

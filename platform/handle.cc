@@ -14,11 +14,13 @@
 #include "platform/database.h"
 #include "platform/key_file.h"
 #include "platform/key_store.h"
+#include "platform/tenant.h"
 
 namespace kvt {
-namespace {
 
-thread_local std::uint16_t tenant;
+constinit thread_local std::uint16_t thread_tenant;
+
+namespace {
 
 constexpr std::int32_t kWorkspaceBytes = 16 * 1024;
 
@@ -46,7 +48,7 @@ kvt_handle* make_handle(Store* store, const char* name, const kvt_handle_options
   h->db_stats = &store->roots()->stats;
   h->containment = options.containment;
   h->runtime = runtime;
-  if (options.tenant) tenant = options.tenant;
+  if (options.tenant) thread_tenant = options.tenant;
   return h;
 }
 
@@ -160,7 +162,7 @@ uint32_t kvtdb_txn_begin(kvt_handle* handle, int* err) {
   uint32_t txn = KVT_NO_TXN;
   int error = 0;
   if (Database* database = kvt::database_of(handle)) {
-    error = database->begin(runtime->store, &txn);
+    error = database->begin(runtime->store, handle, &txn);
   } else if (runtime->txn_open) {
     error = EDEADLK;
   } else {
@@ -179,9 +181,17 @@ uint32_t kvtdb_txn_begin(kvt_handle* handle, int* err) {
 void kvtdb_txn_commit(kvt_handle* handle, uint32_t txn, int* err) {
   if (*err) return;
   if (!kvt::has_open(handle, txn)) return kvt_store_epoch_err(handle, EINVAL, err);
+  if (handle->runtime->raising) return kvt_store_epoch_err(handle, EDEADLK, err);
   kvtlib_oid_settle(handle, txn);
   Database* database = kvt::database_of(handle);
   if (!database) return kvt::end_private(handle);
+  const int32_t last_error = handle->last_error;
+  handle->runtime->raising = true;
+  database->raise_events(handle);
+  kvtlib_oid_settle(handle, txn);
+  database->record_changes();
+  handle->runtime->raising = false;
+  handle->last_error = last_error;
   handle->default_txn = KVT_NO_TXN;
   database->commit();
 }
@@ -189,6 +199,10 @@ void kvtdb_txn_commit(kvt_handle* handle, uint32_t txn, int* err) {
 void kvtdb_txn_abort(kvt_handle* handle, uint32_t txn, int* err) {
   if (!kvt::has_open(handle, txn)) {
     if (!*err) kvt_store_epoch_err(handle, EINVAL, err);
+    return;
+  }
+  if (handle->runtime->raising) {
+    if (!*err) kvt_store_epoch_err(handle, EDEADLK, err);
     return;
   }
   Database* database = kvt::database_of(handle);
@@ -205,6 +219,6 @@ int kvtlib_database_in_range(kvt_handle* handle, const void* address) {
   return handle->runtime->store->in_range(address);
 }
 
-void mt_set_tenant_id(uint16_t given) { kvt::tenant = given; }
+void mt_set_tenant_id(uint16_t given) { kvt::thread_tenant = given; }
 
-uint16_t mt_get_tenant_id(void) { return kvt::tenant; }
+uint16_t mt_get_tenant_id(void) { return kvt::thread_tenant; }

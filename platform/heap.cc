@@ -2,6 +2,7 @@
 #include "platform/heap.h"
 
 #include <bit>
+#include <cstring>
 #include <iterator>
 
 #include "platform/heap_format.h"
@@ -13,8 +14,11 @@ constexpr int kScanLimit = 32;  // chunks looked at in a bin of mixed sizes befo
 
 }  // namespace
 
-void Heap::attach(HeapMeta* meta, HeapBacking* backing, bool logged, bool hide_free) {
+void Heap::attach(HeapMeta* meta, HeapBacking* backing, bool logged, bool hide_free, HeapCard* cards,
+                  std::uint32_t cards_base) {
   meta_ = meta;
+  cards_ = cards;
+  cards_base_ = cards_base;
   backing_ = backing;
   logged_ = logged;
   hide_free_ = hide_free;
@@ -41,6 +45,26 @@ void Heap::set_header(std::uint32_t chunk, std::uint32_t size_and_flags, std::ui
 void Heap::flip_filled(std::uint32_t bin) {
   announce(&meta_->filled[bin / 64], 8);
   meta_->filled[bin / 64] ^= std::uint64_t{1} << (bin % 64);
+}
+
+void Heap::set_card(std::uint32_t card, std::uint32_t value) {
+  announce(&cards_[card], sizeof(HeapCard));
+  cards_[card] = static_cast<HeapCard>(value);
+}
+
+void Heap::begin_chunk(std::uint32_t chunk) {
+  if (!cards_) return;
+  const std::uint32_t card = (chunk - cards_base_) >> kCardShift, value = card_value(chunk);
+  if (!cards_[card] || cards_[card] > value) set_card(card, value);
+}
+
+// A chunk is swallowed by the one before it; `next` is the header that follows now.
+void Heap::end_chunk(std::uint32_t chunk, std::uint32_t next) {
+  if (!cards_) return;
+  const std::uint32_t card = (chunk - cards_base_) >> kCardShift;
+  if (cards_[card] != card_value(chunk)) return;
+  const bool same_card = (next - cards_base_) >> kCardShift == card;
+  set_card(card, same_card && size_of(next) >= kChunkMinimum ? card_value(next) : 0);
 }
 
 void Heap::push(std::uint32_t chunk, std::uint32_t size) {
@@ -72,12 +96,20 @@ void Heap::unlink(std::uint32_t chunk, std::uint32_t size) {
   if (next) set(next + 12, previous);
 }
 
+// What a neighbour has swallowed. In a heap that isn't logged nobody looks at free memory.
+void Heap::wipe(std::uint32_t at, std::uint32_t length) {
+  if (!logged_) return;
+  backing_->announce(at, length);
+  std::memset(cage_at(at), 0, length);
+}
+
 void Heap::add_region(std::uint32_t begin, std::uint32_t length) {
   std::uint32_t chunk = begin;
   std::uint32_t previous = 0;
   std::uint32_t size = length - kChunkHeader;
   std::uint32_t top = meta_->top;
-  if (meta_->end == begin) {  // the old end mark becomes the header of the new chunk
+  wipe(begin, kChunkMinimum);  // the region may have been in use before
+  if (meta_->end == begin) {   // the old end mark becomes the header of the new chunk
     chunk = begin - kChunkHeader;
     size = length;
     if (logged_) backing_->announce(chunk, kChunkHeader);
@@ -88,10 +120,12 @@ void Heap::add_region(std::uint32_t begin, std::uint32_t length) {
       top = 0;
     } else if (previous = previous_size(chunk); previous && !is_used(chunk - previous)) {
       unlink(chunk - previous, previous);
+      wipe(chunk - previous + kChunkHeader, kChunkMinimum - kChunkHeader);
       chunk -= previous;
       size += previous;
       previous = previous_size(chunk);
     }
+    if (chunk != begin - kChunkHeader) wipe(begin - kChunkHeader, kChunkHeader);
   }
   if (hide_free_) memory_hide(cage_at(begin), length);
   if (top) {
@@ -100,6 +134,7 @@ void Heap::add_region(std::uint32_t begin, std::uint32_t length) {
   }
   set_header(begin + length - kChunkHeader, kChunkHeader | kChunkUsed, size);
   set_header(chunk, size, previous);
+  begin_chunk(chunk);
   set_meta(&meta_->top, chunk);
   set_meta(&meta_->end, begin + length);
 }
@@ -109,6 +144,7 @@ void Heap::relink(const std::array<std::uint32_t, 2>* chunks, std::size_t count,
   for (std::uint64_t& bits : meta_->filled) bits = 0;
   for (std::uint32_t& bin : meta_->bins) bin = 0;
   meta_->top = top;
+  if (top) wipe(top + kChunkHeader, kChunkMinimum - kChunkHeader);
   for (std::size_t i = 0; i < count; i++) {
     if (chunks[i][0] != top) push(chunks[i][0], chunks[i][1]);
   }
@@ -120,6 +156,7 @@ std::uint32_t Heap::give_back_end() {
   // The wilderness stays a chunk, and an end mark behind it.
   const std::uint32_t end = (top + kChunkMinimum + kChunkHeader + kSegmentSize - 1) / kSegmentSize * kSegmentSize;
   if (end >= meta_->end) return 0;
+  hand_out(end - kChunkHeader, kChunkHeader);
   set_header(end - kChunkHeader, kChunkHeader | kChunkUsed, end - kChunkHeader - top);
   set(top, end - kChunkHeader - top);
   set_meta(&meta_->end, end);
@@ -151,12 +188,14 @@ std::uint32_t Heap::take_from_bins(std::uint32_t need) {
   std::uint32_t size = size_of(chunk);
   unlink(chunk, size);
   std::uint32_t rest = size - need;
+  hand_out(chunk + kChunkMinimum, (rest < kChunkMinimum ? size : need) - kChunkMinimum);
   if (rest < kChunkMinimum) {
     put(chunk, size | kChunkUsed);
     return chunk;
   }
   put(chunk, need | kChunkUsed);
   set_header(chunk + need, rest, need);
+  begin_chunk(chunk + need);
   set(chunk + size + 4, rest);
   push(chunk + need, rest);
   return chunk;
@@ -167,6 +206,7 @@ std::uint32_t Heap::take_from_top(std::uint32_t need) {
   std::uint32_t size = top_size();
   if (!chunk || size < need) return 0;
   std::uint32_t rest = size - need;
+  hand_out(chunk + kChunkHeader, rest < kChunkMinimum ? size - kChunkHeader : need);  // with the header of the rest
   if (rest < kChunkMinimum) {
     // The end mark learns of its neighbour only now: while the wilderness lies before it, nobody asks.
     set(chunk + size + 4, size);
@@ -175,6 +215,7 @@ std::uint32_t Heap::take_from_top(std::uint32_t need) {
     return chunk;
   }
   set_header(chunk + need, rest, need);
+  begin_chunk(chunk + need);
   set(chunk, need | kChunkUsed);
   set_meta(&meta_->top, chunk + need);
   return chunk;
@@ -211,6 +252,23 @@ std::uint32_t Heap::take(std::uint32_t need) {
   return take_from_top(need);
 }
 
+std::uint32_t Heap::block_around(std::uint32_t at) const {
+  if (at < cards_base_ || !backing_->holds(at)) return 0;
+  std::uint32_t card = (at - cards_base_) >> kCardShift;
+  if (cards_[card] > card_value(at & ~7u)) {
+    if (!card--) return 0;
+  }
+  while (!cards_[card]) {
+    if (!card || !backing_->holds(cards_base_ + (card << kCardShift))) return 0;
+    --card;
+  }
+  std::uint32_t chunk = cards_base_ + (card << kCardShift) + (cards_[card] - 1u) * 8;
+  for (std::uint32_t size; at - chunk >= (size = size_of(chunk)); chunk += size) {
+    if (size < kChunkMinimum || !backing_->holds(chunk + size)) return 0;
+  }
+  return is_used(chunk) && at - chunk >= kChunkHeader && size_of(chunk) >= kChunkMinimum ? chunk + kChunkHeader : 0;
+}
+
 void Heap::mark_pending(void* block) {
   std::uint32_t chunk = cage_ref(block) - kChunkHeader;
   set(chunk, get(chunk) | kChunkPending);
@@ -222,11 +280,13 @@ void Heap::clear_pending(void* block) {
 }
 
 void Heap::give_back(std::uint32_t chunk, std::uint32_t size) {
+  const std::uint32_t freed = chunk;
   std::uint32_t next = chunk + size;
   std::uint32_t previous = previous_size(chunk);
   // Cleared even where the header is swallowed by its neighbour, so that a second free of the block is seen.
   set(chunk, size);
   if (previous && !is_used(chunk - previous)) {
+    wipe(chunk, kChunkMinimum);
     chunk -= previous;
     unlink(chunk, previous);
     size += previous;
@@ -234,14 +294,24 @@ void Heap::give_back(std::uint32_t chunk, std::uint32_t size) {
   }
   if (next == meta_->top) {
     size += size_of(next);
+    if (chunk != freed) end_chunk(freed, chunk + size);
+    end_chunk(next, chunk + size);
+    wipe(next, kChunkHeader);
+    wipe(chunk + kChunkHeader, kChunkMinimum - kChunkHeader);
     set_header(chunk, size, previous);
     set_meta(&meta_->top, chunk);
     return;
   }
   if (!is_used(next)) {
-    unlink(next, size_of(next));
-    size += size_of(next);
+    const std::uint32_t more = size_of(next);
+    unlink(next, more);
+    wipe(next, kChunkMinimum);
+    size += more;
+    if (chunk != freed) end_chunk(freed, chunk + size);
+    end_chunk(next, chunk + size);
     next = chunk + size;
+  } else if (chunk != freed) {
+    end_chunk(freed, next);
   }
   set_header(chunk, size, previous);
   set(next + 4, size);

@@ -2,6 +2,8 @@
 // a wilderness that grows by whole segments. It knows no transactions: every change of its own words is announced to
 // its backing first, and the backing decides what that means. Where nobody asks for announcements, small blocks that
 // are freed wait in lists by size for the next that want one: neither joined with their neighbours nor cut anew.
+// With a backing that logs, free memory is zero but for headers and links: the allocator wipes its own words there, and
+// who frees a block its inside.
 #pragma once
 
 #include <array>
@@ -32,6 +34,8 @@ struct WaitingChunks {
 class HeapBacking {
  public:
   virtual void announce(std::uint32_t at, std::uint32_t length) = 0;
+  // Free memory, zero now, is about to go to an owner, who writes it without a word. Only of a heap that is logged.
+  virtual void hand_out(std::uint32_t, std::uint32_t) {}
   // Whole segments in one run, if possible at `wanted`, which is 0 for no wish. 0 when there are none.
   virtual std::uint32_t grow(std::uint32_t segments, std::uint32_t wanted) = 0;
   // Whether the segment around `at` was given by grow.
@@ -41,9 +45,16 @@ class HeapBacking {
   ~HeapBacking() = default;
 };
 
+// For each stretch of that many bytes the first chunk that starts in it, so that a block is found from an address
+// within it: offset / 8 + 1, or 0 where none starts. Kept under the same announcements as the heap itself.
+inline constexpr std::uint32_t kCardShift = 12;
+using HeapCard = std::uint16_t;
+
 class Heap {
  public:
-  void attach(HeapMeta* meta, HeapBacking* backing, bool logged, bool hide_free);
+  // `cards`, which may be null, has an entry for every stretch from `cards_base` on.
+  void attach(HeapMeta* meta, HeapBacking* backing, bool logged, bool hide_free, HeapCard* cards = nullptr,
+              std::uint32_t cards_base = 0);
   // For a heap that isn't logged and has private segments only, those of `owner`.
   void keep_waiting(WaitingChunks* waiting, const void* owner) {
     waiting_ = waiting;
@@ -63,7 +74,8 @@ class Heap {
     if (hide_free_) memory_show(block, size);
     return block;
   }
-  void free(void* block) {  // an address for which is_block holds
+  // An address for which is_block holds. Of the block's bytes the first 8 may be changed, and announced, here.
+  void free(void* block) {
     const std::uint32_t chunk = cage_ref(block) - kChunkHeader;
     const std::uint32_t size = size_of(chunk);
     if (hide_free_) memory_hide(block, size - kChunkHeader);
@@ -82,6 +94,11 @@ class Heap {
   std::uint32_t block_size(const void* block) const {
     return is_block(block) ? size_of(cage_ref(block) - kChunkHeader) - kChunkHeader : 0;
   }
+  // For who looks after a database.
+  HeapCard* cards() const { return cards_; }
+  static std::uint32_t card_value(std::uint32_t chunk) { return chunk % (1u << kCardShift) / 8 + 1; }
+  // The allocated block that holds the address, pending ones too; 0 if none does. Needs cards.
+  std::uint32_t block_around(std::uint32_t at) const;
   // Keeps a block out of use without giving it away: it counts as freed, but its bytes stay.
   void mark_pending(void* block);
   void clear_pending(void* block);
@@ -139,8 +156,15 @@ class Heap {
   void set_meta(std::uint32_t* at, std::uint32_t value);
   void set_header(std::uint32_t chunk, std::uint32_t size_and_flags, std::uint32_t previous);
   void flip_filled(std::uint32_t bin);
+  void set_card(std::uint32_t card, std::uint32_t value);
+  void begin_chunk(std::uint32_t chunk);
+  void end_chunk(std::uint32_t chunk, std::uint32_t next);
   void push(std::uint32_t chunk, std::uint32_t size);
   void unlink(std::uint32_t chunk, std::uint32_t size);
+  void wipe(std::uint32_t at, std::uint32_t length);
+  void hand_out(std::uint32_t at, std::uint32_t length) {
+    if (logged_ && length) backing_->hand_out(at, length);
+  }
   void announce(const void* at, std::uint32_t length) {
     if (logged_) backing_->announce(cage_ref(at), length);
   }
@@ -151,6 +175,8 @@ class Heap {
   const void* owner_ = nullptr;
   bool logged_ = false;
   bool hide_free_ = false;
+  HeapCard* cards_ = nullptr;
+  std::uint32_t cards_base_ = 0;
 };
 
 }  // namespace kvt

@@ -81,6 +81,10 @@ class Store : public HeapBacking {
   bool announce_range(void* at, std::uint32_t length, std::uint32_t txn) {
     return !database_ || announce_shared(at, length, txn);
   }
+  // The same for what a tree keeps in the nodes of others, which makes no change of the records that they lie in.
+  bool announce_link(void* at, std::uint32_t length, std::uint32_t txn) {
+    return !database_ || announce_shared(at, length, txn, /*told=*/false);
+  }
   // Whether `bytes` of undo log are at hand, for changes that must not be cut off half way.
   bool reserve(std::uint32_t bytes);
   template <class T>
@@ -99,7 +103,7 @@ class Store : public HeapBacking {
   static Store* make();
   void* alloc_shared(std::uint32_t txn, std::uint32_t size);
   void free_known(std::uint32_t txn, void* block);
-  bool announce_shared(void* at, std::uint32_t length, std::uint32_t txn);
+  bool announce_shared(void* at, std::uint32_t length, std::uint32_t txn, bool told = true);
 
   bool alive_ = false;
   std::uint64_t serial_ = 0;  // no other store of the process has or had it

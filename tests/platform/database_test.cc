@@ -18,6 +18,7 @@
 #include <thread>
 
 #include "kvt/table.h"
+#include "tests/database_picture.h"
 
 namespace {
 
@@ -61,6 +62,26 @@ class DatabaseFile : public testing::Test {
     waitpid(child, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
   }
+  // The heap's cards are what a walk from chunk to chunk finds.
+  static void expect_cards(const void* in_heap) {
+    const auto* base = static_cast<const char*>(kvt_ref_at(kvt_ref_of(in_heap) & ~(kvt::kSlotSize - 1)));
+    const auto* header = reinterpret_cast<const kvt::DatabaseHeader*>(base);
+    std::vector<kvt::HeapCard> cards(kvt::kSlotSize >> kvt::kCardShift);
+    for (std::uint32_t at = 0; at < header->segments * kvt::kSegmentSize;) {
+      if (header->kinds[at / kvt::kSegmentSize] != kvt::Segment::kHeap) {
+        at += kvt::kSegmentSize - at % kvt::kSegmentSize;
+        continue;
+      }
+      std::uint32_t size;
+      std::memcpy(&size, base + at, sizeof size);
+      kvt::HeapCard& card = cards[at >> kvt::kCardShift];
+      size &= ~7u;
+      ASSERT_GE(size, 8u);
+      if (size > 8 && !card) card = static_cast<kvt::HeapCard>(at % 4096 / 8 + 1);
+      at += size;
+    }
+    ASSERT_EQ(std::memcmp(cards.data(), base + kvt::kCardsAt, cards.size() * sizeof cards[0]), 0);
+  }
   std::string directory, path;
   kvt_handle_options options;
   char message[200] = "";
@@ -103,7 +124,7 @@ TEST_F(DatabaseFile, OutsideOfATransactionNothingMayBeWritten) {
 }
 
 // Random transactions, each committed, aborted or cut off by the death of its process. What the model holds must be
-// there.
+// there, and nothing else: every byte is as it was, free memory included.
 TEST_F(DatabaseFile, RandomTransactionsLeaveTheLastCommittedState) {
   struct Block {
     std::uint32_t size;
@@ -143,6 +164,7 @@ TEST_F(DatabaseFile, RandomTransactionsLeaveTheLastCommittedState) {
   kvt_handle* h = open();
   ASSERT_NE(h, nullptr) << message;
   for (int round = 0; round < 150; round++) {
+    const std::string before = database_picture(path);
     std::uint32_t seed = random();
     int how = static_cast<int>(random() % 3);
     if (how == 2) {
@@ -169,7 +191,13 @@ TEST_F(DatabaseFile, RandomTransactionsLeaveTheLastCommittedState) {
       for (std::uint32_t i = 0; i < block.size; i++)
         ASSERT_EQ(p[i], block.fill) << "round " << round << " kind " << how;
     }
+    if (!model.empty()) {
+      ASSERT_NO_FATAL_FAILURE(expect_cards(kvt_ref_at(model.begin()->first)));
+    }
     commit(h);
+    if (how != 1) {
+      ASSERT_EQ(picture_difference(database_picture(path), before), "") << "round " << round;
+    }
   }
   kvt_handle_close(h);
 }
@@ -182,13 +210,22 @@ TEST_F(DatabaseFile, ATransactionLargerThanTheLogGrowsItAndStillAborts) {
   ASSERT_NE(p, nullptr);
   std::memset(p, 1, kSize);
   commit(h);
+  const std::string before = database_picture(path);
   begin(h);
   for (std::uint32_t i = 0; i < kSize; i += 4096) {
     ASSERT_EQ(h->set_range(h, p + i, 4096, h->default_txn, nullptr), 1);
     std::memset(p + i, 2, 4096);
   }
   abort(h);
-  for (std::uint32_t i = 0; i < kSize; i++) ASSERT_EQ(p[i], 1);
+  EXPECT_EQ(picture_difference(database_picture(path), before), "");
+  // The log stands behind the heap now, so that this begins anew elsewhere, and what was left of it is used as well.
+  begin(h);
+  for (const std::uint32_t size : {2u << 20, 600000u}) std::memset(alloc(h, size), 3, size);
+  abort(h);
+  EXPECT_EQ(picture_difference(database_picture(path), before), "");
+  begin(h);
+  commit(h);
+  EXPECT_EQ(picture_difference(database_picture(path), before), "") << "segments that the log gave back";
   kvt_handle_close(h);
 }
 
@@ -314,7 +351,7 @@ TEST_F(DatabaseFile, RefusesWhatItCannotRead) {
   } cases[] = {
       {"", "is not a database"},
       {magic, "is not a database"},
-      {version, "has format version 7, this library reads 1"},
+      {version, "has format version 7, this library reads 2"},
       {good.substr(0, 100), "is cut short"},
       {good.substr(0, good.size() - 1), "is cut short"},
       {header, "has a damaged header"},
@@ -345,6 +382,7 @@ TEST_F(DatabaseFile, ALogThatLeadsAstrayIsNotFollowed) {
               commit(h);
               begin(h);
               put(h, block, 1);
+              alloc(h, 64);
               return 0;
             }),
             0);
@@ -357,6 +395,8 @@ TEST_F(DatabaseFile, ALogThatLeadsAstrayIsNotFollowed) {
   };
   const std::uint32_t base = kvt::kDatabaseBegin + 3 * kvt::kSlotSize, entry = word(28) - base;
   ASSERT_GE(entry, kvt::kLogAt);
+  std::uint32_t wipe = entry;  // the entry without bytes, of memory that was free
+  while (word(wipe + 4)) wipe = word(wipe + 8) - base;
   const struct Case {
     const char* name;
     std::size_t at;
@@ -373,6 +413,10 @@ TEST_F(DatabaseFile, ALogThatLeadsAstrayIsNotFollowed) {
       {"entry behind the end of the file", entry, base + kvt::kSlotSize - 4},
       {"entry longer than the log", entry + 4, kvt::kSegmentSize},
       {"entry without bytes", entry + 4, 0},
+      {"free memory in the roots", wipe, base + kvt::kRootsAt},
+      {"free memory outside the slot", wipe, 8},
+      {"free memory behind the end of the file", wipe + 12, kvt::kSlotSize},
+      {"free memory without length", wipe + 12, 0},
       {"ring of entries", entry + 8, base + entry},
       {"entry before in the heap", entry + 8, base + kvt::kSegmentSize + 8},
       {"permanent memory outside the slot", 36, 8},

@@ -116,6 +116,9 @@ TEST_F(Care, DamageIsFoundSaidAndMended) {
       {"a free list's bit", [&] { return reinterpret_cast<std::uint32_t*>(&roots_->heap.filled[1]); }, 4, "free list",
        true},
       {"wilderness", [&] { return &roots_->heap.top; }, 0x10, "wilderness", true},
+      {"card of the heap",
+       [&] { return reinterpret_cast<std::uint32_t*>(base_ + kvt::kCardsAt) + kvt::kSegmentSize / 4096 / 2; }, 2,
+       "card", true},
       {"side data", [&] { return &roots_->sides.count; }, 1, "side data", false},
       {"identity's object",
        [&] {
@@ -265,7 +268,7 @@ TEST_F(Care, UnusedSpaceGoesBackAndComesAgain) {
     kvtdb_get_info(rig_, &full, &rig_.err);
     const std::uint64_t bytes = kvtdb_compact(rig_, &rig_.err);
     kvtdb_get_info(rig_, &less, &rig_.err);
-    EXPECT_GE(bytes, 2u << 20);
+    EXPECT_GE(bytes, 1u << 20);
     EXPECT_EQ(less.file, full.file - bytes);
     EXPECT_EQ(std::filesystem::file_size(rig_->db_name), less.file);
     EXPECT_EQ(check(), 0u) << lines_;
