@@ -11,7 +11,7 @@ namespace wlanctl {
 enum class Command { kImport, kList, kShow, kFind, kExport, kSend, kReceive, kSet, kDelete, kTrace, kManifest, kCare };
 
 /// What `wlanctl db` does.
-enum class Care { kCreate, kInfo, kCheck, kRepair, kBackup, kRestore, kCompact };
+enum class Care { kCreate, kInfo, kCheck, kRepair, kBackup, kRestore, kCompact, kDurability };
 
 struct Options {
   Command command = Command::kList;
@@ -37,6 +37,7 @@ struct Options {
   std::string ring;                // trace
   std::vector<std::string> files;  // trace
   Care care = Care::kInfo;         // db
+  std::string durability;          // db create, db durability
 };
 
 /// Reads the command line into `options`. A value that stands in it is overwritten there, where every user of the
