@@ -150,6 +150,28 @@ struct IdRootCache {
   std::uint64_t store;
 };
 
+// The application's handlers of a table's events. Each is a weak reference, and has a name to look for among what the
+// process loads later.
+enum RecordEvent : unsigned {
+  kEventCreate,
+  kEventModify,
+  kEventDelete,
+  kEventCreateDm,
+  kEventDeleteDm,
+  kEventGrouping,
+  kEventFree,
+  kRecordEvents
+};
+using AnyHandler = void (*)();
+struct EventHandler {
+  AnyHandler linked;  // null: nothing of that name was there when the library was loaded
+  const char* name;
+};
+struct LateHandlers {  // what was found by name, and what the process had loaded then
+  std::uint64_t loaded;
+  AnyHandler found[kRecordEvents];
+};
+
 struct TableDesc {
   const char* name;
   const char* payload_path;  // "//st_wlan"
@@ -168,6 +190,8 @@ struct TableDesc {
   std::uint16_t payload_slot;
   std::uint32_t failure_offset;
   IdRootCache* id_root;
+  const EventHandler* handlers;  // by RecordEvent
+  LateHandlers* late_handlers;
 
   void* failure_record() const { return static_cast<char*>(*module->failure_zone) + failure_offset; }
 };

@@ -1,6 +1,6 @@
-// Damaged database files: opened, a transaction begun, which follows the undo log, and ended. Input: flags, the size of
-// a file that is cut, then changes {place, length, bytes} to the header and to the first entries of the undo log. What
-// lies behind those isn't looked at when a file is opened.
+// Damaged database files: opened, a transaction begun, which follows the undo log, and ended; the feed read. Input:
+// flags, the size of a file that is cut, then changes {place, length, bytes} to the header, to the first entries of the
+// undo log and to the head of the ring of changes. What lies behind those isn't looked at when a file is opened.
 #include "platform/database.h"
 
 #include <fcntl.h>
@@ -16,12 +16,29 @@
 namespace fuzz {
 namespace {
 
-constexpr unsigned kLeftOpen = 1, kMendChecksum = 2, kCut = 4, kAbort = 8, kUse = 16;  // flags
+constexpr unsigned kLeftOpen = 1, kMendChecksum = 2, kCut = 4, kAbort = 8, kUse = 16, kWatch = 32;  // flags
 constexpr std::size_t kHead = 3;
 constexpr std::size_t kWord = 4;
 constexpr std::size_t kHeaderWords = sizeof(kvt::DatabaseHeader) / kWord;
 constexpr std::size_t kCutUnit = 64;
-constexpr std::size_t kMostBytes = 8;  // of one change
+constexpr std::size_t kRingWord = 240;  // from here on words of the ring of changes
+constexpr std::size_t kMostBytes = 8;   // of one change
+
+std::size_t place_of(std::size_t word) {
+  if (word < kHeaderWords) return word * kWord;
+  return word < kRingWord ? kvt::kLogAt + (word - kHeaderWords) * kWord : kvt::kRingAt + (word - kRingWord) * kWord;
+}
+
+// All that the feed has, as often as it can be told.
+void read_feed(kvt_handle* h) {
+  int err = 0;
+  kvt_watch* watch = kvtdb_watch_open(h, KVT_WATCH_FROM_OLDEST, &err);
+  if (!watch) return;
+  kvt_change change;
+  for (unsigned n = 0; kvtdb_watch_next(watch, &change); ++n)
+    FUZZ_CHECK(n <= kvt::kRingBytes / 8, "a feed without end");
+  kvtdb_watch_close(watch);
+}
 
 kvt_handle* open_file(const std::string& path, bool create, char* message, std::size_t size, int* err) {
   kvt_handle_options options;
@@ -125,6 +142,7 @@ bool open_and_use(const std::string& path, unsigned flags) {
   FUZZ_CHECK((h == nullptr) == (err != 0), "a handle and an error");
   FUZZ_CHECK((h == nullptr) == (message[0] != 0), std::string("a handle and the message ") + message);
   if (!h) return false;
+  if (flags & kWatch) read_feed(h);
   const std::uint32_t txn = kvtdb_txn_begin(h, &err);
   FUZZ_CHECK(err == 0 || err == EIO, "begin: error " + std::to_string(err));
   if (!err) {
@@ -135,6 +153,7 @@ bool open_and_use(const std::string& path, unsigned flags) {
       kvtdb_txn_commit(h, txn, &err);
     }
     FUZZ_CHECK(err == 0, "end: error " + std::to_string(err));
+    if (flags & kWatch) read_feed(h);
   }
   kvt_handle_close(h);
   return true;
@@ -149,8 +168,7 @@ void run(const std::uint8_t* data, std::size_t size) {
   Damaged& file = flags & kLeftOpen ? left_open : whole;
   for (std::size_t at = kHead; at + 2 < size;) {
     const std::size_t where = data[at], length = std::min({std::size_t{data[at + 1]} % kMostBytes + 1, size - at - 2});
-    file.put(where < kHeaderWords ? where * kWord : kvt::kLogAt + (where - kHeaderWords) * kWord, data + at + 2,
-             length);
+    file.put(place_of(where), data + at + 2, length);
     at += 2 + length;
   }
   if (flags & kMendChecksum) file.mend_checksum();
@@ -168,8 +186,9 @@ void seeds(const Sow& sow) {
   for (unsigned flags : {0u, kLeftOpen, kAbort, kLeftOpen | kAbort, kUse, kUse | kAbort}) {
     sow("sound_" + std::to_string(flags), input(flags, 0, ""));
     sow("cut_" + std::to_string(flags), input(flags | kCut, 0x4000, ""));
-    for (std::size_t word = 0; word < kHeaderWords + 8; ++word) {
-      if (word > 20 && word < kHeaderWords) continue;
+    flags |= kWatch;
+    for (std::size_t word = 0; word < kRingWord + 12; ++word) {
+      if ((word > 20 && word < kHeaderWords) || (word > kHeaderWords + 8 && word < kRingWord)) continue;
       for (const std::string& value :
            {std::string("\0\0\0\0", 4), std::string("\xFF\xFF\xFF\xFF"), std::string("\0\0\x10\0", 4)}) {
         const char change[] = {static_cast<char>(word), 3};

@@ -35,7 +35,7 @@ class Change {
     announce(where, sizeof *where);
     *where = value;
   }
-  bool announce(void* where, std::uint32_t size) const { return !own_ || own_->announce_range(where, size, txn_); }
+  bool announce(void* where, std::uint32_t size) const { return !own_ || own_->announce_link(where, size, txn_); }
   void set_child(Node* node, int side, const Node* to) const {
     write(&node->link[side], cage_ref(to) | (node->link[side] & kHigher));
   }

@@ -25,7 +25,7 @@ class Hold {
       kvt_store_epoch_err(handle, EINVAL, err);
       return;
     }
-    fail(database_->begin(&store(), &txn_, /*even_damaged=*/true));
+    fail(database_->begin(&store(), handle, &txn_, /*even_damaged=*/true));
     if (*err) txn_ = KVT_NO_TXN;
     if (txn_ != KVT_NO_TXN) handle->default_txn = txn_;
   }

@@ -141,6 +141,7 @@ void Checker::check_heap() {
     i = end;
   }
   if (chunks_sound_) check_bins();
+  if (chunks_sound_) check_cards();
   heap_sound_ = heap_sound_ && chunks_sound_;
 }
 
@@ -165,6 +166,8 @@ std::uint32_t Checker::check_region(std::uint32_t begin, std::uint32_t end) {
       chunks_sound_ = false;
     }
     if (mark) return chunk + size;
+    HeapCard& card = cards_[(chunk - cage_ref(db_.header())) >> kCardShift];
+    if (!card) card = static_cast<HeapCard>(Heap::card_value(chunk));
     if (flags & kChunkUsed) {
       blocks_.push_back({chunk + kChunkHeader, size - kChunkHeader, (flags & kChunkPending) != 0, false});
       used_bytes_ += size;
@@ -184,6 +187,17 @@ std::uint32_t Checker::check_region(std::uint32_t begin, std::uint32_t end) {
   fault(place, "the region at %08x has no end", begin);
   chunks_sound_ = false;
   return 0;
+}
+
+void Checker::check_cards() {
+  const Place place = {nullptr, "heap", 0};
+  for (std::size_t i = 0; i < cards_.size(); ++i) {
+    const std::uint32_t found = db_.heap().cards()[i];
+    if (found == cards_[i]) continue;
+    fault({&place, "card", static_cast<std::uint32_t>(i)}, "it says %u, not %u", found, cards_[i]);
+    heap_sound_ = false;
+    return;  // one tells enough
+  }
 }
 
 void Checker::check_bins() {

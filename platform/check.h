@@ -48,6 +48,8 @@ class Checker {
   const std::vector<Chunk>& free_chunks() const { return free_; }
   // Identities that count too few references, and how many there are.
   const std::vector<std::pair<std::uint32_t, std::uint32_t>>& uncounted() const { return uncounted_; }
+  // The cards of the heap as they should be, where its chunks are sound.
+  const std::vector<HeapCard>& cards() const { return cards_; }
   const std::vector<CheckedBlock>& blocks() const { return blocks_; }
   const std::vector<CheckedTable>& tables() const { return tables_; }
   // Text fields whose content is no block of theirs.
@@ -86,6 +88,7 @@ class Checker {
   void check_heap();
   std::uint32_t check_region(std::uint32_t begin, std::uint32_t end);
   void check_bins();
+  void check_cards();
   void check_permanent();
   void check_keys();
   void check_registered(const Place& place, std::uint32_t at);
@@ -117,6 +120,7 @@ class Checker {
   std::uint64_t used_bytes_ = 0, free_bytes_ = 0;
   std::vector<CheckedBlock> blocks_;  // by address
   std::vector<Chunk> free_;
+  std::vector<HeapCard> cards_ = std::vector<HeapCard>(kSlotSize >> kCardShift);
   std::vector<std::pair<std::uint32_t, std::uint32_t>> uncounted_;
   std::vector<std::uint32_t> lost_texts_;
   std::vector<Span> permanent_;       // claimed permanent memory

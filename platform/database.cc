@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 
 #include "platform/files.h"
 #include "platform/messages.h"
@@ -22,6 +23,7 @@ namespace {
 
 constexpr std::uint32_t kEntryHeader = 16;
 constexpr std::uint32_t kKeptLogSegments = 4;
+constexpr std::uint32_t kWatcherCheck = 64;  // transactions
 // What one change of the allocator may log, and what is kept back for what can't be refused.
 constexpr std::uint32_t kHeapStep = 4096;
 constexpr std::uint32_t kLogReserve = 128 * 1024;
@@ -58,11 +60,17 @@ std::uint32_t checksum_of(const LogEntry& entry, std::uint32_t txn) {
   return sum;
 }
 
-int lock_file(int fd, short type) {
+struct flock byte_lock(short type, off_t at) {
   struct flock region {};
   region.l_type = type;
   region.l_whence = SEEK_SET;
+  region.l_start = at;
   region.l_len = 1;
+  return region;
+}
+
+int lock_file(int fd, short type) {
+  struct flock region = byte_lock(type, 0);
   int result;
   do {
     result = fcntl(fd, F_OFD_SETLKW, &region);
@@ -72,7 +80,8 @@ int lock_file(int fd, short type) {
 
 }  // namespace
 
-int Database::begin(Store* store, std::uint32_t* txn, bool even_damaged) {
+int Database::begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool even_damaged) {
+  const bool heard = !even_damaged && events_heard();  // before any lock: it asks the loader
   {
     std::unique_lock lock(turn_mutex_);
     if (turn_of_ == std::this_thread::get_id() || writer() == store) return EDEADLK;
@@ -103,8 +112,59 @@ int Database::begin(Store* store, std::uint32_t* txn, bool even_damaged) {
   // What is wilderness now holds nothing that an abort must bring back, but for the header before it.
   fresh_begin_ = heap_sound && heap_.top() ? heap_.top() + 8 : 0;
   fresh_end_ = heap_sound ? heap_.top() + heap_.top_size() : 0;
+  ring()->settle();
+  heard_ = heard;
+  watched_ = !even_damaged && has_watchers(store);
+  recorded_ = false;
+  if (heard_ || watched_) events_.begin(this, &heap_, handle);
   *txn = txn_;
   return 0;
+}
+
+// A dead reader is found out now and then, which costs a call of the system. Until then changes are kept for nobody.
+bool Database::has_watchers(const Store* store) {
+  std::atomic_ref watchers(ring()->watchers);
+  std::uint32_t seen = watchers.load(std::memory_order_acquire);
+  if (!seen || ++begins_ % kWatcherCheck) return seen;
+  struct flock region = byte_lock(F_WRLCK, kWatchLockAt);
+  if (fcntl(store->fd(), F_OFD_GETLK, &region) || region.l_type != F_UNLCK) return true;
+  // A reader that came in between has changed the number.
+  return !watchers.compare_exchange_strong(seen, 0);
+}
+
+void Database::raise_events(kvt_handle* handle) {
+  if (!heard_) return;
+  const std::uint16_t tenant = mt_get_tenant_id();
+  events_.for_each([&](const RecordChange& event) {
+    int err = 0;
+    mt_set_tenant_id(event.tenant);  // what the handler looks up is the record's
+    event.type->shape->events->raise(handle, txn_, event.kind, cage_at(event.table), cage_at(event.record), &err);
+    if (err) trace(Message::kHandlerFailed, std::int64_t{err});
+  });
+  mt_set_tenant_id(tenant);
+}
+
+void Database::record_changes() {
+  if (!watched_) return;
+  ChangeRing& to = *ring();
+  timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  ChangeEntry entry{};
+  entry.time = static_cast<std::uint64_t>(now.tv_sec) * 1000000000u + static_cast<std::uint64_t>(now.tv_nsec);
+  entry.txn = txn_;
+  if (!reserve_log(kHeapStep)) return;  // no room to take them back: the transaction counts as one that nobody watched
+  announce(cage_ref(&to.ready_end), 2 * sizeof to.ready_end);
+  events_.for_each([&](const RecordChange& event) {
+    entry.type = event.type_link;
+    entry.table = event.table;
+    entry.record = event.record;
+    entry.key_length = event.key_length;
+    entry.tenant = event.tenant;
+    entry.source = event.source;
+    entry.kind = static_cast<std::uint8_t>(event.kind);
+    to.append(entry, event.key);
+  });
+  recorded_ = true;
 }
 
 int Database::commit() {
@@ -114,6 +174,7 @@ int Database::commit() {
     heap_.clear_pending(cage_at(at));
     heap_.free(cage_at(at));
   }
+  if (!recorded_ && header_->log_last) ring()->skip();
   const bool must_sync = is_machine_durable() && header_->log_last;
   if (must_sync && !doomed_) doomed_ = sync_file();
   if (const int error = doomed_) {
@@ -122,6 +183,7 @@ int Database::commit() {
   }
   pending_.clear();
   publish(&header_->log_last, 0);
+  ring()->show();
   settle_segments(true);
   std::uint32_t kept = 0;
   for (std::uint32_t i = 1; i < header_->segments; i++) {
@@ -129,6 +191,9 @@ int Database::commit() {
   }
   const int error = must_sync ? sync(header_, sizeof *header_) : 0;
   lock_file(writer()->fd(), F_UNLCK);
+  // Stores into the mapping wake nobody; a write to the file does. Failing that, a reader learns of it at the next one.
+  if (std::atomic_ref(ring()->watchers).load(std::memory_order_relaxed))
+    (void)write_all(writer()->fd(), "", 1, kRingAt + offsetof(ChangeRing, bell));
   release_lock();
   return error;
 }
@@ -143,6 +208,7 @@ void Database::abort() {
 
 void Database::release_lock() {
   std::lock_guard lock(turn_mutex_);
+  events_.end();
   writer_.store(nullptr, std::memory_order_relaxed);
   txn_ = KVT_NO_TXN;
   turn_of_ = std::thread::id();
@@ -188,7 +254,12 @@ bool Database::log_is_sound() const {
     const std::uint32_t to = entry->at - base_, length = entry->length;
     if (room <= kEntryHeader || length < 1 || length > room - kEntryHeader) return false;
     if (to < kRootsAt || to >= file || length > file - to) return false;
-    if (to < kFirstPermanentAt && to + length > kLogAt) return false;
+    const auto within = [&](std::uint32_t begin, std::uint32_t end) { return to >= begin && to + length <= end; };
+    constexpr std::uint32_t kReady = kRingAt + offsetof(ChangeRing, ready_end);
+    if (to < kFirstPermanentAt && !within(kRootsAt, kRootsEnd) && !within(kCardsAt, kCardsEnd) &&
+        !within(kReady, kReady + 2 * sizeof(std::uint64_t))) {
+      return false;
+    }
     if (is_log(to) || is_log(to + length - 1)) return false;
     next = entry->previous;
   }
@@ -342,25 +413,27 @@ void Database::announce(std::uint32_t at, std::uint32_t length) {
 // it goes along, up to what no abort takes back.
 void Database::widen(std::uint32_t* at, std::uint32_t* length) const {
   std::uint32_t begin = *at & ~(kPage - 1), end = (*at + *length + kPage - 1) & ~(kPage - 1);
-  if (*at - base_ < kSegmentSize) {
+  if (*at - base_ < kCardsAt) {
     const std::uint32_t roots = base_ + kRootsAt;
     const std::uint32_t names = roots + static_cast<std::uint32_t>(offsetof(StoreRoots, permanent_keys));
     const std::uint32_t tables = roots + static_cast<std::uint32_t>(offsetof(StoreRoots, tables));
     begin = *at < names ? roots : tables;
     end = *at < names ? names : roots + static_cast<std::uint32_t>(sizeof(StoreRoots));
     if (*at < begin || *at + *length > end) return;
-  } else if (!holds(*at)) {
+  } else if (*at - base_ >= kCardsEnd && !holds(*at)) {
     return;
   }
   *at = begin;
   *length = end - begin;
 }
 
-bool Database::announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn) {
+bool Database::announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn, bool told) {
   if (!in_slot(at)) return true;  // memory of the process, which no transaction covers
   if (!may_write(store, txn)) return false;
   if (length > kSlotSize - (cage_ref(at) - base_)) return false;
   if (txn == KVT_NO_TXN && is_permanent(cage_ref(at))) return true;
+  if (told && events_.collecting()) [[unlikely]]
+    events_.touch(cage_ref(at), length);
   announce(cage_ref(at), length);
   return true;
 }
@@ -369,6 +442,14 @@ bool Database::is_permanent(std::uint32_t at) const {
   if (at < base_ || at - base_ >= kSlotSize) return false;
   if (at - base_ < kSegmentSize) return at - base_ >= kFirstPermanentAt;
   return kind_of(at) == Segment::kPermanent;
+}
+
+const kvt_type_record* Database::type_at(std::uint32_t link) const {
+  constexpr std::uint32_t kLast = sizeof(kvt_type_record) - 1;
+  const bool may_lead =
+      link >= KVT_STATIC_NUMBERS || (link % 4 == 0 && is_permanent(link) && is_permanent(link + kLast));
+  const kvt_type_record* record = may_lead ? kvt_type_link_at(link) : nullptr;
+  return record && record->magic == KVT_TYPE_MAGIC ? record : nullptr;
 }
 
 bool Database::holds(std::uint32_t at) const {

@@ -14,6 +14,8 @@
 #include <thread>
 #include <vector>
 
+#include "platform/change_ring.h"
+#include "platform/record_events.h"
 #include "platform/store.h"
 
 namespace kvt {
@@ -60,10 +62,18 @@ STORED_FIELD(DatabaseHeader, durability, 60, std::uint32_t);
 
 // Layout of the first segment.
 inline constexpr std::uint32_t kRootsAt = 0x1000;
-inline constexpr std::uint32_t kLogAt = 0x4000;
+inline constexpr std::uint32_t kRootsEnd = 0x4000;
+inline constexpr std::uint32_t kRingAt = 0x5000;
+inline constexpr std::uint32_t kCardsAt = 0x15000;
+inline constexpr std::uint32_t kCardsEnd = 0x35000;
+inline constexpr std::uint32_t kLogAt = 0x40000;
 inline constexpr std::uint32_t kFirstPermanentAt = 0x90000;
-inline constexpr std::uint32_t kFormatVersion = 1;
-static_assert(kRootsAt + sizeof(StoreRoots) <= kLogAt);
+inline constexpr std::uint32_t kFormatVersion = 2;
+static_assert(kRootsAt + sizeof(StoreRoots) <= kRootsEnd);
+static_assert(kRingAt + sizeof(ChangeRing) <= kCardsAt);
+static_assert((kSlotSize >> kCardShift) * sizeof(HeapCard) <= kCardsEnd - kCardsAt && kCardsEnd <= kLogAt);
+// Byte of the file that every reader of the feed holds a shared lock on, as long as it lives.
+inline constexpr std::uint32_t kWatchLockAt = kRingAt;
 
 struct OpenRequest {
   const char* path;
@@ -86,8 +96,13 @@ class Database final : public HeapBacking {
   static bool any_open();
 
   // Takes the lock; rolls back what a dead writer left. 0, EDEADLK, EIO for a damaged file, or what the system gives.
-  // `even_damaged`: who looks after the file is let in although the heap's wilderness is damaged.
-  int begin(Store* store, std::uint32_t* txn, bool even_damaged = false);
+  // `even_damaged`: who looks after the file is let in although the heap's wilderness is damaged. What such a
+  // transaction changes is told to nobody, but that readers of the feed missed it.
+  int begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool even_damaged = false);
+  // The two steps before a commit. Calls the process's handlers for the records that the transaction changed; what they
+  // change belongs to it, too. Then records the changes for the readers of the feed.
+  void raise_events(kvt_handle* handle);
+  void record_changes();
   // 0; ENOSPC or EIO: the transaction was doomed (see announce) and has been rolled back.
   int commit();
   void abort();
@@ -101,6 +116,9 @@ class Database final : public HeapBacking {
   bool is_permanent(std::uint32_t at) const;
   StoreRoots* roots() const { return roots_; }
   DatabaseHeader* header() const { return header_; }
+  ChangeRing* ring() const { return reinterpret_cast<ChangeRing*>(cage_base() + kRingAt); }
+  // The type record that a word leads to, if it is a type link; else null. Any word will do.
+  const kvt_type_record* type_at(std::uint32_t link) const;
   bool has_key() const;
   // Makes the key the database's, if it has none yet or `replace` is true. False when it has another one.
   bool adopt_key(const Key& key, bool replace);
@@ -116,8 +134,9 @@ class Database final : public HeapBacking {
   std::uint64_t shorten_file();
   int set_durability(Durability durability);
   Heap& heap() { return heap_; }
+  const Heap& heap() const { return heap_; }
 
-  bool announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn);
+  bool announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn, bool told = true);
   // Room for `bytes` of undo log, beside what is always kept back. `need_log` dooms the transaction when there is none.
   bool reserve_log(std::uint32_t bytes);
   bool need_log(std::uint32_t bytes);
@@ -155,6 +174,7 @@ class Database final : public HeapBacking {
   int sync(const void* at, std::size_t length) const;
   int sync_file() const;
   bool is_machine_durable() const { return header_->durability == kMachineDurability; }
+  bool has_watchers(const Store* store);
   bool header_is_sound() const;
   bool heap_is_sound() const;
   bool log_is_sound() const;
@@ -190,6 +210,11 @@ class Database final : public HeapBacking {
   std::uint32_t fresh_end_ = 0;
   std::vector<std::uint32_t> pending_;
   std::array<std::uint64_t, 512> logged_;  // ranges logged before, by a hash of the range
+  RecordEvents events_;
+  bool heard_ = false;    // by a handler of the process
+  bool watched_ = false;  // by a reader of the feed
+  bool recorded_ = false;
+  std::uint32_t begins_ = 0;
 
   friend struct DatabaseTable;
 };

@@ -95,6 +95,8 @@ int Database::restore_from(const DatabaseHeader& backup, int fd, const char** re
     if (is_heap(before, i)) announce(base_ + at, kSegmentSize);
     if (const int error = read_all(fd, cage_base() + at, kSegmentSize, at)) return error;
   }
+  announce(base_ + kCardsAt, kCardsEnd - kCardsAt);
+  if (const int error = read_all(fd, cage_base() + kCardsAt, kCardsEnd - kCardsAt, kCardsAt)) return error;
   for (std::uint32_t i = 1; i < before.segments; ++i) {
     if (is_heap(before, i) && !is_heap(backup, i)) heap_.add_region(base_ + i * kSegmentSize, kSegmentSize);
   }

@@ -189,7 +189,8 @@ Database* DatabaseTable::map(const OpenRequest& request, const struct stat& file
     return nullptr;
   }
   // Memory is not hidden: what one process frees another may take into use.
-  d->heap_.attach(&d->roots_->heap, d, /*logged=*/true, /*hide_free=*/false);
+  d->heap_.attach(&d->roots_->heap, d, /*logged=*/true, /*hide_free=*/false,
+                  reinterpret_cast<HeapCard*>(d->cage_base() + kCardsAt), d->base_);
   slots[slot] = d;
   open_count++;
   return d;

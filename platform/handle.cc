@@ -163,7 +163,7 @@ uint32_t kvtdb_txn_begin(kvt_handle* handle, int* err) {
   uint32_t txn = KVT_NO_TXN;
   int error = 0;
   if (Database* database = kvt::database_of(handle)) {
-    error = database->begin(runtime->store, &txn);
+    error = database->begin(runtime->store, handle, &txn);
   } else if (runtime->txn_open) {
     error = EDEADLK;
   } else {
@@ -182,9 +182,17 @@ uint32_t kvtdb_txn_begin(kvt_handle* handle, int* err) {
 void kvtdb_txn_commit(kvt_handle* handle, uint32_t txn, int* err) {
   if (*err) return;
   if (!kvt::has_open(handle, txn)) return kvt_store_epoch_err(handle, EINVAL, err);
+  if (handle->runtime->raising) return kvt_store_epoch_err(handle, EDEADLK, err);
   kvtlib_oid_settle(handle, txn);
   Database* database = kvt::database_of(handle);
   if (!database) return kvt::end_private(handle);
+  const int32_t last_error = handle->last_error;
+  handle->runtime->raising = true;
+  database->raise_events(handle);
+  kvtlib_oid_settle(handle, txn);
+  database->record_changes();
+  handle->runtime->raising = false;
+  handle->last_error = last_error;
   handle->default_txn = KVT_NO_TXN;
   if (const int error = database->commit()) kvt_store_epoch_err(handle, error, err);
 }
@@ -192,6 +200,10 @@ void kvtdb_txn_commit(kvt_handle* handle, uint32_t txn, int* err) {
 void kvtdb_txn_abort(kvt_handle* handle, uint32_t txn, int* err) {
   if (!kvt::has_open(handle, txn)) {
     if (!*err) kvt_store_epoch_err(handle, EINVAL, err);
+    return;
+  }
+  if (handle->runtime->raising) {
+    if (!*err) kvt_store_epoch_err(handle, EDEADLK, err);
     return;
   }
   Database* database = kvt::database_of(handle);

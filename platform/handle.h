@@ -41,6 +41,7 @@ struct kvt_runtime {
   kvt::DomainRules rules;
   kvt::TypeCache types;
   bool settling;  // the runtime carries out destroys that waited
+  bool raising;   // a commit calls handlers
   bool txn_open;  // of a private store; a database knows its writer
   std::uint32_t txn_last;
   std::uint8_t* workspace;  // see kvtlib_get_handle_ws

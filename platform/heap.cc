@@ -24,8 +24,11 @@ std::uint32_t previous_size(std::uint32_t chunk) { return get(chunk + 4); }
 
 }  // namespace
 
-void Heap::attach(HeapMeta* meta, HeapBacking* backing, bool logged, bool hide_free) {
+void Heap::attach(HeapMeta* meta, HeapBacking* backing, bool logged, bool hide_free, HeapCard* cards,
+                  std::uint32_t cards_base) {
   meta_ = meta;
+  cards_ = cards;
+  cards_base_ = cards_base;
   backing_ = backing;
   logged_ = logged;
   hide_free_ = hide_free;
@@ -52,6 +55,26 @@ void Heap::set_header(std::uint32_t chunk, std::uint32_t size_and_flags, std::ui
 void Heap::flip_filled(std::uint32_t bin) {
   announce(&meta_->filled[bin / 64], 8);
   meta_->filled[bin / 64] ^= std::uint64_t{1} << (bin % 64);
+}
+
+void Heap::set_card(std::uint32_t card, std::uint32_t value) {
+  announce(&cards_[card], sizeof(HeapCard));
+  cards_[card] = static_cast<HeapCard>(value);
+}
+
+void Heap::begin_chunk(std::uint32_t chunk) {
+  if (!cards_) return;
+  const std::uint32_t card = (chunk - cards_base_) >> kCardShift, value = card_value(chunk);
+  if (!cards_[card] || cards_[card] > value) set_card(card, value);
+}
+
+// A chunk is swallowed by the one before it; `next` is the header that follows now.
+void Heap::end_chunk(std::uint32_t chunk, std::uint32_t next) {
+  if (!cards_) return;
+  const std::uint32_t card = (chunk - cards_base_) >> kCardShift;
+  if (cards_[card] != card_value(chunk)) return;
+  const bool same_card = (next - cards_base_) >> kCardShift == card;
+  set_card(card, same_card && size_of(next) >= kChunkMinimum ? card_value(next) : 0);
 }
 
 void Heap::push(std::uint32_t chunk, std::uint32_t size) {
@@ -111,6 +134,7 @@ void Heap::add_region(std::uint32_t begin, std::uint32_t length) {
   }
   set_header(begin + length - kChunkHeader, kChunkHeader | kChunkUsed, size);
   set_header(chunk, size, previous);
+  begin_chunk(chunk);
   set_meta(&meta_->top, chunk);
   set_meta(&meta_->end, begin + length);
 }
@@ -168,6 +192,7 @@ std::uint32_t Heap::take_from_bins(std::uint32_t need) {
   }
   put(chunk, need | kChunkUsed);
   set_header(chunk + need, rest, need);
+  begin_chunk(chunk + need);
   set(chunk + size + 4, rest);
   push(chunk + need, rest);
   return chunk;
@@ -186,6 +211,7 @@ std::uint32_t Heap::take_from_top(std::uint32_t need) {
     return chunk;
   }
   set_header(chunk + need, rest, need);
+  begin_chunk(chunk + need);
   set(chunk, need | kChunkUsed);
   set_meta(&meta_->top, chunk + need);
   return chunk;
@@ -223,6 +249,23 @@ std::uint32_t Heap::block_size(const void* block) const {
   return is_block(block) ? size_of(cage_ref(block) - kChunkHeader) - kChunkHeader : 0;
 }
 
+std::uint32_t Heap::block_around(std::uint32_t at) const {
+  if (at < cards_base_ || !backing_->holds(at)) return 0;
+  std::uint32_t card = (at - cards_base_) >> kCardShift;
+  if (cards_[card] > card_value(at & ~7u)) {
+    if (!card--) return 0;
+  }
+  while (!cards_[card]) {
+    if (!card || !backing_->holds(cards_base_ + (card << kCardShift))) return 0;
+    --card;
+  }
+  std::uint32_t chunk = cards_base_ + (card << kCardShift) + (cards_[card] - 1u) * 8;
+  for (std::uint32_t size; at - chunk >= (size = size_of(chunk)); chunk += size) {
+    if (size < kChunkMinimum || !backing_->holds(chunk + size)) return 0;
+  }
+  return is_used(chunk) && at - chunk >= kChunkHeader && size_of(chunk) >= kChunkMinimum ? chunk + kChunkHeader : 0;
+}
+
 void Heap::mark_pending(void* block) {
   std::uint32_t chunk = cage_ref(block) - kChunkHeader;
   set(chunk, get(chunk) | kChunkPending);
@@ -237,6 +280,7 @@ void Heap::free(void* block) {
   std::uint32_t chunk = cage_ref(block) - kChunkHeader;
   std::uint32_t size = size_of(chunk);
   if (hide_free_) memory_hide(block, size - kChunkHeader);
+  const std::uint32_t freed = chunk;
   std::uint32_t next = chunk + size;
   std::uint32_t previous = previous_size(chunk);
   // Cleared even where the header is swallowed by its neighbour, so that a second free of the block is seen.
@@ -249,6 +293,8 @@ void Heap::free(void* block) {
   }
   if (next == meta_->top) {
     size += size_of(next);
+    if (chunk != freed) end_chunk(freed, chunk + size);
+    end_chunk(next, chunk + size);
     set_header(chunk, size, previous);
     set_meta(&meta_->top, chunk);
     return;
@@ -256,7 +302,11 @@ void Heap::free(void* block) {
   if (!is_used(next)) {
     unlink(next, size_of(next));
     size += size_of(next);
+    if (chunk != freed) end_chunk(freed, chunk + size);
+    end_chunk(next, chunk + size);
     next = chunk + size;
+  } else if (chunk != freed) {
+    end_chunk(freed, next);
   }
   set_header(chunk, size, previous);
   set(next + 4, size);

@@ -32,9 +32,16 @@ class HeapBacking {
   ~HeapBacking() = default;
 };
 
+// For each stretch of that many bytes the first chunk that starts in it, so that a block is found from an address
+// within it: offset / 8 + 1, or 0 where none starts. Kept under the same announcements as the heap itself.
+inline constexpr std::uint32_t kCardShift = 12;
+using HeapCard = std::uint16_t;
+
 class Heap {
  public:
-  void attach(HeapMeta* meta, HeapBacking* backing, bool logged, bool hide_free);
+  // `cards`, which may be null, has an entry for every stretch from `cards_base` on.
+  void attach(HeapMeta* meta, HeapBacking* backing, bool logged, bool hide_free, HeapCard* cards = nullptr,
+              std::uint32_t cards_base = 0);
   // Adds a region to allocate from: [begin, begin + length), both multiples of 8.
   void add_region(std::uint32_t begin, std::uint32_t length);
   void* alloc(std::uint32_t size);  // 8-aligned, not zeroed; null when the backing has no more
@@ -42,6 +49,11 @@ class Heap {
   // False for what is no allocated block of this heap, as far as can be told from its neighbours.
   bool is_block(const void* block) const;
   std::uint32_t block_size(const void* block) const;  // 0 for what is no allocated block
+  // For who looks after a database.
+  HeapCard* cards() const { return cards_; }
+  static std::uint32_t card_value(std::uint32_t chunk) { return chunk % (1u << kCardShift) / 8 + 1; }
+  // The allocated block that holds the address, pending ones too; 0 if none does. Needs cards.
+  std::uint32_t block_around(std::uint32_t at) const;
   // Keeps a block out of use without giving it away: it counts as freed, but its bytes stay.
   void mark_pending(void* block);
   void clear_pending(void* block);
@@ -60,6 +72,9 @@ class Heap {
   void set_meta(std::uint32_t* at, std::uint32_t value);
   void set_header(std::uint32_t chunk, std::uint32_t size_and_flags, std::uint32_t previous);
   void flip_filled(std::uint32_t bin);
+  void set_card(std::uint32_t card, std::uint32_t value);
+  void begin_chunk(std::uint32_t chunk);
+  void end_chunk(std::uint32_t chunk, std::uint32_t next);
   void push(std::uint32_t chunk, std::uint32_t size);
   void unlink(std::uint32_t chunk, std::uint32_t size);
   void announce(const void* at, std::uint32_t length) {
@@ -70,6 +85,8 @@ class Heap {
   HeapBacking* backing_ = nullptr;
   bool logged_ = false;
   bool hide_free_ = false;
+  HeapCard* cards_ = nullptr;
+  std::uint32_t cards_base_ = 0;
 };
 
 }  // namespace kvt

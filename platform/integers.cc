@@ -1,5 +1,6 @@
 // Integers and the boolean: wire and XML form. Access to them is inline in the header.
 #include "kvt/primitives.h"
+#include "platform/content.h"
 #include "platform/print_line.h"
 #include "platform/ref.h"
 #include "platform/super_fast_hash.h"
@@ -20,7 +21,7 @@ void from_xml(kvt_handle* handle, std::uint32_t txn, const char* path, kvt_xml_d
               char* message, std::size_t size) {
   std::uint64_t value;
   if (kvt::xml_read_number(handle, path, document, T(~T{0}), &value, err, message, size))
-    kvt::store_announced(handle, txn, p, static_cast<T>(value));
+    kvt::content_store(handle, txn, p, static_cast<T>(value));
 }
 
 template <class T>
@@ -98,7 +99,7 @@ void kvt_boolean_from_xml(kvt_handle* handle, std::uint32_t txn, const char* pat
                           int* err, char* message, std::size_t size) {
   bool value;
   if (kvt::xml_read_boolean(handle, path, document, &value, err, message, size))
-    kvt::store_announced(handle, txn, p, kvt_boolean{value});
+    kvt::content_store(handle, txn, p, kvt_boolean{value});
 }
 
 std::int32_t kvt_boolean_compare(const void* a, const void* b) {

@@ -66,6 +66,8 @@ class Repair {
       if (chunk[0] + chunk[1] == end) top = chunk[0];
     }
     store_.database()->heap().relink(chunks.data(), chunks.size(), top);
+    HeapCard* cards = store_.database()->heap().cards();
+    for (std::size_t i = 0; i < found_.cards().size(); ++i) put(&cards[i], found_.cards()[i]);
     say("heap: %zu free chunks put into lists anew", chunks.size());
   }
 

@@ -235,7 +235,7 @@ void kvt_aes_vstring_from_xml(kvt_handle* handle, std::uint32_t txn, const char*
   if (!sealed) {
     assign_plain(handle, txn, p, bytes.data(), bytes.size(), err);
   } else if (bytes.size() && bytes.size() < kSealOverhead) {
-    kvt::xml_fail(handle, path, "the sealed form is cut short", err, message, size);
+    kvt::xml_fail(handle, path, document, "the sealed form is cut short", err, message, size);
   } else {
     assign_sealed(handle, txn, p, reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), err);
   }

@@ -135,8 +135,8 @@ std::uint32_t Store::block_size(const void* block) const {
   return database_ ? database_->block_size(block) : heap_.block_size(block);
 }
 
-bool Store::announce_shared(void* at, std::uint32_t length, std::uint32_t txn) {
-  return database_->announce_range(this, at, length, txn);
+bool Store::announce_shared(void* at, std::uint32_t length, std::uint32_t txn, bool told) {
+  return database_->announce_range(this, at, length, txn, told);
 }
 
 void Store::order() {

@@ -75,6 +75,10 @@ class Store : public HeapBacking {
   bool announce_range(void* at, std::uint32_t length, std::uint32_t txn) {
     return !database_ || announce_shared(at, length, txn);
   }
+  // The same for what a tree keeps in the nodes of others, which makes no change of the records that they lie in.
+  bool announce_link(void* at, std::uint32_t length, std::uint32_t txn) {
+    return !database_ || announce_shared(at, length, txn, /*told=*/false);
+  }
   // For permanent memory: what was stored so far stands before what is stored later, on the disk too where the
   // database's durability asks for it.
   void order();
@@ -94,7 +98,7 @@ class Store : public HeapBacking {
  private:
   Store() = default;
   static Store* make();
-  bool announce_shared(void* at, std::uint32_t length, std::uint32_t txn);
+  bool announce_shared(void* at, std::uint32_t length, std::uint32_t txn, bool told = true);
 
   bool alive_ = false;
   std::uint64_t serial_ = 0;  // no other store of the process has or had it

@@ -1,8 +1,6 @@
 // Parsing, selection of records, resolution of paths and positions.
 #include "platform/xml_document.h"
 
-#include <openssl/crypto.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -18,9 +16,10 @@ using kvt::XmlNode;
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kPathHead = "//";
-// Text of blanks alone is kept where it is all that an element holds: it may be somebody's string.
+// Text of blanks alone is kept where it is all that an element holds: it may be somebody's string. An element's text is
+// kept in its own node, which spares most elements a second one.
 constexpr unsigned kParseFlags = pugi::parse_cdata | pugi::parse_escapes | pugi::parse_eol |
-                                 pugi::parse_wconv_attribute | pugi::parse_ws_pcdata_single;
+                                 pugi::parse_wconv_attribute | pugi::parse_ws_pcdata_single | pugi::parse_embed_pcdata;
 
 // Of all that the parser keeps only elements have a name.
 XmlNode next_element(XmlNode node) {
@@ -36,17 +35,15 @@ XmlNode following(XmlNode node, XmlNode scope) {
   return nullptr;
 }
 
-// Tells most names apart without looking at them.
-std::uint32_t mark_of(std::string_view name) {
-  constexpr std::size_t kWord = sizeof(std::uint32_t);
-  std::uint32_t head = 0, tail = 0;
-  if (name.size() >= kWord) {
-    std::memcpy(&head, name.data(), kWord);
-    std::memcpy(&tail, name.data() + name.size() - kWord, kWord);
-  } else {
-    std::memcpy(&head, name.data(), name.size());
+XmlNode find_child(XmlNode parent, std::string_view name, std::uint32_t* count) {
+  XmlNode found = nullptr;
+  for (XmlNode node = kvt::xml_first_child(parent); node; node = kvt::xml_next_sibling(node)) {
+    if (kvt::xml_name(node) != name || name.empty()) continue;
+    if (!found) found = node;
+    if (!count) break;
+    ++*count;
   }
-  return (head * 31 + tail) * 31 + static_cast<std::uint32_t>(name.size());
+  return found;
 }
 
 // Where a name that begins at `at` ends.
@@ -56,14 +53,14 @@ std::size_t name_end(std::string_view path, std::size_t at) { return std::min(pa
 // then the vector registers lie there, with pieces of the text in them.
 [[gnu::noinline]] void wipe_stack() {
   char room[16 * 1024];
-  OPENSSL_cleanse(room, sizeof room);
+  explicit_bzero(room, sizeof room);
 }
 
 }  // namespace
 
 kvt_xml_document::~kvt_xml_document() {
   // An import file holds secrets as they were typed.
-  if (text_) OPENSSL_cleanse(text_, text_size_);
+  if (text_) explicit_bzero(text_, text_size_);
   std::free(text_);
   wipe_stack();
 }
@@ -93,11 +90,11 @@ bool kvt_xml_document::parse(const char* text, std::size_t length, char* message
     text += kByteOrderMark.size();
     length -= kByteOrderMark.size();
   }
-  text_ = static_cast<char*>(std::malloc(length + 1));
+  text_ = static_cast<char*>(std::malloc(length + kvt::kXmlScreenPadding));
   if (!text_) return fail(0, "out of memory");
   text_size_ = length;
   if (length) std::memcpy(text_, text, length);
-  text_[length] = 0;
+  std::memset(text_ + length, 0, kvt::kXmlScreenPadding);
   kvt::XmlFault fault;
   if (!kvt::xml_screen(text_, length, &lines_, &fault)) return fail(fault.offset, fault.reason);
   const pugi::xml_parse_result result = tree_.load_buffer_inplace(text_, length, kParseFlags, pugi::encoding_utf8);
@@ -108,27 +105,22 @@ bool kvt_xml_document::parse(const char* text, std::size_t length, char* message
   }
   root_ = kvt::xml_pointer(tree_.document_element());
   scope_ = root_;
-  XmlNode child = next_element(kvt::xml_first_child(root_));
-  for (; child; child = next_element(kvt::xml_next_sibling(child))) records_.push_back(child);
   return true;
 }
 
-const char* kvt_xml_document::select(std::size_t index) {
-  if (index != KVT_XML_ALL && index >= records_.size()) return nullptr;
-  scope_ = index == KVT_XML_ALL ? root_ : records_[index];
-  forget_path();
-  return kvt::xml_name(scope_);
+const std::vector<XmlNode>& kvt_xml_document::records() const {
+  if (records_.empty()) {
+    XmlNode child = next_element(kvt::xml_first_child(root_));
+    for (; child; child = next_element(kvt::xml_next_sibling(child))) records_.push_back(child);
+  }
+  return records_;
 }
 
-void kvt_xml_document::push(std::size_t path_end, XmlNode node) {
-  if (levels_.size() == depth_) levels_.emplace_back();
-  Level* level = &levels_[depth_++];
-  level->path_end = path_end;
-  level->node = node;
-  level->next = nullptr;
-  level->begun = false;
-  level->marks.clear();
-  level->children.clear();
+const char* kvt_xml_document::select(std::size_t index) {
+  if (index != KVT_XML_ALL && index >= records().size()) return nullptr;
+  scope_ = index == KVT_XML_ALL ? root_ : records_[index];
+  depth_ = 0;
+  return kvt::xml_name(scope_);
 }
 
 XmlNode kvt_xml_document::find_first(std::string_view name, std::uint32_t* count) const {
@@ -142,61 +134,63 @@ XmlNode kvt_xml_document::find_first(std::string_view name, std::uint32_t* count
   return found;
 }
 
-// Takes the next child element among those met; false: there is none.
-bool kvt_xml_document::meet_child(Level* level) {
-  XmlNode child = next_element(level->begun ? level->next : kvt::xml_first_child(level->node));
-  level->begun = true;
-  level->next = nullptr;
-  if (!child) return false;
-  const std::string_view name = kvt::xml_name(child);
-  level->marks.push_back(mark_of(name));
-  level->children.push_back({name, child});
-  level->next = kvt::xml_next_sibling(child);
-  return true;
-}
-
-XmlNode kvt_xml_document::find_child(Level* level, std::string_view name, std::uint32_t* count) {
-  const std::uint32_t mark = mark_of(name);
-  XmlNode found = nullptr;
-  for (std::size_t i = 0; i < level->marks.size() || meet_child(level); ++i) {
-    if (level->marks[i] != mark || level->children[i].name != name) continue;
-    if (!found) found = level->children[i].node;
-    if (!count) break;
-    ++*count;
-  }
-  return found;
-}
-
-// Whether the element of a level, one of the path resolved last, is on the way of another path too.
-bool kvt_xml_document::keeps(const Level& level, std::string_view path) const {
-  return level.path_end <= path.size() && (level.path_end == path.size() || path[level.path_end] == '/') &&
-         !std::memcmp(path.data(), path_.data(), level.path_end);
-}
-
-XmlNode kvt_xml_document::resolve(const char* text, std::uint32_t* count) {
+XmlNode kvt_xml_document::resolve(const char* text, std::uint32_t* count) const {
   const std::string_view path = text;
   if (count) *count = 0;
   if (!path.starts_with(kPathHead)) return nullptr;
-  while (depth_ && !keeps(levels_[depth_ - 1], path)) --depth_;
-  // The count of an element is that of its parent's children; so it is asked for where the element is found.
-  if (count && depth_ && levels_[depth_ - 1].path_end == path.size()) --depth_;
-
-  std::size_t end = depth_ ? levels_[depth_ - 1].path_end : kPathHead.size() - 1;
-  path_.resize(std::min(path_.size(), end));
-  while (end < path.size()) {
+  XmlNode found = nullptr;
+  for (std::size_t end = kPathHead.size() - 1; end < path.size();) {
     const std::size_t begin = end + 1;
     end = name_end(path, begin);
     const std::string_view name = path.substr(begin, end - begin);
     std::uint32_t* counted = end == path.size() ? count : nullptr;
-    XmlNode node = depth_ ? find_child(&levels_[depth_ - 1], name, counted) : find_first(name, counted);
-    if (!node) {
-      path_.append(path.substr(path_.size(), begin - 1 - path_.size()));
-      return nullptr;
-    }
-    push(end, node);
+    found = found ? find_child(found, name, counted) : find_first(name, counted);
+    if (!found) break;
   }
-  path_.append(path.substr(path_.size()));
-  return levels_[depth_ - 1].node;
+  return found;
+}
+
+std::uint32_t kvt_xml_document::enter(const char* path) {
+  if (!path) return depth_;
+  if (depth_ == std::size(places_) || !look_up(path, &places_[depth_])) return 0;
+  return ++depth_;
+}
+
+bool kvt_xml_document::enter_child(std::uint32_t level, const char* name) {
+  depth_ = level;
+  if (level == std::size(places_)) return false;
+  kvt::XmlPlace* parent = &places_[level - 1];
+  for (XmlNode node = parent->children; node; node = kvt::xml_next_sibling(node)) {
+    const char* own_name = kvt::xml_name(node);
+    const bool found = !std::strcmp(own_name, name);
+    if (!found && *own_name) continue;
+    // Nobody asks for text, nor twice for one name.
+    if (node == parent->children) parent->children = kvt::xml_next_sibling(node);
+    if (!found) continue;
+    const std::size_t path_length = parent->path_length + 1 + std::strlen(name);
+    // A longer path would be cut, and a cut name may be that of another child.
+    if (path_length >= KVT_XML_PATH_SIZE) return false;
+    places_[depth_++] = {node, kvt::xml_first_child(node), name, path_length};
+    return true;
+  }
+  return false;
+}
+
+const kvt::XmlPlace* kvt_xml_document::look_up(const char* path, kvt::XmlPlace* place) const {
+  XmlNode element = resolve(path, nullptr);
+  if (!element) return nullptr;
+  *place = {element, kvt::xml_first_child(element), path, std::strlen(path)};
+  return place;
+}
+
+void kvt_xml_document::spell(char (&path)[KVT_XML_PATH_SIZE]) const {
+  std::uint32_t level = depth_;
+  while (level && *places_[level - 1].name != '/') --level;
+  std::size_t used = 0;
+  for (level -= level != 0; level < depth_ && used < sizeof path; ++level) {
+    const char* name = places_[level].name;
+    used += static_cast<std::size_t>(std::snprintf(path + used, sizeof path - used, *name == '/' ? "%s" : "/%s", name));
+  }
 }
 
 extern "C" {
@@ -231,6 +225,14 @@ int kvt_xml_position(kvt_xml_document* document, const char* path, std::uint32_t
 
 int kvt_xml_exists(kvt_xml_document* document, const char* path) { return document->resolve(path, nullptr) != nullptr; }
 
+std::uint32_t kvt_xml_enter(kvt_xml_document* document, const char* path) { return document->enter(path); }
+
+int kvt_xml_child(kvt_xml_document* document, std::uint32_t level, const char* name) {
+  return document->enter_child(level, name);
+}
+
+void kvt_xml_leave(kvt_xml_document* document, std::uint32_t level) { document->leave(level); }
+
 int xml_get_element_nodecount(kvt_xml_document* document, const char* path, std::uint32_t* count) {
   document->resolve(path, count);
   return 0;
@@ -240,15 +242,14 @@ int xml_get_element_value(kvt_xml_document* document, const char* path, char* va
   XmlNode element = document->resolve(path, nullptr);
   if (!element) return ENOENT;
   std::size_t used = 0;
-  for (XmlNode part = kvt::xml_first_child(element); part; part = kvt::xml_next_sibling(part)) {
-    if (!kvt::xml_is_text(part)) continue;
-    const std::string_view text = kvt::xml_node_at(part).value();
-    const std::size_t length = text.size();
-    if (length >= size - used) return EMSGSIZE;
-    std::memcpy(value + used, text.data(), length);
-    used += length;
+  std::string_view text = kvt::xml_value(element);
+  for (XmlNode part = kvt::xml_first_child(element);; part = kvt::xml_next_sibling(part)) {
+    if (text.size() >= size - used) return EMSGSIZE;
+    std::memcpy(value + used, text.data(), text.size());
+    used += text.size();
+    if (!part) break;
+    text = kvt::xml_is_text(part) ? kvt::xml_value(part) : "";
   }
-  if (used >= size) return EMSGSIZE;
   value[used] = 0;
   return 0;
 }

@@ -20,6 +20,11 @@ inline bool xml_blank(char c) { return c == ' ' || c == '\t' || c == '\n' || c =
 const char* xml_escape(char c);
 
 // Value of a hexadecimal digit, or -1.
-int hex_value(char c);
+inline int hex_value(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
 
 }  // namespace kvt

@@ -22,11 +22,12 @@ enum class Encoding { kText, kHex, kSealed };
 struct Reader {
   kvt_handle* handle;
   const char* path;
+  const kvt_xml_document* document;
   int* err;
   char* message;
   std::size_t size;
 
-  bool fail(const char* reason) const { return xml_fail(handle, path, reason, err, message, size); }
+  bool fail(const char* reason) const { return xml_fail(handle, path, document, reason, err, message, size); }
 
   // Quotes the text, cut to a line's length and with nothing in it that a terminal would obey.
   bool fail_quoting(std::string_view text, const char* reason) const {
@@ -45,28 +46,32 @@ struct Reader {
   }
 };
 
-// All text of the element. Most often it is one piece, which is used in place.
-bool gather(const Reader& reader, XmlNode element, XmlBytes* bytes) {
-  std::size_t length = 0;
-  unsigned pieces = 0;
-  for (XmlNode part = xml_first_child(element); part; part = xml_next_sibling(part)) {
+// The text of an element that holds more than one piece, or no value at all.
+[[gnu::noinline]] bool gather_pieces(const Reader& reader, const XmlPlace& place, std::string_view own,
+                                     XmlBytes* bytes) {
+  std::size_t length = own.size();
+  for (XmlNode part = place.children; part; part = xml_next_sibling(part)) {
     if (!xml_is_text(part)) return reader.fail("it holds elements, not a value");
-    const std::string_view text = xml_node_at(part).value();
-    bytes->view(text.data(), text.size());
-    length += text.size();
-    ++pieces;
+    length += std::strlen(xml_value(part));
   }
-  if (pieces < 2) return true;
   char* to = bytes->own(length);
   if (!to) return reader.no_memory();
-  for (XmlNode part = xml_first_child(element); part; part = xml_next_sibling(part)) {
-    const char* text = xml_node_at(part).value();
+  to = static_cast<char*>(mempcpy(to, own.data(), own.size()));
+  for (XmlNode part = place.children; part; part = xml_next_sibling(part)) {
+    const char* text = xml_value(part);
     to = static_cast<char*>(mempcpy(to, text, std::strlen(text)));
   }
   return true;
 }
 
-std::string_view trim(std::string_view text) {
+// All text of the element. Most often it is one piece, which is used in place.
+bool gather(const Reader& reader, const XmlPlace& place, XmlBytes* bytes) {
+  const std::string_view own = xml_value(place.element);
+  bytes->view(own.data(), own.size());
+  return !place.children || gather_pieces(reader, place, own, bytes);
+}
+
+inline std::string_view trim(std::string_view text) {
   while (!text.empty() && xml_blank(text.front())) text.remove_prefix(1);
   while (!text.empty() && xml_blank(text.back())) text.remove_suffix(1);
   return text;
@@ -99,20 +104,21 @@ bool decode_hex(const Reader& reader, std::string_view text, XmlBytes* bytes) {
   return true;
 }
 
-bool find(const Reader& reader, kvt_xml_document* document, XmlNode* element) {
-  if (*reader.err) return false;
-  *element = document->resolve(reader.path, nullptr);
-  if (*element) return true;
-  report_error(reader.handle, ENOENT, reader.err);
-  return false;
+// Where the element is; NULL with the error reported. `place` has room for it.
+const XmlPlace* find(const Reader& reader, XmlPlace* place) {
+  if (*reader.err) return nullptr;
+  const XmlPlace* found = reader.document->find(reader.path, place);
+  if (!found) report_error(reader.handle, ENOENT, reader.err);
+  return found;
 }
 
-bool read_encoded(const Reader& reader, kvt_xml_document* document, bool secret, XmlBytes* bytes, Encoding* encoding) {
-  XmlNode element;
-  if (!find(reader, document, &element) || !read_encoding(reader, element, secret, encoding)) return false;
-  if (*encoding == Encoding::kText) return gather(reader, element, bytes);
+bool read_encoded(const Reader& reader, bool secret, XmlBytes* bytes, Encoding* encoding) {
+  XmlPlace room;
+  const XmlPlace* place = find(reader, &room);
+  if (!place || !read_encoding(reader, place->element, secret, encoding)) return false;
+  if (*encoding == Encoding::kText) return gather(reader, *place, bytes);
   XmlBytes text;
-  return gather(reader, element, &text) && decode_hex(reader, trim({text.data(), text.size()}), bytes);
+  return gather(reader, *place, &text) && decode_hex(reader, trim({text.data(), text.size()}), bytes);
 }
 
 bool parse_number(std::string_view text, std::uint64_t highest, std::uint64_t* value) {
@@ -132,8 +138,8 @@ bool parse_number(std::string_view text, std::uint64_t highest, std::uint64_t* v
 
 }  // namespace
 
-XmlBytes::~XmlBytes() {
-  if (block_) OPENSSL_cleanse(block_, block_size_);
+void XmlBytes::wipe() {
+  OPENSSL_cleanse(block_, block_size_);
   std::free(block_);
 }
 
@@ -144,18 +150,22 @@ char* XmlBytes::own(std::size_t size) {
   return block_;
 }
 
-bool xml_fail(kvt_handle* handle, const char* path, const char* reason, int* err, char* message, std::size_t size) {
-  if (message && size) std::snprintf(message, size, "Failed xpath: %s: %s", path, reason);
+bool xml_fail(kvt_handle* handle, const char* path, const kvt_xml_document* document, const char* reason, int* err,
+              char* message, std::size_t size) {
+  char standing[KVT_XML_PATH_SIZE];
+  if (!path) document->spell(standing);
+  if (message && size) std::snprintf(message, size, "Failed xpath: %s: %s", path ? path : standing, reason);
   report_error(handle, EINVAL, err);
   return false;
 }
 
 bool xml_read_number(kvt_handle* handle, const char* path, kvt_xml_document* document, std::uint64_t highest,
                      std::uint64_t* value, int* err, char* message, std::size_t size) {
-  const Reader reader{handle, path, err, message, size};
-  XmlNode element;
+  const Reader reader{handle, path, document, err, message, size};
+  XmlPlace room;
   XmlBytes bytes;
-  if (!find(reader, document, &element) || !gather(reader, element, &bytes)) return false;
+  const XmlPlace* place = find(reader, &room);
+  if (!place || !gather(reader, *place, &bytes)) return false;
   const std::string_view text = trim({bytes.data(), bytes.size()});
   if (parse_number(text, highest, value)) return true;
   char reason[64];
@@ -165,10 +175,11 @@ bool xml_read_number(kvt_handle* handle, const char* path, kvt_xml_document* doc
 
 bool xml_read_boolean(kvt_handle* handle, const char* path, kvt_xml_document* document, bool* value, int* err,
                       char* message, std::size_t size) {
-  const Reader reader{handle, path, err, message, size};
-  XmlNode element;
+  const Reader reader{handle, path, document, err, message, size};
+  XmlPlace room;
   XmlBytes bytes;
-  if (!find(reader, document, &element) || !gather(reader, element, &bytes)) return false;
+  const XmlPlace* place = find(reader, &room);
+  if (!place || !gather(reader, *place, &bytes)) return false;
   const std::string_view text = trim({bytes.data(), bytes.size()});
   *value = text == "true" || text == "1";
   return *value || text == "false" || text == "0" || reader.fail_quoting(text, "is neither true nor false");
@@ -177,13 +188,13 @@ bool xml_read_boolean(kvt_handle* handle, const char* path, kvt_xml_document* do
 bool xml_read_bytes(kvt_handle* handle, const char* path, kvt_xml_document* document, XmlBytes* bytes, int* err,
                     char* message, std::size_t size) {
   Encoding encoding;
-  return read_encoded({handle, path, err, message, size}, document, false, bytes, &encoding);
+  return read_encoded({handle, path, document, err, message, size}, false, bytes, &encoding);
 }
 
 bool xml_read_secret(kvt_handle* handle, const char* path, kvt_xml_document* document, XmlBytes* bytes, bool* sealed,
                      int* err, char* message, std::size_t size) {
   Encoding encoding;
-  if (!read_encoded({handle, path, err, message, size}, document, true, bytes, &encoding)) return false;
+  if (!read_encoded({handle, path, document, err, message, size}, true, bytes, &encoding)) return false;
   *sealed = encoding == Encoding::kSealed;
   return true;
 }

@@ -1,6 +1,6 @@
 // Values of primitive fields out of a document. Each reader gives true with the value, or false with the error
 // reported: ENOENT and no message when the element is absent, EINVAL with "Failed xpath: <path>: <reason>" when it says
-// nonsense.
+// nonsense. A path of NULL is the element at which the document stands.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,9 @@ namespace kvt {
 class XmlBytes {
  public:
   XmlBytes() = default;
-  ~XmlBytes();
+  ~XmlBytes() {
+    if (block_) wipe();
+  }
   XmlBytes(const XmlBytes&) = delete;
   XmlBytes& operator=(const XmlBytes&) = delete;
   const char* data() const { return data_; }
@@ -27,6 +29,8 @@ class XmlBytes {
   char* own(std::size_t size);
 
  private:
+  void wipe();
+
   const char* data_ = "";
   std::size_t size_ = 0;
   char* block_ = nullptr;
@@ -44,6 +48,7 @@ bool xml_read_bytes(kvt_handle* handle, const char* path, kvt_xml_document* docu
 bool xml_read_secret(kvt_handle* handle, const char* path, kvt_xml_document* document, XmlBytes* bytes, bool* sealed,
                      int* err, char* message, std::size_t size);
 // Reports EINVAL with the message. @return false
-bool xml_fail(kvt_handle* handle, const char* path, const char* reason, int* err, char* message, std::size_t size);
+bool xml_fail(kvt_handle* handle, const char* path, const kvt_xml_document* document, const char* reason, int* err,
+              char* message, std::size_t size);
 
 }  // namespace kvt

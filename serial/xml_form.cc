@@ -1,7 +1,6 @@
 #include "serial/xml_form.h"
 
 #include <cstdio>
-#include <cstring>
 
 #include "objects/flag_set.h"
 #include "objects/state_tracking.h"
@@ -9,49 +8,34 @@
 namespace kvt {
 namespace {
 
-constexpr std::size_t kXmlValueSize = 128;
 constexpr int kAbsent = 2;
+constexpr std::size_t kChildSize = 256;
 
 bool has_xml(const FieldDesc& f) { return f.type->to_xml != nullptr; }
 
-// The paths of an element's children, one after the other.
-class ChildPath {
+// An element in a document, and where its children are looked for.
+class XmlElement {
  public:
-  explicit ChildPath(const char* parent) : parent_(std::strlen(parent)) {
-    if (parent_ < kXmlPathSize) std::memcpy(text_, parent, parent_);
+  XmlElement(kvt_xml_document* document, const char* path)
+      : document_(document), level_(kvt_xml_enter(document, path)), entered_(path && level_) {}
+  ~XmlElement() {
+    if (entered_) kvt_xml_leave(document_, level_);
   }
-  // NULL when the path does not fit. It would be cut, and a cut name may be that of another child: such a child is
-  // absent, and nobody asks the document.
-  const char* of(const char* child) {
-    const std::size_t length = std::strlen(child);
-    if (parent_ + 1 + length >= kXmlPathSize) return nullptr;
-    text_[parent_] = '/';
-    std::memcpy(text_ + parent_ + 1, child, length + 1);
-    return text_;
-  }
+  XmlElement(const XmlElement&) = delete;
+  XmlElement& operator=(const XmlElement&) = delete;
+  explicit operator bool() const { return level_ != 0; }
+  // Whether the child is there. The document stands at it then.
+  bool child(const char* name) { return level_ && kvt_xml_child(document_, level_, name); }
 
  private:
-  std::size_t parent_;
-  char text_[kXmlPathSize];
+  kvt_xml_document* document_;
+  std::uint32_t level_;
+  bool entered_;
 };
-
-// Whether the child element stands there: 0, or what the document says. Its text is not looked at, so one that is
-// longer than the buffer counts as present.
-int child_present(kvt_xml_document* document, ChildPath* path, const char* child) {
-  const char* child_path = path->of(child);
-  if (!child_path) return kAbsent;
-  char value[kXmlValueSize];
-  const int result = xml_get_element_value(document, child_path, value, sizeof value, 0);
-  return result == kEmsgsize ? 0 : result;
-}
-
-void say_failed(const char* path, char* message, std::size_t size) {
-  if (message && size) std::snprintf(message, size, "Failed xpath: %s", path);
-}
 
 std::uint32_t empty_child(kvt_handle* h, std::uint32_t txn, const EnumDesc& type, const char* child, bool known,
                           char* buffer, std::int32_t room, int* err) {
-  char text[kXmlPathSize];
+  char text[kChildSize];
   const int length = known ? std::snprintf(text, sizeof text, "<%s/>", child)
                            : std::snprintf(text, sizeof text, "<%s value out of range/>", type.name);
   return xml_enum_print(h, txn, buffer, text, room, static_cast<std::uint32_t>(length), err);
@@ -85,19 +69,22 @@ void struct_from_xml(const StructDesc& type, kvt_handle* h, std::uint32_t txn, c
                      kvt_xml_document* document, void* object, int* err, char* message, std::size_t size) {
   if (*err) return;
   kvt_clear_last_error(h);
-  if (!kvt_xml_exists(document, path)) {
+  XmlElement element(document, path);
+  if (!element) {
     fail(h, kAbsent, err);
     return;
   }
-  ChildPath child(path);
+  if (!object) {
+    fail(h, kEinval, err);
+    return;
+  }
   for (const FieldDesc* f = type.fields; f != type.fields + type.field_count; ++f) {
     if (!has_xml(*f) || !type.has_room_for(*f, object)) continue;
-    const char* child_path = child.of(f->name);
-    if (!child_path) {
-      kvt_store_err(h, kAbsent);
-      continue;
+    if (element.child(f->name)) {
+      f->type->from_xml(h, txn, nullptr, document, at_offset(object, f->offset), err, message, size);
+    } else {
+      fail(h, kAbsent, err);
     }
-    f->type->from_xml(h, txn, child_path, document, at_offset(object, f->offset), err, message, size);
     if (*err == kAbsent) *err = 0;
     if (*err) return;
   }
@@ -107,7 +94,7 @@ std::uint32_t enum_to_xml(const EnumDesc& type, kvt_handle* h, std::uint32_t txn
                           const void* object, std::int32_t room, int* err) {
   if (*err) return 0;
   kvt_clear_last_error(h);
-  const auto value = load<std::uint32_t>(at_offset(object, kEnumValueOffset));
+  const std::uint32_t value = object ? load<std::uint32_t>(at_offset(object, kEnumValueOffset)) : type.count;
   const bool known = value < type.count;
   std::uint32_t cursor = start_tag(h, txn, buffer, name, room, 0, err);
   cursor += empty_child(h, txn, type, known ? type.names[value] : nullptr, known, buffer + cursor,
@@ -121,21 +108,22 @@ std::int32_t enum_to_xml_cr(const EnumDesc& type, kvt_handle* h, const void* obj
 }
 
 void enum_from_xml(const EnumDesc& type, kvt_handle* h, const char* path, kvt_xml_document* document, void* object,
-                   int* err, char* message, std::size_t size) {
+                   int* err) {
   if (*err) return;
   kvt_clear_last_error(h);
-  ChildPath child(path);
+  XmlElement element(document, path);
   for (std::uint32_t value = 0; value < type.count; ++value) {
-    *err = child_present(document, &child, type.names[value]);
-    if (!*err) {
+    if (!element.child(type.names[value])) {
+      fail(h, kAbsent, err);
+      continue;
+    }
+    if (!object) {
+      fail(h, kEinval, err);
+    } else {
+      *err = 0;
       store(at_offset(object, kEnumValueOffset), value);
-      return;
     }
-    kvt_store_err(h, *err);
-    if (*err != kAbsent) {
-      say_failed(path, message, size);
-      return;
-    }
+    return;
   }
 }
 
@@ -164,23 +152,17 @@ std::int32_t flag_to_xml_cr(const EnumDesc& type, kvt_handle* h, const void* obj
 }
 
 void flag_from_xml(const EnumDesc& type, kvt_handle* h, std::uint32_t txn, const char* path, kvt_xml_document* document,
-                   void* object, int* err, char* message, std::size_t size) {
+                   void* object, int* err) {
   if (*err) return;
   kvt_clear_last_error(h);
-  ChildPath child(path);
+  XmlElement element(document, path);
   for (std::uint32_t bit = 0; bit < type.count; ++bit) {
-    *err = child_present(document, &child, type.names[bit]);
-    if (*err) kvt_store_err(h, *err);
-    if (*err == kAbsent) {
-      *err = 0;
-      continue;
+    if (element.child(type.names[bit])) {
+      kvt_clear_last_error(h);
+      flag_set_value(type, h, txn, object, bit, 1, err);
+    } else {
+      fail(h, kAbsent, err);
     }
-    if (*err) {
-      say_failed(path, message, size);
-      return;
-    }
-    kvt_clear_last_error(h);
-    flag_set_value(type, h, txn, object, bit, 1, err);
     if (*err == kAbsent) *err = 0;
     if (*err) return;
   }

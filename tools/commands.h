@@ -14,6 +14,7 @@ void run_send(const Options& options);      // send.cc
 void run_receive(const Options& options);   // receive.cc
 void run_set(const Options& options);       // edit.cc
 void run_delete(const Options& options);    // edit.cc
+void run_watch(const Options& options);     // watch.cc
 void run_care(const Options& options);      // care.cc
 void run_trace(const Options& options);     // built.cc
 void run_manifest(const Options& options);  // built.cc

@@ -35,6 +35,8 @@ void run(const wlanctl::Options& options) {
       return wlanctl::run_set(options);
     case wlanctl::Command::kDelete:
       return wlanctl::run_delete(options);
+    case wlanctl::Command::kWatch:
+      return wlanctl::run_watch(options);
     case wlanctl::Command::kTrace:
       return wlanctl::run_trace(options);
     case wlanctl::Command::kManifest:

@@ -28,10 +28,14 @@ CLI::App* add_command(CLI::App& app, Options& options, Command command, const ch
   return sub;
 }
 
-void add_table(CLI::App* sub, Options& options) {
+std::vector<std::string> table_names() {
   std::vector<std::string> names;
   for (const Table& table : tables()) names.emplace_back(table.name);
-  sub->add_option("--table", options.table, "the table; tbl_wlan unless given")->check(CLI::IsMember(names));
+  return names;
+}
+
+void add_table(CLI::App* sub, Options& options) {
+  sub->add_option("--table", options.table, "the table; tbl_wlan unless given")->check(CLI::IsMember(table_names()));
 }
 
 void add_key(CLI::App* sub, Options& options) {
@@ -112,6 +116,19 @@ std::optional<int> parse_options(int argc, char** argv, Options& options) {
   CLI::App* erase = add_command(app, options, Command::kDelete, "delete", "Delete one record");
   add_key(erase, options);
   add_table(erase, options);
+
+  CLI::App* watch = add_command(app, options, Command::kWatch, "watch",
+                                "Show records as they are created, modified and deleted, by whatever process");
+  watch->add_option("DB", options.database, "the database file, if --db does not name it");
+  watch->add_option("--from", options.from, "number of the first change to show, or `oldest`; new ones unless given")
+      ->check([](const std::string& text) {
+        const bool number = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+        return number || text == "oldest" ? std::string() : "must be a number or `oldest`";
+      });
+  watch->add_option("--count", options.count, "end after that many lines")->check(CLI::PositiveNumber);
+  watch->add_option("--table", options.tables, "show this table alone; may be given more than once")
+      ->check(CLI::IsMember(table_names()));
+  watch->add_flag("--json", options.json, "as JSON, one object a line");
 
   CLI::App* trace = add_command(app, options, Command::kTrace, "trace", "Show trace messages of built files");
   trace->add_option("FILE", options.files, "libraries whose messages are listed, or that a ring's lines come from");

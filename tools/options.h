@@ -8,7 +8,21 @@
 
 namespace wlanctl {
 
-enum class Command { kImport, kList, kShow, kFind, kExport, kSend, kReceive, kSet, kDelete, kTrace, kManifest, kCare };
+enum class Command {
+  kImport,
+  kList,
+  kShow,
+  kFind,
+  kExport,
+  kSend,
+  kReceive,
+  kSet,
+  kDelete,
+  kWatch,
+  kTrace,
+  kManifest,
+  kCare
+};
 
 /// What `wlanctl db` does.
 enum class Care { kCreate, kInfo, kCheck, kRepair, kBackup, kRestore, kCompact, kDurability };
@@ -33,11 +47,14 @@ struct Options {
   std::optional<std::string> ssid;
   std::string socket;  // send, receive; empty: standard output, standard input
   unsigned wait_sec = 30;
-  std::string verify;              // receive
-  std::string ring;                // trace
-  std::vector<std::string> files;  // trace
-  Care care = Care::kInfo;         // db
-  std::string durability;          // db create, db durability
+  std::string verify;               // receive
+  std::string from;                 // watch; empty: from now on
+  std::uint64_t count = 0;          // watch; 0: until it is stopped
+  std::vector<std::string> tables;  // watch; empty: all
+  std::string ring;                 // trace
+  std::vector<std::string> files;   // trace
+  Care care = Care::kInfo;          // db
+  std::string durability;           // db create, db durability
 };
 
 /// Reads the command line into `options`. A value that stands in it is overwritten there, where every user of the

@@ -55,7 +55,7 @@ void* parent_of_mpsk_key(kvt_handle* h, std::uint32_t t, void* o, int* e) {
 // Lambdas rather than the functions themselves: results that nobody reads fall away here.
 #define TABLE(table, st, key, instance, keys, references, parent)                                                                        \
   Table {                                                                                                                                \
-#table, #st, instance, table_##table##_luid, keys, references, parent,                                                                 \
+#table, #st, instance, table_##table##_luid, &_##table##_table_record_type_info_internal, keys, references, parent,                                                                 \
         [](kvt_handle* h, std::uint32_t t, const char* name, std::uint32_t type, int* e) -> void* {                    \
           return table##_table_open(h, t, name, type, e);                                                              \
         },                                                                                                             \
@@ -88,6 +88,9 @@ void* parent_of_mpsk_key(kvt_handle* h, std::uint32_t t, void* o, int* e) {
             -> std::uint32_t { return st##_to_xml(h, t, l, b, o, n, s, e); },                                          \
         [](kvt_handle* h, std::uint32_t t, const char* p, kvt_xml_document* d, void* o, int* e, char* m,               \
            std::size_t n) { (void)st##_from_xml(h, t, p, d, o, e, m, n); },                                            \
+        [](kvt_handle* h, std::uint32_t t, void** p, const std::uint8_t* b, std::int32_t n, int* e) -> std::uint32_t { \
+          return table##_table_pkey_unmarshal(h, t, p, b, n, e);                                                       \
+        },                                                                                                             \
         [](const void* a, const void* b) -> std::int32_t { return st##_compare(a, b); } \
   }
 

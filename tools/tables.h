@@ -36,6 +36,7 @@ struct Table {
   const char* payload;   // name of the payload's struct
   const char* instance;  // name under which wlanctl keeps the table in a database
   const std::uint8_t* luid;
+  const kvt_type_record* record_type;
   std::span<const Key> keys;  // the primary key first
   std::span<const Reference> references;
   /// The field that names the profile a record belongs to; null where records have none.
@@ -62,6 +63,9 @@ struct Table {
                                   std::int32_t room, std::uint32_t state, int* err);
   void (*payload_from_xml)(kvt_handle*, std::uint32_t txn, const char* path, kvt_xml_document*, void* payload, int* err,
                            char* message, std::size_t size);
+  /// Reads a primary key's binary form into a new payload, which holds it.
+  std::uint32_t (*read_key)(kvt_handle*, std::uint32_t txn, void** payload, const std::uint8_t* buffer,
+                            std::int32_t length, int* err);
   std::int32_t (*compare)(const void* a, const void* b);
 };
 

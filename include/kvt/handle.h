@@ -140,14 +140,15 @@ KVT_EXPORT void kvt_handle_close(kvt_handle* handle);
 /// @param err sticky. EDEADLK: this handle, or another one of this thread, has a transaction open already; EIO: the
 ///   database's header or undo log is damaged
 KVT_EXPORT uint32_t kvtdb_txn_begin(kvt_handle* handle, int* err);
-/// Makes the transaction's stores last and releases the write lock.
-/// @param err sticky. EINVAL: no such transaction; ENOSPC: the undo log could not grow in the transaction, which shows
+/// Makes the transaction's stores last and releases the write lock. Before that, handlers of the process hear of the
+/// records that changed (see docs/design/events.md).
+/// @param err sticky. EINVAL: no such transaction; EDEADLK: called by such a handler; ENOSPC: the undo log could not grow in the transaction, which shows
 ///   by allocations that failed, and all of it has been taken back; EIO and what fdatasync(2) gives, with
 ///   KVT_DURABILITY_MACHINE only: the disk did not take it. Other processes then see either all of it or nothing, and
 ///   which of the two is left after a loss of power is not known
 KVT_EXPORT void kvtdb_txn_commit(kvt_handle* handle, uint32_t txn, int* err);
 /// Brings back every byte that was announced in the transaction and releases the write lock. Works with `*err` set, and
-/// leaves it as it is; EINVAL is stored only in a clear slot.
+/// leaves it as it is; EINVAL (no such transaction) and EDEADLK (called by a handler) are stored only in a clear slot.
 KVT_EXPORT void kvtdb_txn_abort(kvt_handle* handle, uint32_t txn, int* err);
 
 /// The reference (see docs/design/cage.md) of an address in the cage; 0 for NULL.

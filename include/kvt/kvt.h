@@ -4,6 +4,7 @@
 #define KVT_KVT_H
 
 #include "kvt/care.h"
+#include "kvt/events.h"
 #include "kvt/frame.h"
 #include "kvt/handle.h"
 #include "kvt/primitives.h"

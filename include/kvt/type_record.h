@@ -85,6 +85,7 @@ typedef struct kvt_shape {
   uint16_t payload_slot;  ///< offset of the payload's reference in a record
   uint16_t key_count;
   const kvt_key_shape* keys;
+  const struct kvt_record_events* events;
 } kvt_shape;
 
 /// One static type of a module: what a number stands for.

@@ -30,6 +30,23 @@ KVT_EXPORT int kvt_xml_position(kvt_xml_document* document, const char* path, ui
 
 /// 1 if there is an element at `path`. As xml_get_element_nodecount, but it stops at the first.
 KVT_EXPORT int kvt_xml_exists(kvt_xml_document* document, const char* path);
+/// Bytes that a field's path takes at most, with its NUL: a field whose path is longer counts as absent.
+enum { KVT_XML_PATH_SIZE = 256 };
+
+/// For readers of objects, which visit one element after the other: a document may stand at an element, and operations
+/// `T_from_xml` whose path is NULL read the element at which it stands. So no path is written out and looked up for
+/// each field. Nothing is allocated, and nothing is said of errors; a document is used by one thread at a time.
+///
+/// Stands at the first element at `path`; with NULL stays where it stands. `path` must live until the element is left.
+/// @return the element's level, from 1, which kvt_xml_leave takes if `path` isn't NULL; 0: no such element, no change
+KVT_EXPORT uint32_t kvt_xml_enter(kvt_xml_document* document, const char* path);
+/// Goes from the element at `level`, or from anywhere below it, to its first child `name`, one level deeper. `name`
+/// must live until that level is left, and of one element each name may be asked for once.
+/// @return 1; 0 when there is no such child or its path is too long, and then the document stands at `level`
+KVT_EXPORT int kvt_xml_child(kvt_xml_document* document, uint32_t level, const char* name);
+/// Stands where it stood before it entered the element at `level`.
+KVT_EXPORT void kvt_xml_leave(kvt_xml_document* document, uint32_t level);
+
 /// Counts the nodes at `path`; 0 on success.
 KVT_EXPORT int xml_get_element_nodecount(kvt_xml_document* document, const char* path, uint32_t* count);
 /// Gives the text of the first element at `path`, NUL-terminated. 0; 2 when there is no such element; 90 when the text

@@ -129,7 +129,7 @@ MessageIndex number_messages(const Module& module) {
   for (const Flag* type : module.flags) add_scalar(type->name);
   for (const Table* table : module.tables) {
     index.table_first[table->name] = static_cast<std::uint32_t>(index.table.size());
-    const Holes holes = {{"table", table->name}, {"struct", table->payload_name}};
+    const Holes holes = {{"table", table->name}, {"struct", table->payload_name}, {"module", module.name}};
     add_family(index.table, "TABLE", holes);
     for (const std::string& key : table->key_names) {
       Holes with_key = holes;

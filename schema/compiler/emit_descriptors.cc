@@ -1,5 +1,5 @@
 // The constant records of a module's types: what the hand-written algorithms know of them.
-#include "schema/compiler/emit.h"
+#include "schema/compiler/emit_families.h"
 
 namespace zarnc {
 namespace {
@@ -202,6 +202,13 @@ void sibling_type(const Field& f, std::string& header, std::string& source) {
             {"offsets", f.nested ? f.type + "_offset_update, " + f.type + "_offset_remove" : "nullptr, nullptr"}});
 }
 
+std::string event_handlers(const char* form, const Module& module, const Table& table) {
+  std::string out;
+  for (const Operation& event : kEventFamily)
+    out += fill(form, {{"handler", event_handler_symbol(module, table, event)}});
+  return out;
+}
+
 void table_record(const Output& out, const Table& table, const MessageIndex& messages, const FailureZone& zone,
                   std::string& header, std::string& source) {
   std::string key_structs, keys;
@@ -240,6 +247,10 @@ $(keys)};
   source += fill(R"--(const KeyDesc $(table)_keys[] = {
 $(keys)};
 IdRootCache $(table)_id_root;
+LateHandlers $(table)_late_handlers;
+// An application may have any of them or none.
+$(weak)const EventHandler $(table)_handlers[] = {
+$(handlers)};
 const TableDesc $(table)::kDesc = {
     "$(table)", "//$(payload)", table_$(table)_luid, table_$(table)_luid_text, &$(record), &$(row), &k_module,
     {&k_table_messages, $(first), &$(trace)},
@@ -247,10 +258,14 @@ const TableDesc $(table)::kDesc = {
      $(payload)_set_instance_embedded, $(payload)_len, $(payload)_marshal, $(payload)_unmarshal, $(payload)_to_xml,
      $(payload)_from_xml, $(payload)_print},
     {$(primary_offset), $(primary)_len, $(primary)_marshal, $(primary)_unmarshal, $(primary)_print},
-    $(table)_keys, $(count), $(object), $(row_size), $(slot), $(failure), &$(table)_id_root};
+    $(table)_keys, $(count), $(object), $(row_size), $(slot), $(failure), &$(table)_id_root,
+    $(table)_handlers, &$(table)_late_handlers};
 
 )--",
                  {{"table", table.name},
+                  {"weak", event_handlers("#pragma weak $(handler)\n", out.module, table)},
+                  {"handlers", event_handlers("    {reinterpret_cast<AnyHandler>($(handler)), \"$(handler)\"},\n",
+                                              out.module, table)},
                   {"payload", table.payload_name},
                   {"keys", keys},
                   {"primary", table.keys[0]->type},

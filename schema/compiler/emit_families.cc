@@ -230,7 +230,7 @@ constexpr Operation kEnum[] = {
      "As $(type)_to_xml with the type's name; -1 when the last error is set.",
      "return kvt::enum_to_xml_cr($(d), handle, object, buffer, room);"},
     {"from_xml", "void", XML_IN, "Takes the first enumerator that stands below `path`. 2: none does.",
-     "(void)txn;\n  kvt::enum_from_xml($(d), handle, path, document, object, err, message, size);"},
+     "(void)txn;\n  (void)message;\n  (void)size;\n  kvt::enum_from_xml($(d), handle, path, document, object, err);"},
     {"is_valid_cr", "uint32_t", "kvt_handle *handle, int32_t value",
      "1 if the domain allows the number, compared signed.", "return kvt::enum_is_valid($(d), handle, value);"},
 };
@@ -281,7 +281,7 @@ constexpr Operation kFlag[] = {
      "As $(type)_to_xml with the type's name; -1 when the last error is set.",
      "return kvt::flag_to_xml_cr($(d), handle, object, buffer, room);"},
     {"from_xml", "void", XML_IN, "Sets the bits whose elements stand below `path`; clears none.",
-     "kvt::flag_from_xml($(d), handle, txn, path, document, object, err, message, size);"},
+     "(void)message;\n  (void)size;\n  kvt::flag_from_xml($(d), handle, txn, path, document, object, err);"},
     {"is_valid_cr", "uint32_t", "kvt_handle *handle, uint32_t bit", "1 if the type has a bit of that index.",
      "return kvt::flag_is_valid($(d), handle, bit);"},
 };

@@ -87,7 +87,7 @@ std::string destroy_of(const Entry& e) {
   return e.kind == "table" || e.kind == "table_record" ? "collect_" + e.name : "nullptr";
 }
 
-std::string collectors(const Module& module) {
+std::string table_hooks(const Module& module) {
   std::string out;
   for (const Table* table : module.tables) {
     out += fill(R"--(void collect_$(table)(kvt_handle* handle, std::uint32_t txn, void* table, int) {
@@ -97,6 +97,14 @@ void collect_$(table)_record(kvt_handle* handle, std::uint32_t txn, void* record
   int err = 0;
   $(table)_destroy_record(handle, txn, record, &err);
 }
+constexpr kvt_record_events events_$(table) = {
+    [] { return int{events_heard($(table)::kDesc)}; },
+    [](kvt_handle* handle, std::uint32_t txn, std::uint32_t kind, void* table, void* record, int* err) {
+      event_raise($(table)::kDesc, handle, txn, kind, table, record, err);
+    },
+    [](kvt_handle* handle, const void* payload, std::uint8_t* buffer, std::uint32_t room) {
+      return record_key($(table)::kDesc, handle, payload, buffer, room);
+    }};
 )--",
                 {{"table", table->name}});
   }
@@ -153,7 +161,7 @@ std::string shape_of_struct(const Struct& type) {
     $(cells){0, 0, 0, nullptr, nullptr}};
 constexpr std::uint16_t plain_$(name)[] = {$(plain)}, states_$(name)[] = {$(states)};
 constexpr kvt_shape shape_$(name) = {$(variants), $(count), plain_$(name), states_$(name), cells_$(name),
-    nullptr, nullptr, 0, 0, 0, 0, nullptr};
+    nullptr, nullptr, 0, 0, 0, 0, nullptr, nullptr};
 )--",
               {{"name", type.name},
                {"cells", cells},
@@ -172,7 +180,7 @@ std::string shape_of_table(const Table& table) {
   return fill(R"--(constexpr kvt_key_shape keys_$(name)[] = {
 $(keys)};
 constexpr kvt_shape shape_$(name) = {0, 0, nullptr, nullptr, nullptr, &$(payload), &$(record), $(table_size),
-    $(record_size), $(slot), $(count), keys_$(name)};
+    $(record_size), $(slot), $(count), keys_$(name), &events_$(name)};
 )--",
               {{"name", table.name},
                {"keys", keys},
@@ -240,7 +248,9 @@ extern const fenlog_table k_timer_messages, k_table_messages, k_type_messages;
   for (const Need& need : module.needs) includes += "#include \"" + need.name + "/" + need.name + ".h\"\n";
   std::string table_includes;
   if (!module.tables.empty()) {
-    table_includes = "#include \"" + m + "_schema.h\"\n#include \"zarn_wlan/src/table_handle.h\"\n";
+    table_includes =
+        "#include \"" + m +
+        "_schema.h\"\n#include \"zarn_wlan/src/record_events.h\"\n#include \"zarn_wlan/src/table_handle.h\"\n";
   }
   std::string identities;
   for (const Table* table : module.tables) {
@@ -269,7 +279,7 @@ namespace kvt {
 namespace @schema@ {
 namespace {
 
-$(collectors)$(shapes)$(variants)
+$(hooks)$(shapes)$(variants)
 constexpr kvt_static_type kStaticTypes[] = {
 $(statics)    {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
@@ -318,7 +328,7 @@ void *$(m)_bundle_handler_unregister(void) {
                                   {"statics", statics},
                                   {"types", types},
                                   {"includes", includes},
-                                  {"collectors", collectors(module)},
+                                  {"hooks", table_hooks(module)},
                                   {"shapes", shapes_of(module)},
                                   {"table_includes", table_includes},
                                   {"needs", needs_of(module)},

@@ -355,6 +355,40 @@ constexpr Operation kPrimary[] = {
      "return kvt::key_shadow($(d), 0, handle, txn, table, record, err);"},
 };
 
+#define EVENT_PLAIN "kvt_handle *handle, uint32_t txn, void *first, void *second, int *err"
+#define EVENT_DM "kvt_handle *handle, uint32_t txn, void *object, int *err"
+#define EVENT_DOC "With `err` set nothing happens. The handler's result; 0 and a trace line where there is no handler."
+// Each is passed on to the application's handler, which has the same name with the module's in front, and `handler`
+// for `cb`.
+constexpr Operation kEvents[] = {
+    {"table_record_create_cb", "int32_t", EVENT_PLAIN,
+     "A record entered the table; see docs/design/events.md. The runtime gives the table and the record. " EVENT_DOC,
+     "return kvt::record_event($(d), kvt::kEventCreate, handle, txn, first, second, err);"},
+    {"table_record_modify_cb", "int32_t", EVENT_PLAIN,
+     "A record of the table changed. The runtime gives the table and the record. " EVENT_DOC,
+     "return kvt::record_event($(d), kvt::kEventModify, handle, txn, first, second, err);"},
+    {"table_record_delete_cb", "int32_t", EVENT_PLAIN,
+     "A record left the table. The runtime gives the table and the record, whose memory is still there. " EVENT_DOC,
+     "return kvt::record_event($(d), kvt::kEventDelete, handle, txn, first, second, err);"},
+    {"table_record_create_dm_cb", "int32_t", EVENT_DM,
+     "The data-model form of the create event; without a handler of its own it goes on as the plain form, whose first "
+     "word is NULL then. " EVENT_DOC,
+     "return kvt::record_event_dm($(d), kvt::kEventCreateDm, handle, txn, object, err);"},
+    {"table_record_delete_dm_cb", "int32_t", EVENT_DM,
+     "The data-model form of the delete event; without a handler of its own it goes on as the plain form, whose first "
+     "word is NULL then. " EVENT_DOC,
+     "return kvt::record_event_dm($(d), kvt::kEventDeleteDm, handle, txn, object, err);"},
+    {"table_record_grouping_cb", "int32_t",
+     "kvt_handle *handle, uint32_t txn, void *object, int *err, uintptr_t first, uintptr_t second, uintptr_t third, "
+     "uintptr_t fourth",
+     "Records are grouped. The runtime never raises it; the words are the caller's. " EVENT_DOC,
+     "return kvt::record_event_grouping($(d), handle, txn, object, err, first, second, third, fourth);"},
+    {"table_record_free_cb", "int32_t",
+     "kvt_handle *handle, uint32_t txn, uintptr_t first, uintptr_t second, int *err, uintptr_t third",
+     "A record is given back. The runtime never raises it; the words are the caller's. " EVENT_DOC,
+     "return kvt::record_event_free($(d), handle, txn, first, second, err, third);"},
+};
+
 // Operation names of the table family may hold the payload's name.
 Family with_names(const Family& family, const Holes& holes, std::vector<Operation>& list,
                   std::vector<std::string>& names) {
@@ -398,6 +432,7 @@ std::string all_families(const Table& table, Emit emit) {
   const Holes holes = table_holes(table);
   std::string out = emit(with_names(kTableFamily, holes, list, names), table.name, holes);
   out += emit(kPrimaryKeyFamily, table.name, holes);
+  out += emit(kEventFamily, table.name, holes);
   for (std::size_t k = 0; k < table.keys.size(); ++k) {
     out += emit(kKeyFamily, table.name + "_" + table.payload_name + "_" + table.keys[k]->name, key_holes(table, k));
   }
@@ -409,9 +444,23 @@ std::string all_families(const Table& table, Emit emit) {
 const Family kTableFamily{std::begin(kTable), std::end(kTable)};
 const Family kKeyFamily{std::begin(kKey), std::end(kKey)};
 const Family kPrimaryKeyFamily{std::begin(kPrimary), std::end(kPrimary)};
+const Family kEventFamily{std::begin(kEvents), std::end(kEvents)};
 
-std::string declare_table(const Table& table) {
+std::string event_handler_symbol(const Module& module, const Table& table, const Operation& event) {
+  const std::string callback = event.name;
+  return module.name + "_" + table.name + "_" + callback.substr(0, callback.rfind("cb")) + "handler";
+}
+
+std::string declare_table(const Module& module, const Table& table) {
   std::string out = all_families(table, declare);
+  for (const Operation& event : kEventFamily) {
+    out += fill(
+        "/// The application's, for $(table)_$(event). Need not be there.\nKVT_EXPORT int32_t $(handler)($(args));\n",
+        {{"table", table.name},
+         {"event", event.name},
+         {"handler", event_handler_symbol(module, table, event)},
+         {"args", event.arguments}});
+  }
   out += fill(R"--(/// Identity of the table: 16 bytes, the same as text, and the table's full name.
 KVT_EXPORT extern const uint8_t table_$(table)_luid[16];
 KVT_EXPORT extern const char table_$(table)_luid_text[33];
@@ -430,6 +479,7 @@ void emit_tables(Output& out) {
 #include "zarn_wlan/src/lookup.h"
 #include "zarn_wlan/src/membership.h"
 #include "zarn_wlan/src/record.h"
+#include "zarn_wlan/src/record_events.h"
 #include "zarn_wlan/src/record_serial.h"
 #include "zarn_wlan/src/table_handle.h"
 

@@ -104,7 +104,7 @@ void emit_headers(Output& out) {
   for (const Table* table : out.module.tables) {
     put(table->name,
         table->name + ": " + (table->meaning.empty() ? "a table of " + table->payload_name : table->meaning) + ".",
-        declare_table(*table));
+        declare_table(out.module, *table));
   }
   const std::string& m = out.module.name;
   std::string needs;

@@ -144,6 +144,7 @@ TEST_P(Full, LimitsOfTheProcessAreErrors) {
   const std::string path = rig_->db_name;
   EXPECT_EQ(in_child([&] {
               const rlimit file = {std::filesystem::file_size(path), RLIM_INFINITY}, space = {1 << 20, RLIM_INFINITY};
+              const rlimit none = {RLIM_INFINITY, RLIM_INFINITY};
               setrlimit(RLIMIT_FSIZE, &file);
               int error = 0;
               while (!(error = insert(500))) continue;
@@ -156,12 +157,16 @@ TEST_P(Full, LimitsOfTheProcessAreErrors) {
               error = 0;
               kvtdb_backup(rig_, (path + ".copy").c_str(), &error);
               EXPECT_EQ(error, EFBIG);
-              setrlimit(RLIMIT_AS, &space);
               kvt_handle_options options;
               kvt_handle_options_init(&options);
               options.create = 1;
-              EXPECT_EQ(kvt_handle_open_database((path + ".other").c_str(), &options, &error), nullptr);
+              const auto open = [&] { return kvt_handle_open_database((path + ".other").c_str(), &options, &error); };
+              EXPECT_EQ(open(), nullptr);
               EXPECT_EQ(error, EFBIG);
+              setrlimit(RLIMIT_FSIZE, &none);
+              setrlimit(RLIMIT_AS, &space);
+              EXPECT_EQ(open(), nullptr);
+              EXPECT_EQ(error, ENOMEM);
             }),
             0);
   records_ = type_.count(rig_, rig_.txn(), table_);

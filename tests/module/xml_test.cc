@@ -159,6 +159,28 @@ TEST(Xml, AnEnumeratorOrABitIsThereWhateverItsElementHolds) {
   }
 }
 
+TEST(Xml, NoObjectIsNeitherWrittenNorReadThrough) {
+  Rig rig;
+  const Document document("<top><KEY_HEX/><TBL_WLAN_NOTIFY/><dot11a_dtim>1</dot11a_dtim></top>");
+  const struct {
+    const char* type;
+    const char* xml;
+    int err;
+  } cases[] = {{"key_format_type", "<top><key_format_type value out of range/></top>", 22},
+               {"flg_wlan_notify", "<top><error>ERR</error></top>", 0},
+               {"st_dtim", "<top></top>", 22}};
+  for (const auto& c : cases) {
+    std::string text(100, '\0');
+    text.resize(
+        fn<ToXml>(c.type + std::string("_to_xml"))(rig.h, rig.txn, "top", text.data(), nullptr, 100, 0, &rig.err));
+    EXPECT_EQ(text, c.xml);
+    EXPECT_EQ(rig.take_err(), 0) << c.type;
+    fn<FromXml>(c.type + std::string("_from_xml"))(rig.h, rig.txn, "//top", document.document, nullptr, &rig.err,
+                                                   nullptr, 0);
+    EXPECT_EQ(rig.take_err(), c.err) << c.type;
+  }
+}
+
 TEST(Xml, AnyShortRoomIsAnErrorAndNothingIsWrittenBeyondIt) {
   Rig rig(Tracking::kOn);
   for (const char* name : {"st_dtim", "wpa_psk_type", "st_wlan_notify", "st_wlan_security_settings"}) {

@@ -61,6 +61,26 @@ class DatabaseFile : public testing::Test {
     waitpid(child, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
   }
+  // The heap's cards are what a walk from chunk to chunk finds.
+  static void expect_cards(const void* in_heap) {
+    const auto* base = static_cast<const char*>(kvt_ref_at(kvt_ref_of(in_heap) & ~(kvt::kSlotSize - 1)));
+    const auto* header = reinterpret_cast<const kvt::DatabaseHeader*>(base);
+    std::vector<kvt::HeapCard> cards(kvt::kSlotSize >> kvt::kCardShift);
+    for (std::uint32_t at = 0; at < header->segments * kvt::kSegmentSize;) {
+      if (header->kinds[at / kvt::kSegmentSize] != kvt::Segment::kHeap) {
+        at += kvt::kSegmentSize - at % kvt::kSegmentSize;
+        continue;
+      }
+      std::uint32_t size;
+      std::memcpy(&size, base + at, sizeof size);
+      kvt::HeapCard& card = cards[at >> kvt::kCardShift];
+      size &= ~7u;
+      ASSERT_GE(size, 8u);
+      if (size > 8 && !card) card = static_cast<kvt::HeapCard>(at % 4096 / 8 + 1);
+      at += size;
+    }
+    ASSERT_EQ(std::memcmp(cards.data(), base + kvt::kCardsAt, cards.size() * sizeof cards[0]), 0);
+  }
   std::string directory, path;
   kvt_handle_options options;
   char message[200] = "";
@@ -169,6 +189,7 @@ TEST_F(DatabaseFile, RandomTransactionsLeaveTheLastCommittedState) {
       for (std::uint32_t i = 0; i < block.size; i++)
         ASSERT_EQ(p[i], block.fill) << "round " << round << " kind " << how;
     }
+    if (!model.empty()) ASSERT_NO_FATAL_FAILURE(expect_cards(kvt_ref_at(model.begin()->first)));
     commit(h);
   }
   kvt_handle_close(h);
@@ -332,6 +353,7 @@ TEST_F(DatabaseFile, RefusesWhatItCannotRead) {
   for (const Case& c : cases) {
     std::string file = directory + "/bad";
     std::ofstream(file, std::ios::binary) << c.bytes;
+    ASSERT_EQ(chmod(file.c_str(), 0600), 0);
     EXPECT_EQ(open(file), nullptr) << c.message;
     EXPECT_EQ(err, EINVAL) << c.message;
     EXPECT_NE(std::string(message).find(c.message), std::string::npos) << message;

@@ -73,9 +73,14 @@ TEST(XmlParse, RefusalsNameLineColumnAndReason) {
       {"<a>\xE2\x82", "line 1, column 4: a byte that is no character of XML in UTF-8"},
   };
   for (const auto& refusal : refusals) {
-    std::string message;
-    EXPECT_EQ(parse(refusal.text, &message), nullptr) << refusal.text;
-    EXPECT_EQ(message, refusal.message) << refusal.text;
+    const std::string told = refusal.message, reason = told.substr(told.find(','));
+    const bool of_all = reason.ends_with("no root element");
+    // Characters are told many at a time, so each fault is put at every place among them.
+    for (int before = 0; before < 70; ++before) {
+      std::string message;
+      EXPECT_EQ(parse(std::string(static_cast<std::size_t>(before), '\n') + refusal.text, &message), nullptr);
+      EXPECT_EQ(message, "line " + std::to_string(std::stoi(told.substr(5)) + (of_all ? 0 : before)) + reason);
+    }
   }
 }
 
@@ -133,6 +138,35 @@ TEST(XmlRecords, ASelectedRecordIsAllThereIs) {
   EXPECT_EQ(value_at(d, "//n"), "2") << "a record that is not there changes nothing";
   EXPECT_STREQ(kvt_xml_record_select(d, KVT_XML_ALL), "all");
   EXPECT_EQ(value_at(d, "//w/n"), "1");
+}
+
+TEST(XmlPlace, IsTheFirstChildOfItsNameInWhateverOrderTheyAreAskedFor) {
+  const Document document = parse("<r>text<b>1</b><x/><a>2<d/></a><b>3</b><c>4</c></r>");
+  kvt_xml_document* d = document.get();
+  ValueRig rig;
+  const auto read = [&](const char* path) {
+    Field field(&rig, kPrimitives[0]);
+    char message[60] = "";
+    int err = 0;
+    kPrimitives[0].from_xml(rig, kTxn, path, d, field, &err, message, sizeof message);
+    return err == EINVAL ? message : err ? "error " + std::to_string(err) : written(&rig, kPrimitives[0], field);
+  };
+  EXPECT_EQ(read(nullptr), "error 2") << "it stands nowhere";
+  EXPECT_EQ(kvt_xml_enter(d, "//none"), 0u);
+  for (const std::string names : {"abc", "bac", "cab", "cba"}) {
+    ASSERT_EQ(kvt_xml_enter(d, "//r"), 1u);
+    for (const char name : names) {
+      const std::string label(1, name);
+      ASSERT_EQ(kvt_xml_child(d, 1, label.c_str()), 1) << names;
+      EXPECT_EQ(read(nullptr), name == 'a'   ? "Failed xpath: //r/a: it holds elements, not a value"
+                               : name == 'b' ? "<f>1</f>"
+                                             : "<f>4</f>");
+      EXPECT_EQ(kvt_xml_child(d, 2, "none"), 0);
+      EXPECT_EQ(read("//r/c"), "<f>4</f>") << "a path is that of the whole document";
+    }
+    kvt_xml_leave(d, 1);
+    EXPECT_EQ(kvt_xml_enter(d, nullptr), 0u);
+  }
 }
 
 class EachXmlForm : public testing::TestWithParam<Primitive> {

@@ -103,9 +103,16 @@ const Names kTable = {"create_record",
                       "table_pkey_len",
                       "table_pkey_marshal",
                       "table_pkey_unmarshal",
+                      "table_record_create_cb",
+                      "table_record_create_dm_cb",
+                      "table_record_delete_cb",
+                      "table_record_delete_dm_cb",
+                      "table_record_free_cb",
                       "table_record_from_xml",
+                      "table_record_grouping_cb",
                       "table_record_len",
                       "table_record_marshal",
+                      "table_record_modify_cb",
                       "table_record_print",
                       "table_record_to_xml",
                       "table_record_unmarshal"};
@@ -261,12 +268,27 @@ TEST_F(Exports, AreFunctionsAndConstantsOnly) {
   }
 }
 
+// An application may have a handler for each event callback, or not.
+TEST_F(Exports, HandlersAreWeakReferences) {
+  std::set<std::string> wanted, weak;
+  for (const std::string& name : exported()) {
+    const std::size_t end = name.size() - 3;
+    if (name.size() > 3 && name.substr(end) == "_cb" && name.rfind("tbl_", 0) == 0)
+      wanted.insert("zarn_wlan_" + name.substr(0, end) + "_handler");
+  }
+  EXPECT_EQ(wanted.size(), 49u);
+  for (const Symbol& s : symbols(library, "--undefined-only")) {
+    if (s.kind == 'w' && s.name.rfind("zarn_wlan_tbl_", 0) == 0) weak.insert(s.name);
+  }
+  EXPECT_EQ(weak, wanted);
+}
+
 // What the library needs comes from the runtime below it or, with a version, from the system.
 TEST_F(Exports, NeedsTheRuntimeAndTheSystemOnly) {
   std::set<std::string> runtime;
   for (const Symbol& s : symbols(kBuild + "/platform/libkvt.so", "--defined-only")) runtime.insert(s.name);
   for (const Symbol& s : symbols(library, "--undefined-only")) {
-    if (s.kind == 'w') continue;  // the compiler's own start-up hooks
+    if (s.kind == 'w') continue;  // handlers of applications, and the compiler's own start-up hooks
     EXPECT_TRUE(runtime.count(s.name) || s.name.find("@G") != std::string::npos ||
                 s.name.find("@CXXABI") != std::string::npos)
         << s.name;

@@ -116,6 +116,9 @@ TEST_F(Care, DamageIsFoundSaidAndMended) {
       {"a free list's bit", [&] { return reinterpret_cast<std::uint32_t*>(&roots_->heap.filled[1]); }, 4, "free list",
        true},
       {"wilderness", [&] { return &roots_->heap.top; }, 0x10, "wilderness", true},
+      {"card of the heap",
+       [&] { return reinterpret_cast<std::uint32_t*>(base_ + kvt::kCardsAt) + kvt::kSegmentSize / 4096 / 2; }, 2,
+       "card", true},
       {"side data", [&] { return &roots_->sides.count; }, 1, "side data", false},
       {"identity's object",
        [&] {

@@ -454,6 +454,28 @@ TEST_F(Wlanctl, DeletedProfileIsGoneFromBothTables) {
   expect_refused(on_database("delete guest-web"), 1, "holds no record");
 }
 
+TEST_F(Wlanctl, WatchShowsWhatOthersChange) {
+  import_campus();
+  const auto watch = [&](const std::string& arguments, const std::string& then) {
+    return shell("'" + kTool + "' watch a.db " + arguments +
+                 " & W=$!; until ls -l /proc/$W/fd | grep -q inotify; do sleep 0.01; done\n" + then + "; wait $W");
+  };
+  const std::string changes =
+      "wlanctl --db a.db set 1 wlan_timeout/session_timeout 77; wlanctl --db a.db delete 1; wlanctl --db a.db import "
+      "'" +
+      kCampus + "' 2>/dev/null";
+  Result result = watch("--count 2 --table tbl_wlan --json", changes);
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_NE(result.out.find("\"kind\": \"modify\", \"table\": \"tbl_wlan\", \"field\": \"wlan_id\", \"key\": \"1\""),
+            std::string::npos)
+      << result.out;
+  EXPECT_NE(result.out.find("\"kind\": \"delete\", \"table\": \"tbl_wlan\""), std::string::npos) << result.out;
+  result = shell("wlanctl watch a.db --from oldest --count 1");
+  EXPECT_NE(result.out.find("modify  tbl_wlan  wlan_id 1\n"), std::string::npos) << result.out;
+  for (const char* signal : {"INT", "TERM"}) EXPECT_EQ(watch("", std::string("kill -") + signal + " $W").status, 0);
+  expect_refused(shell("wlanctl watch a.db --from 999999"), 1, "not there yet");
+}
+
 TEST_F(Wlanctl, NoDatabaseIsNoCrash) {
   expect_refused(on_database("list"), 1, "a.db: ");
   spill(at("a.db"), "this is no database, whatever its name says\n");

@@ -5,6 +5,7 @@
 #include <kvt/care.h>
 #include <poll.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -164,6 +165,7 @@ void change(Tables& tables, unsigned writer, Model& model) {
     if (tables.err) fail("commit", tables.err);
     progress.phase = kIdle;
     progress.committed = model.done();
+    if (model.done() % 8 == 0) usleep(50);  // who waits for the lock gets it
   }
 }
 
@@ -174,6 +176,7 @@ void change(Tables& tables, unsigned writer, Model& model) {
     const auto* ledger = static_cast<const std::uint64_t*>(h->key_get(h->store, KVT_NO_TXN, "ledger"));
     if (!ledger) fail("ledger", ENOENT);
     ++shared->reads;
+    usleep(100);
   }
 }
 
@@ -236,6 +239,7 @@ std::string judge(kvt_handle* h, std::vector<Model>& models) {
 pid_t start(const std::function<void()>& body) {
   const pid_t child = fork();
   if (child) return child;
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
   body();
   _exit(3);
 }
@@ -269,17 +273,23 @@ class Torture {
         std::fprintf(stderr, "torture: round %u, the file is %s\n", round, path.c_str());
         return false;
       }
+      if (round % 500 == 0) tell(round);
     }
-    std::uint64_t committed = 0;
-    for (const Progress& progress : shared->writers) committed += progress.committed;
-    std::printf("%u rounds, %u kills, %llu transactions committed, %llu reads\n", rounds, kills_,
-                static_cast<unsigned long long>(committed), static_cast<unsigned long long>(shared->reads));
-    for (unsigned i = 0; i < kPhases; i++) std::printf("  killed in %-22s %u\n", kPhaseNames[i], by_phase_[i]);
-    std::printf("  recoveries cut off        %u\n", cut_off_);
+    tell(rounds);
     return true;
   }
 
  private:
+  void tell(unsigned round) const {
+    std::uint64_t committed = 0;
+    for (const Progress& progress : shared->writers) committed += progress.committed;
+    std::printf("%u rounds, %u kills, %llu transactions committed, %llu reads\n", round, kills_,
+                static_cast<unsigned long long>(committed), static_cast<unsigned long long>(shared->reads));
+    for (unsigned i = 0; i < kPhases; i++) std::printf("  killed in %-22s %u\n", kPhaseNames[i], by_phase_[i]);
+    std::printf("  recoveries cut off        %u\n", cut_off_);
+    std::fflush(stdout);
+  }
+
   void start_writer(unsigned w) {
     shared->writers[w].phase = kIdle;
     writers_[w] = start([w] { write_forever(w); });
@@ -337,7 +347,7 @@ class Torture {
     if (write(ask_[1], "?", 1) != 1) return false;
     struct pollfd ready = {answer_[0], POLLIN, 0};
     if (poll(&ready, 1, kAnswerMs) != 1) {
-      std::fprintf(stderr, "torture: no answer, somebody holds the lock for ever\n");
+      std::fprintf(stderr, "torture: no answer, nobody gets the lock any more\n");
       return false;
     }
     const ssize_t got = read(answer_[0], text, sizeof text);
