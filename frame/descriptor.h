@@ -37,7 +37,7 @@ struct FieldDesc {
   const kvt_type_record* target;  // of a reference
   std::uint16_t offset;
   std::uint16_t state;
-  std::uint16_t message;  // of a reference: its first message, counted from its type's
+  std::uint16_t message;  // of a reference or timer: its first message, counted from its type's
   std::int8_t variant;
   FieldKind kind;  // the type's, where a walk finds it at once
 };
@@ -109,7 +109,6 @@ struct KeyDesc {
   std::uint16_t offset;  // of the key's value in the payload
   std::uint8_t size;     // bytes of that value; a string's are its two words
   e_avl_compare compare;
-  e_avl_compare tenant_from, tenant_up_to;                           // find the edges of a tenant's run
   bool (*same)(const void* payload_a, const void* payload_b);        // equal keys
   std::uint32_t (*word)(std::uint32_t tenant, const void* payload);  // what a node keeps of the key
   void* (*find)(std::uint32_t root, const void* value, std::uint16_t tenant, std::uint8_t source);  // a node

@@ -25,17 +25,24 @@ int lean(const Node* node) {
   return static_cast<int>(node->link[1] & kHigher) - static_cast<int>(node->link[0] & kHigher);
 }
 
+// What a change writes. Where nothing can be taken back, nothing is announced.
+template <bool kLogged>
 class Change {
  public:
-  Change(void* store, std::uint32_t txn) : own_(Store::of(store)), txn_(txn) {}
+  Change(Store* store, std::uint32_t txn) : store_(store), txn_(txn) {}
 
   // The one place where a word of a tree is written.
   void write(std::uint32_t* where, std::uint32_t value) const {
-    if (*where == value) return;
-    announce(where, sizeof *where);
+    if constexpr (kLogged) {
+      if (*where == value) return;
+      announce(where, sizeof *where);
+    }
     *where = value;
   }
-  bool announce(void* where, std::uint32_t size) const { return !own_ || own_->announce_link(where, size, txn_); }
+  bool announce(void* where, std::uint32_t size) const {
+    if constexpr (kLogged) return store_->announce_link(where, size, txn_);
+    return true;
+  }
   void set_child(Node* node, int side, const Node* to) const {
     write(&node->link[side], cage_ref(to) | (node->link[side] & kHigher));
   }
@@ -47,34 +54,40 @@ class Change {
   void set_child_or_thread(Node* node, int side, const Node* to, const Node* neighbour) const {
     set_link(node, side, to ? cage_ref(to) : thread_to(neighbour));
   }
+  void set_higher(Node* node, int side, bool higher) const {
+    write(&node->link[side], (node->link[side] & ~kHigher) | (higher ? kHigher : 0));
+  }
   void set_lean(Node* node, int lean) const {
-    write(&node->link[0], (node->link[0] & ~kHigher) | (lean < 0 ? kHigher : 0));
-    write(&node->link[1], (node->link[1] & ~kHigher) | (lean > 0 ? kHigher : 0));
+    set_higher(node, 0, lean < 0);
+    set_higher(node, 1, lean > 0);
   }
   // False before the first write, never in the middle: the store is asked for all that a change may need.
   bool may_begin(std::uint32_t* root) const {
-    if (own_ && !own_->is_private() && own_->in_range(root) && !own_->reserve(kMostLogged)) return false;
+    if constexpr (kLogged) {
+      if (store_->in_range(root) && !store_->reserve(kMostLogged)) return false;
+    }
     return announce(root, sizeof *root);
   }
 
  private:
-  Store* own_;
+  Store* store_;
   std::uint32_t txn_;
 };
 
 // The way from the root to a node.
 struct Path {
   Node* nodes[kMaxHeight];
-  int sides[kMaxHeight];
+  std::uint8_t sides[kMaxHeight];
   int depth = 0;
   bool push(Node* node, int side) {
     if (depth == kMaxHeight) return false;
     nodes[depth] = node;
-    sides[depth++] = side;
+    sides[depth++] = static_cast<std::uint8_t>(side);
     return true;
   }
 };
 
+template <class Change>
 void attach(const Change& change, std::uint32_t* root, const Path& path, int depth, Node* node) {
   if (depth == 0) {
     change.write(root, cage_ref(node));
@@ -84,35 +97,29 @@ void attach(const Change& change, std::uint32_t* root, const Path& path, int dep
 }
 
 // `node` is too high by one on `side`. Gives the new top of the subtree; `lower` says whether the subtree lost a level.
+template <class Change>
 Node* rotate(const Change& change, Node* node, int side, bool* lower) {
-  int sign = side ? 1 : -1;
   Node* high = child(node, side);
-  if (lean(high) != -sign) {
-    int left_over = lean(high) == 0 ? sign : 0;
-    change.set_child_or_thread(node, side, child(high, !side), high);
-    change.set_child(high, !side, node);
-    change.set_lean(node, left_over);
-    change.set_lean(high, -left_over);
-    *lower = left_over == 0;
+  const std::uint32_t inner = high->link[!side];  // the subtree that changes sides, or goes to the top
+  *lower = (inner | high->link[side]) & kHigher;
+  if (!(inner & kHigher)) {
+    // Where both its sides were even, which only a delete leaves, both nodes go on leaning.
+    const std::uint32_t even = *lower ? 0 : kHigher;
+    change.write(&node->link[side], (inner & kAvlThread ? thread_to(high) : inner) | even);
+    change.write(&high->link[!side], cage_ref(node) | even);
+    change.write(&high->link[side], high->link[side] & ~kHigher);
     return high;
   }
-  Node* middle = child(high, !side);
-  int was = lean(middle);
-  change.set_child_or_thread(high, !side, child(middle, side), middle);
-  change.set_child_or_thread(node, side, child(middle, !side), middle);
-  change.set_child(middle, side, high);
-  change.set_child(middle, !side, node);
-  change.set_lean(node, was == sign ? -sign : 0);
-  change.set_lean(high, was == -sign ? sign : 0);
-  change.set_lean(middle, 0);
-  *lower = true;
+  Node* middle = at(inner);
+  const std::uint32_t outwards = middle->link[side], inwards = middle->link[!side];
+  change.write(&high->link[!side], outwards & kAvlThread ? thread_to(middle) : outwards & ~kHigher);
+  change.write(&node->link[side], inwards & kAvlThread ? thread_to(middle) : inwards & ~kHigher);
+  // Of the two sides that stand still, one is left higher where the middle leant the other way.
+  if (inwards & kHigher) change.write(&high->link[side], high->link[side] | kHigher);
+  if (outwards & kHigher) change.write(&node->link[!side], node->link[!side] | kHigher);
+  change.write(&middle->link[side], cage_ref(high));
+  change.write(&middle->link[!side], cage_ref(node));
   return middle;
-}
-
-Node* outermost(std::uint32_t root, int side) {
-  Node* node = at(root);
-  while (node && child(node, side)) node = child(node, side);
-  return node;
 }
 
 // The nearest node on `side` of the given one.
@@ -130,35 +137,48 @@ Node* neighbour(std::uint32_t root, const void* from, e_avl_compare compare, int
   return best;
 }
 
-// Where trees are ordered by the nodes' words first, most levels of a descent need no more than that.
+enum class End { kAtNode, kAtItsPlace, kAtAnother };
+
+// The way to `node`, or to where it would hang; another node that is equal bars it. `is_first`: the node is the lowest
+// one, and nothing on the way needs to be compared.
 template <bool kByWord>
-int order_of(const Node* node, const Node* here, e_avl_compare compare) {
-  if constexpr (kByWord) {
-    // Whichever way it goes, the next node is on its way while this one is compared.
-    __builtin_prefetch(at(here->link[0]));
-    __builtin_prefetch(at(here->link[1]));
-    if (node->word != here->word) return node->word > here->word ? 2 : 0;
+[[gnu::always_inline]] inline End descend(std::uint32_t root, const Node* node, bool is_first, e_avl_compare compare,
+                                          Path* path) {
+  const std::uint32_t word = node->word;
+  for (std::uint32_t link = root; link && !(link & kAvlThread);) {
+    Node* here = avl_at_child(link);
+    bool side;
+    // Where trees are ordered by the nodes' words first, most levels need no more than that.
+    if (is_first) {
+      if (here == node) return End::kAtNode;
+      side = false;
+      link = here->link[0];
+    } else if (kByWord && word != here->word) {
+      link = avl_descend(here, word);
+      side = word > here->word;
+    } else {
+      if (here == node) return End::kAtNode;
+      // Both links are loaded before it is known which one is wanted: that is a choice then, and no guess.
+      const std::uint32_t low = here->link[0], high = here->link[1];
+      const int order = compare(node, here);
+      if (order == 1) return End::kAtAnother;
+      side = order == 2;
+      link = side ? high : low;
+    }
+    if (!path->push(here, side)) return End::kAtAnother;
   }
-  return compare(node, here);
+  return End::kAtItsPlace;
 }
 
-template <bool kByWord>
-int insert(void* store, std::uint32_t txn, std::uint32_t* root, Node* leaf, std::uint32_t* state,
-           e_avl_compare compare) {
-  const Change change(store, txn);
+template <bool kByWord, class Change>
+int insert(const Change& change, std::uint32_t* root, Node* leaf, std::uint32_t* state, e_avl_compare compare) {
   Path path;
-  for (Node* here = at(*root); here;) {
-    const int order = order_of<kByWord>(leaf, here, compare);
-    const int side = order == 2;
-    if (order == 1 || !path.push(here, side)) return 0;
-    here = child(here, side);
-  }
-  if (!change.may_begin(root)) return 0;
+  if (descend<kByWord>(*root, leaf, false, compare, &path) != End::kAtItsPlace || !change.may_begin(root)) return 0;
   change.announce(leaf, sizeof *leaf);
   // The third word is the caller's. The leaf stands between its parent and the neighbour that the parent had there.
   leaf->link[0] = leaf->link[1] = kAvlThread;
   if (path.depth) {
-    const Node* parent = path.nodes[path.depth - 1];
+    Node* parent = path.nodes[path.depth - 1];
     const int side = path.sides[path.depth - 1];
     leaf->link[side] = parent->link[side] & ~kHigher;
     leaf->link[!side] = thread_to(parent);
@@ -167,31 +187,26 @@ int insert(void* store, std::uint32_t txn, std::uint32_t* root, Node* leaf, std:
   if (state) change.write(state, *state + 1);
   for (int depth = path.depth - 1; depth >= 0; depth--) {
     Node* above = path.nodes[depth];
-    int sign = path.sides[depth] ? 1 : -1;
-    const int leans = lean(above);
-    if (leans == sign) {
-      bool lower;
-      attach(change, root, path, depth, rotate(change, above, path.sides[depth], &lower));
+    const int side = path.sides[depth];
+    if (above->link[!side] & kHigher) {
+      change.set_higher(above, !side, false);
       break;
     }
-    change.set_lean(above, leans + sign);
-    if (leans == -sign) break;
+    if (above->link[side] & kHigher) {
+      bool lower;
+      attach(change, root, path, depth, rotate(change, above, side, &lower));
+      break;
+    }
+    change.set_higher(above, side, true);
   }
   return 1;
 }
 
-template <bool kByWord>
-int remove(void* store, std::uint32_t txn, std::uint32_t* root, Node* gone, std::uint32_t* state,
-           e_avl_compare compare) {
-  const Change change(store, txn);
+template <bool kByWord, class Change>
+int remove(const Change& change, std::uint32_t* root, Node* gone, std::uint32_t* state, e_avl_compare compare) {
   Path path;
-  Node* here = at(*root);
-  while (here && here != gone) {
-    const int order = order_of<kByWord>(gone, here, compare);
-    if (order == 1 || !path.push(here, order == 2)) return 0;
-    here = child(here, order == 2);
-  }
-  if (!here || !change.may_begin(root)) return 0;
+  const bool is_first = gone->link[0] == kAvlThread;
+  if (descend<kByWord>(*root, gone, is_first, compare, &path) != End::kAtNode || !change.may_begin(root)) return 0;
   int place = path.depth;
   if (child(gone, 0) && child(gone, 1)) {
     // The successor takes the place of the node: nodes lie in records, so links move and content does not.
@@ -230,32 +245,38 @@ int remove(void* store, std::uint32_t txn, std::uint32_t* root, Node* gone, std:
   if (state) change.write(state, *state - 1);
   for (int depth = path.depth - 1; depth >= 0; depth--) {
     Node* above = path.nodes[depth];
-    int sign = path.sides[depth] ? 1 : -1;  // this side lost a level
-    const int leans = lean(above);
-    if (leans == 0) {
-      change.set_lean(above, -sign);
-      break;
-    }
-    if (leans == sign) {
-      change.set_lean(above, 0);
+    const int side = path.sides[depth];  // which lost a level
+    if (above->link[side] & kHigher) {
+      change.set_higher(above, side, false);
       continue;
     }
+    if (!(above->link[!side] & kHigher)) {
+      change.set_higher(above, !side, true);
+      break;
+    }
     bool lower;
-    attach(change, root, path, depth, rotate(change, above, !path.sides[depth], &lower));
+    attach(change, root, path, depth, rotate(change, above, !side, &lower));
     if (!lower) break;
   }
   return 1;
+}
+
+// Calls `f` with the way in which this store is written.
+template <class F>
+int with_change(void* store, std::uint32_t txn, F f) {
+  Store* own = Store::of(store);
+  return own && !own->is_private() ? f(Change<true>(own, txn)) : f(Change<false>(own, txn));
 }
 
 }  // namespace
 
 int avl_insert_by_word(void* store, std::uint32_t txn, std::uint32_t* root, AvlNode* node, std::uint32_t* state,
                        e_avl_compare compare) {
-  return insert<true>(store, txn, root, node, state, compare);
+  return with_change(store, txn, [=](const auto& change) { return insert<true>(change, root, node, state, compare); });
 }
 int avl_delete_by_word(void* store, std::uint32_t txn, std::uint32_t* root, AvlNode* node, std::uint32_t* state,
                        e_avl_compare compare) {
-  return remove<true>(store, txn, root, node, state, compare);
+  return with_change(store, txn, [=](const auto& change) { return remove<true>(change, root, node, state, compare); });
 }
 
 }  // namespace kvt
@@ -263,11 +284,15 @@ int avl_delete_by_word(void* store, std::uint32_t txn, std::uint32_t* root, AvlN
 using kvt::Node;
 
 int e_avl_insert(void* store, uint32_t txn, uint32_t* root, void* node, uint32_t* state, e_avl_compare compare) {
-  return kvt::insert<false>(store, txn, root, static_cast<Node*>(node), state, compare);
+  return kvt::with_change(store, txn, [=](const auto& change) {
+    return kvt::insert<false>(change, root, static_cast<Node*>(node), state, compare);
+  });
 }
 
 int e_avl_delete(void* store, uint32_t txn, uint32_t* root, void* node, uint32_t* state, e_avl_compare compare) {
-  return kvt::remove<false>(store, txn, root, static_cast<Node*>(node), state, compare);
+  return kvt::with_change(store, txn, [=](const auto& change) {
+    return kvt::remove<false>(change, root, static_cast<Node*>(node), state, compare);
+  });
 }
 
 void* e_avl_search(uint32_t root, const void* node, e_avl_compare compare) {
@@ -287,8 +312,8 @@ void* e_avl_search(uint32_t root, const void* node, e_avl_compare compare) {
   return nullptr;
 }
 
-void* e_avl_get_first(uint32_t root) { return kvt::outermost(root, 0); }
-void* e_avl_get_last(uint32_t root) { return kvt::outermost(root, 1); }
+void* e_avl_get_first(uint32_t root) { return kvt::avl_outermost(root, 0); }
+void* e_avl_get_last(uint32_t root) { return kvt::avl_outermost(root, 1); }
 
 void* e_avl_get_next(uint32_t root, const void* node, e_avl_compare compare) {
   return kvt::neighbour(root, node, compare, 1);
@@ -299,7 +324,7 @@ void* e_avl_get_prev(uint32_t root, const void* node, e_avl_compare compare) {
 }
 
 void e_avl_walk(uint32_t root, e_avl_function function, void* argument) {
-  for (Node* node = kvt::outermost(root, 0); node;) {
+  for (Node* node = kvt::avl_outermost(root, 0); node;) {
     Node* next = kvt::avl_neighbour(node, 1);  // before the call, which may free the node
     function(node, argument);
     node = next;

@@ -8,6 +8,7 @@
 #include "platform/registry.h"
 #include "platform/store_blocks.h"
 #include "platform/table_blocks.h"
+#include "platform/tenant.h"
 
 namespace kvt {
 namespace {
@@ -65,7 +66,7 @@ void destroy_by_type(kvt_handle* handle, std::uint32_t txn, void* record) {
   const kvt_static_type* known = type ? static_type_of(type) : nullptr;
   if (!known || !known->destroy) return;  // of a module that isn't loaded here: it keeps waiting
   const std::uint32_t before = handle->gc_active;
-  const std::uint16_t reader = mt_get_tenant_id();
+  const std::uint16_t reader = thread_tenant;
   handle->gc_active = 1;
   mt_set_tenant_id(static_cast<const RecordBlock*>(record)->tenant_id);  // its counters, whoever was the last to read
   known->destroy(handle, txn, record, 1);

@@ -2,8 +2,9 @@
 // database_open.cc.
 //
 // The undo log holds {place, length, entry before, bytes} for each range that was announced, the newest one named by
-// the header. An entry is complete before the header names it, and a range changes only after that, so that the death
-// of the writer at any instruction leaves a log that leads back to the last commit.
+// the header, and an entry without bytes for free memory that was given out: that is zero when it is free. An entry is
+// complete before the header names it, and a range changes only after that, so that the death of the writer at any
+// instruction leaves a log that leads back to the last commit.
 #include "platform/database.h"
 
 #include <fcntl.h>
@@ -17,6 +18,7 @@
 
 #include "platform/files.h"
 #include "platform/messages.h"
+#include "platform/timer_tree.h"
 
 namespace kvt {
 namespace {
@@ -30,12 +32,18 @@ constexpr std::uint32_t kLogReserve = 128 * 1024;
 // With machine durability ranges are logged by whole pages: the room that short ones take at most, all together.
 constexpr std::uint32_t kPage = 4096;
 constexpr std::uint32_t kPagesRoom = 128 * (kPage + kEntryHeader);
+constexpr std::uint32_t kWipeStep = 32 * 1024;  // fresh memory is logged in steps of that size
+
+constexpr std::uint32_t kWipe = 0x80000000;
 
 struct LogEntry {  // stored format
   std::uint32_t at;
-  std::uint32_t length;
+  std::uint32_t length;  // of the bytes that follow; with kWipe, of memory that was free, and zero
   std::uint32_t previous;
   std::uint32_t checksum;  // with machine durability, else 0
+
+  std::uint32_t bytes() const { return length & kWipe ? 0 : length; }
+  std::uint32_t wiped() const { return length & kWipe ? length & ~kWipe : 0; }
 };
 STORED_SIZE(LogEntry, 16);
 
@@ -56,7 +64,7 @@ std::uint32_t checksum_of(const LogEntry& entry, std::uint32_t txn) {
     for (std::uint32_t i = 0; i < length; i++) sum = (sum ^ static_cast<const unsigned char*>(bytes)[i]) * 16777619u;
   };
   add(&entry, offsetof(LogEntry, checksum));
-  add(&entry + 1, entry.length);
+  add(&entry + 1, entry.bytes());
   return sum;
 }
 
@@ -112,6 +120,7 @@ int Database::begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool e
   // What is wilderness now holds nothing that an abort must bring back, but for the header before it.
   fresh_begin_ = heap_sound && heap_.top() ? heap_.top() + 8 : 0;
   fresh_end_ = heap_sound ? heap_.top() + heap_.top_size() : 0;
+  fresh_used_ = fresh_begin_;
   ring()->settle();
   heard_ = heard;
   watched_ = !even_damaged && has_watchers(store);
@@ -171,8 +180,7 @@ int Database::commit() {
   // Blocks freed in the transaction were kept, since an abort needs their bytes; now they go, still under the log.
   for (std::uint32_t at : pending_) {
     if (!need_log(kHeapStep)) break;
-    heap_.clear_pending(cage_at(at));
-    heap_.free(cage_at(at));
+    give_back(at);
   }
   if (!recorded_ && header_->log_last) ring()->skip();
   const bool must_sync = is_machine_durable() && header_->log_last;
@@ -184,12 +192,8 @@ int Database::commit() {
   pending_.clear();
   publish(&header_->log_last, 0);
   ring()->show();
-  settle_segments(true);
-  std::uint32_t kept = 0;
-  for (std::uint32_t i = 1; i < header_->segments; i++) {
-    if (header_->kinds[i] == Segment::kLog && ++kept > kKeptLogSegments) header_->kinds[i] = Segment::kFree;
-  }
   const int error = must_sync ? sync(header_, sizeof *header_) : 0;
+  error ? to_wipe_.clear() : tidy_up();
   lock_file(writer()->fd(), F_UNLCK);
   // Stores into the mapping wake nobody; a write to the file does. Failing that, a reader learns of it at the next one.
   if (std::atomic_ref(ring()->watchers).load(std::memory_order_relaxed))
@@ -198,10 +202,30 @@ int Database::commit() {
   return error;
 }
 
+void Database::tidy_up() {
+  // Nobody asks for these bytes any more.
+  for (const Area& area : to_wipe_) std::memset(cage_at(area.begin), 0, area.end - area.begin);
+  to_wipe_.clear();
+  settle_segments(true);
+  std::uint32_t kept = 0;
+  for (std::uint32_t i = 1; i < header_->segments; i++) {
+    if (header_->kinds[i] == Segment::kLog && ++kept > kKeptLogSegments) free_segment(i);
+  }
+}
+
+void Database::give_back(std::uint32_t block) {
+  void* address = cage_at(block);
+  heap_.clear_pending(address);
+  to_wipe_.push_back({block + 8, block + heap_.block_size(address)});
+  heap_.free(address);
+}
+
 void Database::abort() {
   pending_.clear();
+  to_wipe_.clear();
   // What the disk does not take stays for the next one who gets the lock.
   if (roll_back() && !log_is_sound()) stop(Message::kBadLog);
+  end_watched(base_, kSlotSize);  // what the transaction made is no more
   lock_file(writer()->fd(), F_UNLCK);
   release_lock();
 }
@@ -235,7 +259,7 @@ bool Database::heap_is_sound() const {
 }
 
 // Bytes from a place in the log to the end of its stretch.
-std::uint32_t Database::log_room(std::uint32_t at) const {
+std::uint32_t Database::stretch_left(std::uint32_t at) const {
   at -= base_;
   return at < kSegmentSize ? kFirstPermanentAt - at : kSegmentSize - at % kSegmentSize;
 }
@@ -245,14 +269,18 @@ bool Database::log_is_sound() const {
   const std::uint32_t file = header_->segments * kSegmentSize;
   const auto is_log = [this](std::uint32_t at) { return header_->kinds[at / kSegmentSize] == Segment::kLog; };
   std::uint32_t entries = 0;
+  std::uint64_t wiped = 0;  // no memory is given out twice, but for a header behind a block
   for (std::uint32_t next = header_->log_last; next; entries++) {
     const std::uint32_t at = next - base_;
     if (at % 8 || at < kLogAt || at >= file || entries > file / kEntryHeader) return false;
     if (at < kSegmentSize ? at >= kFirstPermanentAt : !is_log(at)) return false;
-    const std::uint32_t room = log_room(next);
+    const std::uint32_t room = stretch_left(next);
     const auto* entry = static_cast<const LogEntry*>(cage_at(next));
     const std::uint32_t to = entry->at - base_, length = entry->length;
-    if (room <= kEntryHeader || length < 1 || length > room - kEntryHeader) return false;
+    next = entry->previous;
+    if (room < kEntryHeader) return false;
+    if (is_heap(entry->at, entry->wiped()) && (wiped += entry->wiped()) <= 2ull * file) continue;
+    if (length < 1 || length > room - kEntryHeader) return false;
     if (to < kRootsAt || to >= file || length > file - to) return false;
     const auto within = [&](std::uint32_t begin, std::uint32_t end) { return to >= begin && to + length <= end; };
     constexpr std::uint32_t kReady = kRingAt + offsetof(ChangeRing, ready_end);
@@ -261,7 +289,16 @@ bool Database::log_is_sound() const {
       return false;
     }
     if (is_log(to) || is_log(to + length - 1)) return false;
-    next = entry->previous;
+  }
+  return true;
+}
+
+bool Database::is_heap(std::uint32_t at, std::uint32_t length) const {
+  const std::uint32_t file = header_->segments * kSegmentSize, from = at - base_;
+  if (from < kSegmentSize || from >= file || !length || length > file - from) return false;
+  for (std::uint32_t i = from / kSegmentSize; i <= (from + length - 1) / kSegmentSize; ++i) {
+    const Segment kind = header_->kinds[i];
+    if (kind == Segment::kFree || kind == Segment::kLog || kind == Segment::kPermanent) return false;
   }
   return true;
 }
@@ -269,10 +306,10 @@ bool Database::log_is_sound() const {
 // After a loss of power the disk may have entries that the header does not name yet, but what they cover has changed.
 void Database::find_log_end() {
   for (std::uint32_t at = header_->log_last; at;) {
-    const std::uint32_t taken = kEntryHeader + rounded(static_cast<const LogEntry*>(cage_at(at))->length);
-    const std::uint32_t room = log_room(at) - taken;
+    const std::uint32_t taken = kEntryHeader + rounded(static_cast<const LogEntry*>(cage_at(at))->bytes());
+    const std::uint32_t room = stretch_left(at) - taken;
     const auto* next = static_cast<const LogEntry*>(cage_at(at + taken));
-    if (room <= kEntryHeader || next->previous != at || next->length > room - kEntryHeader) return;
+    if (room <= kEntryHeader || next->previous != at || next->bytes() > room - kEntryHeader) return;
     if (next->checksum != checksum_of(*next, header_->txn_last)) return;
     publish(&header_->log_last, at += taken);
   }
@@ -288,7 +325,11 @@ int Database::roll_back() {
   }
   for (std::uint32_t at = header_->log_last; at;) {
     const auto* entry = static_cast<const LogEntry*>(cage_at(at));
-    std::memcpy(cage_at(entry->at), entry + 1, entry->length);
+    if (entry->bytes()) {
+      std::memcpy(cage_at(entry->at), entry + 1, entry->length);
+    } else {
+      std::memset(cage_at(entry->at), 0, entry->wiped());
+    }
     at = entry->previous;
   }
   settle_segments(false);
@@ -323,9 +364,23 @@ int Database::set_durability(Durability durability) {
 void Database::settle_segments(bool committed) {
   for (std::uint32_t i = 1; i < header_->segments; i++) {
     Segment& kind = header_->kinds[i];
-    if (kind == Segment::kNewHeap) kind = committed ? Segment::kHeap : Segment::kFree;
-    if (kind == Segment::kOldHeap) kind = committed ? Segment::kFree : Segment::kHeap;
+    const Segment free_now = committed ? Segment::kOldHeap : Segment::kNewHeap;
+    if (kind == free_now) {
+      free_segment(i);
+    } else if (kind == Segment::kNewHeap || kind == Segment::kOldHeap) {
+      kind = Segment::kHeap;
+    }
   }
+}
+
+// Free segments are zero throughout. Pages that nobody wrote to are left alone.
+void Database::free_segment(std::uint32_t segment) {
+  constexpr std::uint32_t kPage = 4096;
+  char* page = cage_base() + segment * kSegmentSize;
+  for (const char* end = page + kSegmentSize; page < end; page += kPage) {
+    if (page[0] || std::memcmp(page, page + 1, kPage - 1) != 0) std::memset(page, 0, kPage);
+  }
+  header_->kinds[segment] = Segment::kFree;
 }
 
 void Database::use_log_areas() {
@@ -361,35 +416,61 @@ bool Database::need_log(std::uint32_t bytes) {
   return !doomed_;
 }
 
+// What the next entry may take, with its header.
+std::uint32_t Database::log_room() {
+  for (;;) {
+    const std::uint32_t room = areas_[area_].end - log_at_;
+    if (room >= kEntryHeader + 8) return room;
+    if (area_ + 1 == areas_.size() && !add_log_area()) stop(Message::kLogFull);
+    log_at_ = areas_[++area_].begin;
+    log_left_ -= room;
+  }
+}
+
+void Database::append(std::uint32_t at, std::uint32_t length, std::uint32_t wiped) {
+  auto* entry = static_cast<LogEntry*>(cage_at(log_at_));
+  *entry = {at, length | wiped, header_->log_last, 0};
+  std::memcpy(entry + 1, cage_at(at), length);
+  const bool ordered = is_machine_durable();
+  if (ordered) {
+    entry->checksum = checksum_of(*entry, txn_);
+    if (const int error = sync(entry, kEntryHeader + length)) doomed_ = error;
+  }
+  publish(&header_->log_last, log_at_);
+  // The entries that follow in the stretch are found without the header.
+  if (ordered && log_at_ == areas_[area_].begin) {
+    if (const int error = sync(header_, sizeof *header_)) doomed_ = error;
+  }
+  std::atomic_signal_fence(std::memory_order_seq_cst);  // the caller's store comes after
+  log_at_ += kEntryHeader + rounded(length);
+  log_left_ -= kEntryHeader + rounded(length);
+}
+
 void Database::log(std::uint32_t at, std::uint32_t length) {
   while (length) {
-    std::uint32_t room = areas_[area_].end - log_at_;
-    if (room < kEntryHeader + 8) {
-      if (area_ + 1 == areas_.size() && !add_log_area()) stop(Message::kLogFull);
-      log_at_ = areas_[++area_].begin;
-      log_left_ -= room;
-      continue;
-    }
-    std::uint32_t part = std::min(length, room - kEntryHeader);
-    auto* entry = static_cast<LogEntry*>(cage_at(log_at_));
-    *entry = {at, part, header_->log_last, 0};
-    std::memcpy(entry + 1, cage_at(at), part);
-    const bool ordered = is_machine_durable();
-    if (ordered) {
-      entry->checksum = checksum_of(*entry, txn_);
-      if (const int error = sync(entry, kEntryHeader + part)) doomed_ = error;
-    }
-    publish(&header_->log_last, log_at_);
-    // The entries that follow in the area are found without the header.
-    if (ordered && log_at_ == areas_[area_].begin) {
-      if (const int error = sync(header_, sizeof *header_)) doomed_ = error;
-    }
-    std::atomic_signal_fence(std::memory_order_seq_cst);  // the caller's store comes after
-    log_at_ += kEntryHeader + rounded(part);
-    log_left_ -= kEntryHeader + rounded(part);
+    const std::uint32_t part = std::min(length, log_room() - kEntryHeader);
+    append(at, part, 0);
     at += part;
     length -= part;
   }
+}
+
+void Database::log_wipe(std::uint32_t at, std::uint32_t length) {
+  log_room();
+  append(at, 0, kWipe | length);
+}
+
+void Database::hand_out(std::uint32_t at, std::uint32_t length) {
+  if (at < fresh_begin_ || at >= fresh_end_) {
+    // Heap of this transaction is wiped as a whole.
+    if (!is_fresh(at, length)) log_wipe(at, length);
+    return;
+  }
+  const std::uint32_t end = std::min(at + length, fresh_end_);
+  if (end <= fresh_used_) return;
+  const std::uint32_t used = std::min(std::max(end, fresh_used_ + kWipeStep), fresh_end_);
+  log_wipe(fresh_used_, used - fresh_used_);
+  fresh_used_ = used;
 }
 
 bool Database::is_fresh(std::uint32_t at, std::uint32_t length) const {
@@ -467,7 +548,9 @@ void Database::free(void* block) {
   if (in_slot(block) && is_permanent(at)) return free_permanent(at);
   if (!heap_.is_block(block)) stop(Message::kBadFree);
   if (is_fresh(at, 1)) {
-    if (need_log(kHeapStep)) heap_.free(block);
+    if (!need_log(kHeapStep)) return;
+    std::memset(block, 0, heap_.block_size(block));
+    heap_.free(block);
     return;
   }
   if (!need_log(kHeapStep)) return;
@@ -520,6 +603,8 @@ void Database::free_permanent(std::uint32_t at) {
 std::uint32_t Database::grow(std::uint32_t segments, std::uint32_t wanted) {
   // Not the log is what runs out first.
   if (!reserve_log(kLogReserve)) return 0;
+  // Where it cannot be continued, the wilderness becomes a chunk like others.
+  if (fresh_used_ < fresh_end_) hand_out(fresh_used_, fresh_end_ - fresh_used_);
   return take_segments(segments, Segment::kNewHeap, wanted);
 }
 

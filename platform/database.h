@@ -148,6 +148,7 @@ class Database final : public HeapBacking {
   // grow any more the range goes to the part of it that is kept back, and the transaction is doomed. From then on
   // nothing is allocated, and commit rolls back.
   void announce(std::uint32_t at, std::uint32_t length) override;
+  void hand_out(std::uint32_t at, std::uint32_t length) override;
   std::uint32_t grow(std::uint32_t segments, std::uint32_t wanted) override;
   bool holds(std::uint32_t at) const override;
 
@@ -166,8 +167,12 @@ class Database final : public HeapBacking {
   bool extend_file(std::uint32_t segments);
   void use_log_areas();
   bool add_log_area();
-  std::uint32_t log_room(std::uint32_t at) const;
+  std::uint32_t stretch_left(std::uint32_t at) const;
   void log(std::uint32_t at, std::uint32_t length);
+  // An undo log entry that makes the range zero.
+  void log_wipe(std::uint32_t at, std::uint32_t length);
+  std::uint32_t log_room();
+  void append(std::uint32_t at, std::uint32_t length, std::uint32_t wiped);
   void widen(std::uint32_t* at, std::uint32_t* length) const;
   void find_log_end();
   int roll_back();
@@ -178,7 +183,13 @@ class Database final : public HeapBacking {
   bool header_is_sound() const;
   bool heap_is_sound() const;
   bool log_is_sound() const;
+  bool is_heap(std::uint32_t at, std::uint32_t length) const;
+  // What a transaction leaves when it is committed, on the disk too: bytes that an abort would have needed.
+  void tidy_up();
   void settle_segments(bool committed);
+  void free_segment(std::uint32_t segment);
+  // Frees a block of before the transaction, in its commit.
+  void give_back(std::uint32_t block);
   void free_permanent(std::uint32_t at);
   void release_lock();
 
@@ -208,7 +219,9 @@ class Database final : public HeapBacking {
   int doomed_ = 0;              // the error that commit will give
   std::uint32_t fresh_begin_ = 0;
   std::uint32_t fresh_end_ = 0;
+  std::uint32_t fresh_used_ = 0;  // an abort wipes what lies before
   std::vector<std::uint32_t> pending_;
+  std::vector<Area> to_wipe_;              // free memory that the commit leaves, with what was in it before
   std::array<std::uint64_t, 512> logged_;  // ranges logged before, by a hash of the range
   RecordEvents events_;
   bool heard_ = false;    // by a handler of the process

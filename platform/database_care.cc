@@ -10,6 +10,7 @@
 
 #include "platform/database.h"
 #include "platform/files.h"
+#include "platform/heap_format.h"
 
 namespace kvt {
 namespace {
@@ -58,7 +59,7 @@ int Database::restore_from(const DatabaseHeader& backup, int fd, const char** re
     return i < header.segments && (header.kinds[i] == Segment::kHeap || header.kinds[i] == Segment::kNewHeap);
   };
   for (std::uint32_t i = 1; i < header_->segments; ++i) {
-    if (header_->kinds[i] == Segment::kLog && is_heap(backup, i)) header_->kinds[i] = Segment::kFree;
+    if (header_->kinds[i] == Segment::kLog && is_heap(backup, i)) free_segment(i);
   }
   use_log_areas();
   // An entry first: without one the segments that are taken would stay taken after a death.
@@ -98,7 +99,10 @@ int Database::restore_from(const DatabaseHeader& backup, int fd, const char** re
   announce(base_ + kCardsAt, kCardsEnd - kCardsAt);
   if (const int error = read_all(fd, cage_base() + kCardsAt, kCardsEnd - kCardsAt, kCardsAt)) return error;
   for (std::uint32_t i = 1; i < before.segments; ++i) {
-    if (is_heap(before, i) && !is_heap(backup, i)) heap_.add_region(base_ + i * kSegmentSize, kSegmentSize);
+    if (!is_heap(before, i) || is_heap(backup, i)) continue;
+    const std::uint32_t at = base_ + i * kSegmentSize;
+    heap_.add_region(at, kSegmentSize);
+    to_wipe_.push_back({at + kChunkMinimum, at + kSegmentSize - kChunkHeader});
   }
   return 0;
 }
@@ -117,7 +121,7 @@ std::uint64_t Database::shorten_file() {
   // Where whole pages are logged, the first stretch of log alone would do for nothing.
   bool keep = is_machine_durable();
   for (std::uint32_t i = 1; i < header_->segments; ++i) {
-    if (header_->kinds[i] == Segment::kLog && !std::exchange(keep, false)) header_->kinds[i] = Segment::kFree;
+    if (header_->kinds[i] == Segment::kLog && !std::exchange(keep, false)) free_segment(i);
   }
   use_log_areas();
   while (segments > 1 && header_->kinds[segments - 1] == Segment::kFree) --segments;

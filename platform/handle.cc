@@ -14,11 +14,13 @@
 #include "platform/database.h"
 #include "platform/key_file.h"
 #include "platform/key_store.h"
+#include "platform/tenant.h"
 
 namespace kvt {
-namespace {
 
-thread_local std::uint16_t tenant;
+constinit thread_local std::uint16_t thread_tenant;
+
+namespace {
 
 constexpr std::int32_t kWorkspaceBytes = 16 * 1024;
 
@@ -46,7 +48,7 @@ kvt_handle* make_handle(Store* store, const char* name, const kvt_handle_options
   h->db_stats = &store->roots()->stats;
   h->containment = options.containment;
   h->runtime = runtime;
-  if (options.tenant) tenant = options.tenant;
+  if (options.tenant) thread_tenant = options.tenant;
   return h;
 }
 
@@ -220,6 +222,6 @@ int kvtlib_database_in_range(kvt_handle* handle, const void* address) {
   return handle->runtime->store->in_range(address);
 }
 
-void mt_set_tenant_id(uint16_t given) { kvt::tenant = given; }
+void mt_set_tenant_id(uint16_t given) { kvt::thread_tenant = given; }
 
-uint16_t mt_get_tenant_id(void) { return kvt::tenant; }
+uint16_t mt_get_tenant_id(void) { return kvt::thread_tenant; }

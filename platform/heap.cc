@@ -2,6 +2,7 @@
 #include "platform/heap.h"
 
 #include <bit>
+#include <cstring>
 #include <iterator>
 
 #include "platform/heap_format.h"
@@ -106,12 +107,20 @@ void Heap::unlink(std::uint32_t chunk, std::uint32_t size) {
   if (next) set(next + 12, previous);
 }
 
+// What a neighbour has swallowed. In a heap that isn't logged nobody looks at free memory.
+void Heap::wipe(std::uint32_t at, std::uint32_t length) {
+  if (!logged_) return;
+  backing_->announce(at, length);
+  std::memset(cage_at(at), 0, length);
+}
+
 void Heap::add_region(std::uint32_t begin, std::uint32_t length) {
   std::uint32_t chunk = begin;
   std::uint32_t previous = 0;
   std::uint32_t size = length - kChunkHeader;
   std::uint32_t top = meta_->top;
-  if (meta_->end == begin) {  // the old end mark becomes the header of the new chunk
+  wipe(begin, kChunkMinimum);  // the region may have been in use before
+  if (meta_->end == begin) {   // the old end mark becomes the header of the new chunk
     chunk = begin - kChunkHeader;
     size = length;
     if (logged_) backing_->announce(chunk, kChunkHeader);
@@ -122,10 +131,12 @@ void Heap::add_region(std::uint32_t begin, std::uint32_t length) {
       top = 0;
     } else if (previous = previous_size(chunk); previous && !is_used(chunk - previous)) {
       unlink(chunk - previous, previous);
+      wipe(chunk - previous + kChunkHeader, kChunkMinimum - kChunkHeader);
       chunk -= previous;
       size += previous;
       previous = previous_size(chunk);
     }
+    if (chunk != begin - kChunkHeader) wipe(begin - kChunkHeader, kChunkHeader);
   }
   if (hide_free_) memory_hide(cage_at(begin), length);
   if (top) {
@@ -144,6 +155,7 @@ void Heap::relink(const std::array<std::uint32_t, 2>* chunks, std::size_t count,
   for (std::uint64_t& bits : meta_->filled) bits = 0;
   for (std::uint32_t& bin : meta_->bins) bin = 0;
   meta_->top = top;
+  if (top) wipe(top + kChunkHeader, kChunkMinimum - kChunkHeader);
   for (std::size_t i = 0; i < count; i++) {
     if (chunks[i][0] != top) push(chunks[i][0], chunks[i][1]);
   }
@@ -155,6 +167,7 @@ std::uint32_t Heap::give_back_end() {
   // The wilderness stays a chunk, and an end mark behind it.
   const std::uint32_t end = (top + kChunkMinimum + kChunkHeader + kSegmentSize - 1) / kSegmentSize * kSegmentSize;
   if (end >= meta_->end) return 0;
+  hand_out(end - kChunkHeader, kChunkHeader);
   set_header(end - kChunkHeader, kChunkHeader | kChunkUsed, end - kChunkHeader - top);
   set(top, end - kChunkHeader - top);
   set_meta(&meta_->end, end);
@@ -186,6 +199,7 @@ std::uint32_t Heap::take_from_bins(std::uint32_t need) {
   std::uint32_t size = size_of(chunk);
   unlink(chunk, size);
   std::uint32_t rest = size - need;
+  hand_out(chunk + kChunkMinimum, (rest < kChunkMinimum ? size : need) - kChunkMinimum);
   if (rest < kChunkMinimum) {
     put(chunk, size | kChunkUsed);
     return chunk;
@@ -203,6 +217,7 @@ std::uint32_t Heap::take_from_top(std::uint32_t need) {
   std::uint32_t size = top_size();
   if (!chunk || size < need) return 0;
   std::uint32_t rest = size - need;
+  hand_out(chunk + kChunkHeader, rest < kChunkMinimum ? size - kChunkHeader : need);  // with the header of the rest
   if (rest < kChunkMinimum) {
     // The end mark learns of its neighbour only now: while the wilderness lies before it, nobody asks.
     set(chunk + size + 4, size);
@@ -286,6 +301,7 @@ void Heap::free(void* block) {
   // Cleared even where the header is swallowed by its neighbour, so that a second free of the block is seen.
   set(chunk, size);
   if (previous && !is_used(chunk - previous)) {
+    wipe(chunk, kChunkMinimum);
     chunk -= previous;
     unlink(chunk, previous);
     size += previous;
@@ -295,13 +311,17 @@ void Heap::free(void* block) {
     size += size_of(next);
     if (chunk != freed) end_chunk(freed, chunk + size);
     end_chunk(next, chunk + size);
+    wipe(next, kChunkHeader);
+    wipe(chunk + kChunkHeader, kChunkMinimum - kChunkHeader);
     set_header(chunk, size, previous);
     set_meta(&meta_->top, chunk);
     return;
   }
   if (!is_used(next)) {
-    unlink(next, size_of(next));
-    size += size_of(next);
+    const std::uint32_t more = size_of(next);
+    unlink(next, more);
+    wipe(next, kChunkMinimum);
+    size += more;
     if (chunk != freed) end_chunk(freed, chunk + size);
     end_chunk(next, chunk + size);
     next = chunk + size;

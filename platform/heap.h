@@ -1,6 +1,7 @@
 // The one allocator: private stores, loose memory in the cage and databases. Boundary tags, exact bins for small sizes,
 // a wilderness that grows by whole segments. It knows no transactions: every change of its own words is announced to
-// its backing first, and the backing decides what that means.
+// its backing first, and the backing decides what that means. With a backing that logs, free memory is zero but for
+// headers and links: the allocator wipes its own words there, and who frees a block its inside.
 #pragma once
 
 #include <array>
@@ -23,6 +24,8 @@ STORED_SIZE(HeapMeta, 80 + kHeapBins * 4 + 8);
 class HeapBacking {
  public:
   virtual void announce(std::uint32_t at, std::uint32_t length) = 0;
+  // Free memory, zero now, is about to go to an owner, who writes it without a word. Only of a heap that is logged.
+  virtual void hand_out(std::uint32_t, std::uint32_t) {}
   // Whole segments in one run, if possible at `wanted`, which is 0 for no wish. 0 when there are none.
   virtual std::uint32_t grow(std::uint32_t segments, std::uint32_t wanted) = 0;
   // Whether the segment around `at` was given by grow.
@@ -45,7 +48,8 @@ class Heap {
   // Adds a region to allocate from: [begin, begin + length), both multiples of 8.
   void add_region(std::uint32_t begin, std::uint32_t length);
   void* alloc(std::uint32_t size);  // 8-aligned, not zeroed; null when the backing has no more
-  void free(void* block);           // an address for which is_block holds
+  // An address for which is_block holds. Of the block's bytes the first 8 may be changed, and announced, here.
+  void free(void* block);
   // False for what is no allocated block of this heap, as far as can be told from its neighbours.
   bool is_block(const void* block) const;
   std::uint32_t block_size(const void* block) const;  // 0 for what is no allocated block
@@ -77,6 +81,10 @@ class Heap {
   void end_chunk(std::uint32_t chunk, std::uint32_t next);
   void push(std::uint32_t chunk, std::uint32_t size);
   void unlink(std::uint32_t chunk, std::uint32_t size);
+  void wipe(std::uint32_t at, std::uint32_t length);
+  void hand_out(std::uint32_t at, std::uint32_t length) {
+    if (logged_ && length) backing_->hand_out(at, length);
+  }
   void announce(const void* at, std::uint32_t length) {
     if (logged_) backing_->announce(cage_ref(at), length);
   }

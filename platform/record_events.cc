@@ -125,10 +125,10 @@ void RecordEvents::touch(std::uint32_t at, std::uint32_t length) {
   if (!block) return;
   const TypeRole known = role_of(block);
   if (known.role == Role::kNone) return;
+  if (known.role == Role::kPayload && !is_content(*known.type->shape, at - block, length)) return;
   const auto [place, is_new] = block_index_.try_emplace(block, static_cast<std::uint32_t>(blocks_.size()));
-  if (is_new) blocks_.push_back({block, known.role, false, 0, word_at(block, 0), known.type, {}, 0, 0});
+  if (is_new) blocks_.push_back({block, known.role, 0, word_at(block, 0), known.type, {}, 0, 0});
   Block& it = blocks_[place->second];
-  if (known.role == Role::kPayload && !it.written) it.written = is_content(*known.type->shape, at - block, length);
   if (!is_new || known.role != Role::kRecord) return;
   it.before = state_of(it);
   if (!it.before.table) return;
@@ -180,7 +180,7 @@ bool RecordEvents::make_event(std::size_t index, int part, RecordChange* event) 
   Block& block = blocks_[index];
   const Role now = block.before.table ? Role::kRecord : role_of(block.at).role;
   if (now == Role::kRecord) return make_record_event(block, part, event);
-  if (now != Role::kPayload || part == 0 || !block.written || !is_live(block.at)) return false;
+  if (now != Role::kPayload || part == 0 || !is_live(block.at)) return false;
   const Table* table = nullptr;
   const std::uint32_t record = record_with(block.at, role_of(block.at).type->record, &table);
   if (!record) return false;

@@ -68,7 +68,6 @@ class RecordEvents {
   struct Block {
     std::uint32_t at;
     Role role;
-    bool written;        // of a payload: more than its header
     std::uint32_t told;  // the last pass that told of the record
     std::uint32_t type_link;
     const kvt_static_type* type;

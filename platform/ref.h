@@ -52,10 +52,10 @@ void store(void* at, T value) {
 inline void* at_offset(void* base, std::size_t offset) { return static_cast<char*>(base) + offset; }
 inline const void* at_offset(const void* base, std::size_t offset) { return static_cast<const char*>(base) + offset; }
 
-// Announces a store through the handle and makes it.
+// Announces a store through the handle and makes it. A private handle that nobody has changed has nobody to tell.
 template <class T>
 void store_announced(kvt_handle* h, std::uint32_t txn, void* at, T value, void* owner = nullptr) {
-  h->set_range(h, at, sizeof value, txn, owner);
+  if (h->set_range != kvt_set_range_private) h->set_range(h, at, sizeof value, txn, owner);
   store(at, value);
 }
 

@@ -10,6 +10,7 @@
 #include "platform/messages.h"
 #include "platform/oid.h"
 #include "platform/ref_map.h"
+#include "platform/timer_tree.h"
 
 namespace kvt {
 namespace {
@@ -124,6 +125,9 @@ void Store::free(std::uint32_t txn, void* block) {
     if (!ref_map_remove(*this, txn, &roots_->sides, object)) break;
   }
   forget_oids(*this, txn, cage_ref(block), size);
+  end_watched(cage_ref(block), size);
+  // Permanent memory would be handed out again while an abort could still bring back the way to it.
+  if (forget_timers(*this, txn, cage_ref(block), size) && is_permanent(block)) return;
   if (database_) {
     database_->free(block);
   } else {

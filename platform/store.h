@@ -37,7 +37,7 @@ struct StoreRoots {  // stored format
   kvt_db_stats stats;
   RefMapHead oids_by_serial;  // lower half of a serial -> OidEntry, of the identities that were given out
   std::uint32_t oids_due;     // list of OidEntry: objects to destroy that nothing refers to any more
-  std::uint32_t reserved;
+  std::uint32_t timer_trees;  // list of TimerTree
   std::uint8_t identity[16];  // of the store, at random; zero until it is needed
 };
 STORED_SIZE(StoreRoots, sizeof(HeapMeta) + 2 * kKeyBuckets * 4 + 16 + 32 + 8 + 64 + 40);

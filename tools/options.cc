@@ -130,6 +130,10 @@ std::optional<int> parse_options(int argc, char** argv, Options& options) {
       ->check(CLI::IsMember(table_names()));
   watch->add_flag("--json", options.json, "as JSON, one object a line");
 
+  CLI::App* timers = add_command(app, options, Command::kTimers, "timers", "Show the armed timers");
+  timers->add_option("DB", options.database, "the database file, in place of --db");
+  timers->add_flag("--run", options.run, "take each one when it is due, until none is armed any more");
+
   CLI::App* trace = add_command(app, options, Command::kTrace, "trace", "Show trace messages of built files");
   trace->add_option("FILE", options.files, "libraries whose messages are listed, or that a ring's lines come from");
   trace->add_option("--ring", options.ring, "the trace that a process left, to be told in words");

@@ -19,6 +19,7 @@ enum class Command {
   kSet,
   kDelete,
   kWatch,
+  kTimers,
   kTrace,
   kManifest,
   kCare
@@ -36,6 +37,7 @@ struct Options {
   std::string trace_file;
   bool json = false;
   bool hold = false;
+  bool run = false;                  // timers
   std::string file;                  // import, export; empty: standard output; manifest, db
   std::string table;                 // list, show, set, delete
   std::string key;                   // show, set, delete

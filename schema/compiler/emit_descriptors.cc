@@ -115,7 +115,7 @@ void struct_tables(const Output& out, const Struct& type, const MessageIndex& me
          {"state", number(f.state)},
          {"variant", std::to_string(f.variant)},
          {"kind", field_kind(f)},
-         {"message", number(f.kind == Kind::kReference ? reference_message(type, f) : 0)}});
+         {"message", number(field_message(type, f))}});
   }
   source += fill(kStructTables, {{"type", type.name},
                                  {"record", record_symbol(type.name)},
@@ -228,9 +228,7 @@ void table_record(const Output& out, const Table& table, const MessageIndex& mes
     const bool is_enum = f.kind == Kind::kEnum;
     keys += fill(
         "    {\"$(key)\", $(offset), $(size), $(table)_$(payload)_$(key)_avl_compare, "
-        "tenant_compare<$(table)::$(key), true>, tenant_compare<$(table)::$(key), false>, same_key<$(table)::$(key)>, "
-        "key_word<$(table)::$(key)>, key_find<$(table)::$(key)>, "
-        "$(message)},\n",
+        "same_key<$(table)::$(key)>, key_word<$(table)::$(key)>, key_find<$(table)::$(key)>, $(message)},\n",
         {{"key", f.name},
          {"offset", number(f.offset + (is_enum ? 8 : 0))},
          {"size", number(is_enum ? 4 : f.width)},

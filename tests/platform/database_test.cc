@@ -18,6 +18,7 @@
 #include <thread>
 
 #include "kvt/table.h"
+#include "tests/database_picture.h"
 
 namespace {
 
@@ -123,7 +124,7 @@ TEST_F(DatabaseFile, OutsideOfATransactionNothingMayBeWritten) {
 }
 
 // Random transactions, each committed, aborted or cut off by the death of its process. What the model holds must be
-// there.
+// there, and nothing else: every byte is as it was, free memory included.
 TEST_F(DatabaseFile, RandomTransactionsLeaveTheLastCommittedState) {
   struct Block {
     std::uint32_t size;
@@ -163,6 +164,7 @@ TEST_F(DatabaseFile, RandomTransactionsLeaveTheLastCommittedState) {
   kvt_handle* h = open();
   ASSERT_NE(h, nullptr) << message;
   for (int round = 0; round < 150; round++) {
+    const std::string before = database_picture(path);
     std::uint32_t seed = random();
     int how = static_cast<int>(random() % 3);
     if (how == 2) {
@@ -189,8 +191,13 @@ TEST_F(DatabaseFile, RandomTransactionsLeaveTheLastCommittedState) {
       for (std::uint32_t i = 0; i < block.size; i++)
         ASSERT_EQ(p[i], block.fill) << "round " << round << " kind " << how;
     }
-    if (!model.empty()) ASSERT_NO_FATAL_FAILURE(expect_cards(kvt_ref_at(model.begin()->first)));
+    if (!model.empty()) {
+      ASSERT_NO_FATAL_FAILURE(expect_cards(kvt_ref_at(model.begin()->first)));
+    }
     commit(h);
+    if (how != 1) {
+      ASSERT_EQ(picture_difference(database_picture(path), before), "") << "round " << round;
+    }
   }
   kvt_handle_close(h);
 }
@@ -203,13 +210,22 @@ TEST_F(DatabaseFile, ATransactionLargerThanTheLogGrowsItAndStillAborts) {
   ASSERT_NE(p, nullptr);
   std::memset(p, 1, kSize);
   commit(h);
+  const std::string before = database_picture(path);
   begin(h);
   for (std::uint32_t i = 0; i < kSize; i += 4096) {
     ASSERT_EQ(h->set_range(h, p + i, 4096, h->default_txn, nullptr), 1);
     std::memset(p + i, 2, 4096);
   }
   abort(h);
-  for (std::uint32_t i = 0; i < kSize; i++) ASSERT_EQ(p[i], 1);
+  EXPECT_EQ(picture_difference(database_picture(path), before), "");
+  // The log stands behind the heap now, so that this begins anew elsewhere, and what was left of it is used as well.
+  begin(h);
+  for (const std::uint32_t size : {2u << 20, 600000u}) std::memset(alloc(h, size), 3, size);
+  abort(h);
+  EXPECT_EQ(picture_difference(database_picture(path), before), "");
+  begin(h);
+  commit(h);
+  EXPECT_EQ(picture_difference(database_picture(path), before), "") << "segments that the log gave back";
   kvt_handle_close(h);
 }
 
@@ -345,7 +361,7 @@ TEST_F(DatabaseFile, RefusesWhatItCannotRead) {
   } cases[] = {
       {"", "is not a database"},
       {magic, "is not a database"},
-      {version, "has format version 7, this library reads 1"},
+      {version, "has format version 7, this library reads 2"},
       {good.substr(0, 100), "is cut short"},
       {good.substr(0, good.size() - 1), "is cut short"},
       {header, "has a damaged header"},
@@ -376,6 +392,7 @@ TEST_F(DatabaseFile, ALogThatLeadsAstrayIsNotFollowed) {
               commit(h);
               begin(h);
               put(h, block, 1);
+              alloc(h, 64);
               return 0;
             }),
             0);
@@ -388,6 +405,8 @@ TEST_F(DatabaseFile, ALogThatLeadsAstrayIsNotFollowed) {
   };
   const std::uint32_t base = kvt::kDatabaseBegin + 3 * kvt::kSlotSize, entry = word(28) - base;
   ASSERT_GE(entry, kvt::kLogAt);
+  std::uint32_t wipe = entry;  // the entry without bytes, of memory that was free
+  while (word(wipe + 4)) wipe = word(wipe + 8) - base;
   const struct Case {
     const char* name;
     std::size_t at;
@@ -404,6 +423,10 @@ TEST_F(DatabaseFile, ALogThatLeadsAstrayIsNotFollowed) {
       {"entry behind the end of the file", entry, base + kvt::kSlotSize - 4},
       {"entry longer than the log", entry + 4, kvt::kSegmentSize},
       {"entry without bytes", entry + 4, 0},
+      {"free memory in the roots", wipe, base + kvt::kRootsAt},
+      {"free memory outside the slot", wipe, 8},
+      {"free memory behind the end of the file", wipe + 12, kvt::kSlotSize},
+      {"free memory without length", wipe + 12, 0},
       {"ring of entries", entry + 8, base + entry},
       {"entry before in the heap", entry + 8, base + kvt::kSegmentSize + 8},
       {"permanent memory outside the slot", 36, 8},

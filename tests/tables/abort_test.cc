@@ -1,64 +1,10 @@
-// Tests of what an aborted transaction leaves of a database: every byte that it can reach as it was, but for what is
-// made once and for all.
-#include <cstddef>
-#include <map>
-
-#include "platform/database.h"
+// Tests of what an aborted transaction leaves of a database: every byte as it was, but for what is made once and for
+// all.
+#include "tests/database_picture.h"
 #include "tests/tables/rig.h"
 
 namespace table_test {
 namespace {
-
-// All bytes of the mapped file that mean something: not the undo log, nor the inside of memory that is free.
-class Picture {
- public:
-  explicit Picture(Rig& rig) {
-    void* list = kvtlib_database_table_toc_get(rig, rig.txn(), &rig.err);
-    const char* base = static_cast<char*>(list) - offsetof(kvt::StoreRoots, tables) - kvt::kRootsAt;
-    const auto* header = reinterpret_cast<const kvt::DatabaseHeader*>(base);
-    const auto* roots = reinterpret_cast<const kvt::StoreRoots*>(base + kvt::kRootsAt);
-    EXPECT_EQ(header->segment_size, kvt::kSegmentSize);
-    add(0, base + kvt::kRootsAt, sizeof *roots);
-    first_ = kvt_ref_of(base);
-    add(kvt::kFirstPermanentAt, base + kvt::kFirstPermanentAt, kvt::kSegmentSize - kvt::kFirstPermanentAt);
-    for (std::uint32_t place = kvt::kSegmentSize; place < header->segments * kvt::kSegmentSize;) {
-      const std::uint32_t segment = place / kvt::kSegmentSize;
-      if (header->kinds[segment] == kvt::Segment::kHeap) {
-        // A block's header tells its size, and whether it is in use; a free one has the links of its list.
-        const auto word = at<std::uint32_t>(base, place);
-        const std::uint32_t size = word & ~7u;
-        const bool wild = first_ + place == roots->heap.top;
-        add(place, base + place, word & 1 ? size : wild ? 8 : 16);
-        place += size;
-        continue;
-      }
-      place = segment * kvt::kSegmentSize;
-      if (header->kinds[segment] == kvt::Segment::kPermanent) add(place, base + place, kvt::kSegmentSize);
-      place += kvt::kSegmentSize;
-    }
-  }
-  // Where the pictures differ, without the places that may.
-  std::string difference(const Picture& other, const std::map<std::uint32_t, std::uint32_t>& but = {}) const {
-    std::string text;
-    int left = 10;
-    for (const auto& [at, word] : words_) {
-      const auto theirs = other.words_.find(at);
-      if (theirs != other.words_.end() && theirs->second == word) continue;
-      const auto allowed = but.upper_bound(at);
-      if (allowed != but.begin() && at < std::prev(allowed)->first + std::prev(allowed)->second) continue;
-      if (left-- > 0) text += std::to_string(at) + " ";
-    }
-    return text + (words_.size() == other.words_.size() ? "" : "sizes differ");
-  }
-  std::uint32_t place(const void* at) const { return kvt_ref_of(at) - first_; }
-
- private:
-  void add(std::uint32_t key, const char* bytes, std::size_t size) {
-    for (std::size_t i = 0; i < size; i += 8) words_[key + static_cast<std::uint32_t>(i)] = std::string(bytes + i, 8);
-  }
-  std::uint32_t first_;                         // reference of the file's first byte
-  std::map<std::uint32_t, std::string> words_;  // by place in the file; the roots at 0
-};
 
 // Everything that can be done to a table, in a new one and in one that is there.
 void do_everything(Rig& rig, const TableOps& type, const std::vector<void*>& rows, void* old) {
@@ -125,13 +71,13 @@ TEST_P(Abort, LeavesEveryByte) {
   void* root = rig->key_get(rig->store, rig.txn(), key.c_str());
   ASSERT_NE(root, nullptr);
   const std::uint64_t next = at<std::uint64_t>(root, 8);
-  const Picture before(rig);
+  const std::string before = database_picture(rig.path());
   rig.begin();
   do_everything(rig, type, rows, table);
-  EXPECT_NE(Picture(rig).difference(before), "");
+  EXPECT_NE(picture_difference(database_picture(rig.path()), before), "");
   rig.abort();
   EXPECT_EQ(rig.err, 0);
-  EXPECT_EQ(Picture(rig).difference(before, {{before.place(root), 24}}), "");
+  EXPECT_EQ(picture_difference(database_picture(rig.path()), before), "");
   // The root is no transaction's; it goes on.
   EXPECT_EQ(at<std::uint64_t>(root, 8), next + 2);
   rig.begin();

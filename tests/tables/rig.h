@@ -229,7 +229,7 @@ class Rig {
     } else {
       char name[] = "/tmp/zarn_tables_XXXXXX";
       directory_ = mkdtemp(name);
-      handle_ = kvt_handle_open_database((directory_ + "/db").c_str(), &options, &err);
+      handle_ = kvt_handle_open_database(path().c_str(), &options, &err);
     }
     if (!handle_) std::abort();
     current_ = this;
@@ -238,6 +238,7 @@ class Rig {
     handle_->store_alloc = [](void* store, std::uint32_t txn, std::uint32_t size) -> void* {
       ++current_->allocations;
       current_->last_size = size;
+      current_->asked += size;
       if (current_->fail_after >= 0 && current_->fail_after-- == 0) return nullptr;
       void* block = current_->alloc_(store, txn, size);
       if (block) current_->blocks_.insert(block);
@@ -268,6 +269,7 @@ class Rig {
   void begin() { kvtdb_txn_begin(handle_, &err); }
   void commit() { kvtdb_txn_commit(handle_, handle_->default_txn, &err); }
   void abort() { kvtdb_txn_abort(handle_, handle_->default_txn, &err); }
+  std::string path() const { return directory_ + "/db"; }  // of a database
   std::size_t live_blocks() const { return blocks_.size(); }
   // The error slot's content, which is taken out.
   int take_error() {
@@ -289,7 +291,8 @@ class Rig {
   int err = 0;
   int fail_after = -1;  // allocations to let pass before one fails; -1: none fails
   unsigned allocations = 0;
-  std::uint32_t last_size = 0;  // of the latest allocation
+  std::uint64_t asked = 0;      // bytes of all allocations
+  std::uint32_t last_size = 0;  // of the latest one
 
  private:
   static inline Rig* current_;

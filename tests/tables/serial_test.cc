@@ -131,7 +131,9 @@ TEST_P(Serial, BytesInEveryRoom) {
     }
   };
   auto of_record = [&](char* buffer, std::int32_t room) { return call(record, buffer, room); };
+  const unsigned allocations = rig.allocations;
   EXPECT_EQ(in_every_room(whole.size() - 1, of_record, no_head).size(), whole.size() - 1);
+  EXPECT_EQ(rig.allocations, allocations);
 
   void* empty = type.create(rig, rig.txn(), &rig.err);
   for (const std::size_t room : {0, 26, 27, 42, 43, 500}) {

@@ -18,7 +18,7 @@ class Probe {
     void* payload = at_offset(block_, round8(type.record_size));
     RecordBlock* record = record_of(block_);
     record->source = source;
-    record->tenant_id = mt_get_tenant_id();
+    record->tenant_id = thread_tenant;
     *payload_slot(type, block_) = cage_ref(payload);
     std::memcpy(at_offset(payload, type.keys[key].offset), value, type.keys[key].size);
     store(at_offset(node_of(block_, key), kNodeWord), type.keys[key].word(record->tenant_id, payload));
@@ -50,9 +50,13 @@ bool same_key_as(const TableDesc& type, unsigned key, void* a, void* b) {
   return type.keys[key].same(payload_of(type, a), payload_of(type, b));
 }
 
-// The step over what the view does not show.
-[[gnu::noinline]] void* step_past(const TableDesc& type, unsigned key, bool forward, kvt_handle* h, std::uint32_t txn,
-                                  void* table, void* record, const View& view, bool same_key, std::uint16_t tenant) {
+}  // namespace
+
+void* key_step_over(const TableDesc& type, unsigned key, bool forward, kvt_handle* h, std::uint32_t txn, void* table,
+                    void* record, const View& view, bool same_key, int* err) {
+  if (*err) return nullptr;
+  kvt_clear_last_error(h);
+  const std::uint16_t tenant = thread_tenant;
   void* at = record;
   do {
     at = neighbour(type, key, forward, table, at);
@@ -64,23 +68,6 @@ bool same_key_as(const TableDesc& type, unsigned key, void* a, void* b) {
   return at;
 }
 
-}  // namespace
-
-void* key_step(const TableDesc& type, unsigned key, bool forward, kvt_handle* h, std::uint32_t txn, void* table,
-               void* record, const View& view, bool same_key, int* err) {
-  if (*err) return nullptr;
-  kvt_clear_last_error(h);
-  const std::uint16_t tenant = mt_get_tenant_id();
-  // Nearly every step of a walk: from a record of the table to the next one, which is shown.
-  const auto* node = static_cast<const AvlNode*>(node_of(record, key));
-  if (node->word && record_of(record)->table == cage_ref(table) && !same_key && !h->containment) {
-    void* near = record_at_node(avl_neighbour(node, forward), key);
-    if (!near || record_of(near)->tenant_id != tenant) return nullptr;
-    if (view.shows(*record_of(near))) return near;
-  }
-  return step_past(type, key, forward, h, txn, table, record, view, same_key, tenant);
-}
-
 void* key_search(const TableDesc& type, unsigned key, kvt_handle* h, std::uint32_t txn, void* table, const void* value,
                  const SearchOptions& options, int* err) {
   if (*err) return nullptr;
@@ -90,7 +77,7 @@ void* key_search(const TableDesc& type, unsigned key, kvt_handle* h, std::uint32
     return nullptr;
   }
   const std::uint32_t source = options.source ? options.source : kOrdinarySource;
-  const std::uint16_t tenant = mt_get_tenant_id();
+  const std::uint16_t tenant = thread_tenant;
   void* found = record_at_node(
       type.keys[key].find(*index_root(table, key), value, tenant, static_cast<std::uint8_t>(source)), key);
   // A source that no record can have matches none, though its low byte was looked for.
@@ -103,8 +90,8 @@ void* key_search(const TableDesc& type, unsigned key, kvt_handle* h, std::uint32
       return nullptr;
     }
     const View view{options.neighbour_source, options.neighbour_source != 0, options.skip_pending};
-    found = key_step(type, key, options.forward, h, txn, table, probe.record(), view,
-                     options.same_key && !options.nearest, err);
+    found = key_step_over(type, key, options.forward, h, txn, table, probe.record(), view,
+                          options.same_key && !options.nearest, err);
   }
   report_contained(h, txn, kContainRecord, found, table);
   return found;
@@ -126,13 +113,20 @@ void* key_edge(const TableDesc& type, unsigned key, bool first, kvt_handle* h, s
                const View& view, int err) {
   if (err) return nullptr;
   kvt_clear_last_error(h);
-  const std::uint16_t tenant = mt_get_tenant_id();
-  const std::uint32_t root = *index_root(table, key);
-  const TenantProbe probe{{0, 0}, tenant};
+  const std::uint16_t tenant = thread_tenant;
   // The tenant's run begins where a descent by tenant alone ends; what stands before it need not be passed one by one.
-  void* at = record_at_node(first ? e_avl_get_next(root, &probe, type.keys[key].tenant_from)
-                                  : e_avl_get_prev(root, &probe, type.keys[key].tenant_up_to),
-                            key);
+  const std::uint32_t root = *index_root(table, key);
+  AvlNode* edge = avl_outermost(root, !first);
+  if (edge && tenant_at_node(edge, key) != tenant) {
+    edge = nullptr;
+    for (AvlNode* node = avl_at(root); node;) {
+      const std::uint16_t own = tenant_at_node(node, key);
+      const bool within = first ? own >= tenant : own <= tenant;
+      if (within) edge = node;
+      node = avl_child(node, within != first);
+    }
+  }
+  void* at = record_at_node(edge, key);
   while (at && record_of(at)->tenant_id == tenant && !view.shows(*record_of(at))) {
     at = neighbour(type, key, first, table, at);
   }

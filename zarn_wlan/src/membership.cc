@@ -106,7 +106,7 @@ void record_insert(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void
     return refuse(type, h, table, record, key, err);
   }
   count_in_table(h, txn, table, record, 1);
-  const std::uint16_t tenant = mt_get_tenant_id();
+  const std::uint16_t tenant = thread_tenant;
   if (tenant) kvtdb_update_tenant_counter(h, txn, table, 1, tenant, record->source, err);
   const bool counted = tenant && !*err;
   const std::uint32_t grade = primary_only ? kRecordPrimaryOnly : 0;
@@ -166,7 +166,7 @@ void record_remove(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void
   if (primary_only || *err) return;
   count_in_table(h, txn, table, record, -1);
   if (record->record_flags & kRecordPending) drop_pending(h, txn, table_of(table));
-  if (const std::uint16_t tenant = mt_get_tenant_id()) {
+  if (const std::uint16_t tenant = thread_tenant) {
     kvtdb_update_tenant_counter(h, txn, table, 0, tenant, record->source, err);
   }
   if (marks_wanted(h, txn)) kvtdb_plat_set_destroy(h, txn, record);

@@ -55,7 +55,7 @@ void* build_record(const TableDesc& type, kvt_handle* h, std::uint32_t txn, std:
   *err = 0;
   record->source = static_cast<std::uint8_t>(source);
   record->ref_count = 1;
-  record->tenant_id = mt_get_tenant_id();
+  record->tenant_id = thread_tenant;
   report_contained(h, txn, kContainRecord, record, nullptr);
   if (marks_wanted(h, txn)) kvtdb_plat_set_dirty(h, txn, record);
   return record;

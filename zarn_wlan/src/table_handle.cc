@@ -339,7 +339,7 @@ void table_request_free(const TableDesc& type, kvt_handle* h, std::uint32_t txn,
 
 std::uint32_t table_count(kvt_handle* h, std::uint32_t txn, void* table) {
   if (!table) return 0;
-  const std::uint16_t tenant = mt_get_tenant_id();
+  const std::uint16_t tenant = thread_tenant;
   if (!tenant) return table_of(table)->record_count;
   std::uint32_t count = 0;
   kvtdb_get_tenant_counter(h, txn, table, &count, tenant, nullptr);
@@ -348,7 +348,7 @@ std::uint32_t table_count(kvt_handle* h, std::uint32_t txn, void* table) {
 
 std::uint32_t table_count_by_source(kvt_handle* h, std::uint32_t txn, void* table, std::uint32_t source) {
   if (!table) return 0;
-  const std::uint16_t tenant = mt_get_tenant_id();
+  const std::uint16_t tenant = thread_tenant;
   if (!tenant) return source == kShadowSource ? table_of(table)->shadow_count : 0;
   std::uint32_t count = 0;
   const auto byte = static_cast<std::uint8_t>(source);

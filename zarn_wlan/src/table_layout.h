@@ -6,6 +6,7 @@
 #include "objects/field_types.h"
 #include "platform/avl_node.h"
 #include "platform/table_blocks.h"
+#include "platform/tenant.h"
 
 namespace kvt {
 
@@ -107,33 +108,24 @@ void* key_find(std::uint32_t root, const void* value, std::uint16_t tenant, std:
   }
   using Node = IndexNode<Key>;
   const std::uint32_t word = Node::make_word(tenant, key);
-  AvlNode* node = avl_at(root);
-  while (node) {
-    // Whichever way it goes, the next node is on its way while this one is compared.
-    __builtin_prefetch(avl_at(node->link[0]));
-    __builtin_prefetch(avl_at(node->link[1]));
-    int side = node->word < word;
-    if (node->word == word) {
-      const int order = Node::order(node, word, tenant, key, source);
-      if (!order) return node;
-      side = order < 0;
+  for (std::uint32_t link = root; link && !(link & kAvlThread);) {
+    AvlNode* node = avl_at_child(link);
+    if (node->word != word) {
+      link = avl_descend(node, word);
+      continue;
     }
-    node = avl_child(node, side);
+    const int order = Node::order(node, word, tenant, key, source);
+    if (!order) return node;
+    link = node->link[order < 0];
   }
   return nullptr;
 }
 
-// A descent to the edge of a tenant's run: stands in for a node.
-struct TenantProbe {
-  std::uint32_t links[2];
-  std::uint32_t tenant;
-};
-// Every node lies above the probe but those of lower tenants, or (not `From`) below it but those of higher tenants.
-template <class Key, bool From>
-int tenant_compare(const void* node, const void* probe) {
-  const std::uint32_t own = IndexNode<Key>::tenant(node);
-  const std::uint32_t wanted = static_cast<const TenantProbe*>(probe)->tenant;
-  return (From ? own >= wanted : own > wanted) ? 2 : 0;
+// The tenant of a record that is in a tree.
+inline std::uint16_t tenant_at_node(const AvlNode* node, unsigned key) {
+  const std::uint32_t kept = node->word >> kPrefixBits & kLargeTenant;
+  if (kept < kLargeTenant) return static_cast<std::uint16_t>(kept);
+  return record_of(record_at_node(const_cast<AvlNode*>(node), key))->tenant_id;
 }
 
 template <class Key>
