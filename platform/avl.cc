@@ -139,33 +139,36 @@ Node* neighbour(std::uint32_t root, const void* from, e_avl_compare compare, int
 
 enum class End { kAtNode, kAtItsPlace, kAtAnother };
 
-// The way to `node`, or to where it would hang; another node that is equal bars it. `is_first`: the node is the lowest
-// one, and nothing on the way needs to be compared.
+// The way to `node`, or to where it would hang; another node that is equal bars it.
 template <bool kByWord>
-[[gnu::always_inline]] inline End descend(std::uint32_t root, const Node* node, bool is_first, e_avl_compare compare,
-                                          Path* path) {
+[[gnu::always_inline]] inline End descend(std::uint32_t root, const Node* node, e_avl_compare compare, Path* path) {
   const std::uint32_t word = node->word;
   for (std::uint32_t link = root; link && !(link & kAvlThread);) {
     Node* here = avl_at_child(link);
     bool side;
     // Where trees are ordered by the nodes' words first, most levels need no more than that.
-    if (is_first) {
-      if (here == node) return End::kAtNode;
-      side = false;
-      link = here->link[0];
-    } else if (kByWord && word != here->word) {
+    if (kByWord && word != here->word) {
       link = avl_descend(here, word);
       side = word > here->word;
     } else {
       if (here == node) return End::kAtNode;
-      // Both links are loaded before it is known which one is wanted: that is a choice then, and no guess.
-      const std::uint32_t low = here->link[0], high = here->link[1];
       const int order = compare(node, here);
       if (order == 1) return End::kAtAnother;
       side = order == 2;
-      link = side ? high : low;
+      link = here->link[side];
     }
     if (!path->push(here, side)) return End::kAtAnother;
+  }
+  return End::kAtItsPlace;
+}
+
+// The way to a node that has no neighbour on its left: nothing needs to be compared.
+End descend_left(std::uint32_t root, const Node* node, Path* path) {
+  for (std::uint32_t link = root; link && !(link & kAvlThread);) {
+    Node* here = avl_at_child(link);
+    if (here == node) return End::kAtNode;
+    if (!path->push(here, 0)) return End::kAtAnother;
+    link = here->link[0];
   }
   return End::kAtItsPlace;
 }
@@ -173,7 +176,7 @@ template <bool kByWord>
 template <bool kByWord, class Change>
 int insert(const Change& change, std::uint32_t* root, Node* leaf, std::uint32_t* state, e_avl_compare compare) {
   Path path;
-  if (descend<kByWord>(*root, leaf, false, compare, &path) != End::kAtItsPlace || !change.may_begin(root)) return 0;
+  if (descend<kByWord>(*root, leaf, compare, &path) != End::kAtItsPlace || !change.may_begin(root)) return 0;
   change.announce(leaf, sizeof *leaf);
   // The third word is the caller's. The leaf stands between its parent and the neighbour that the parent had there.
   leaf->link[0] = leaf->link[1] = kAvlThread;
@@ -205,8 +208,9 @@ int insert(const Change& change, std::uint32_t* root, Node* leaf, std::uint32_t*
 template <bool kByWord, class Change>
 int remove(const Change& change, std::uint32_t* root, Node* gone, std::uint32_t* state, e_avl_compare compare) {
   Path path;
-  const bool is_first = gone->link[0] == kAvlThread;
-  if (descend<kByWord>(*root, gone, is_first, compare, &path) != End::kAtNode || !change.may_begin(root)) return 0;
+  const End end =
+      gone->link[0] == kAvlThread ? descend_left(*root, gone, &path) : descend<kByWord>(*root, gone, compare, &path);
+  if (end != End::kAtNode || !change.may_begin(root)) return 0;
   int place = path.depth;
   if (child(gone, 0) && child(gone, 1)) {
     // The successor takes the place of the node: nodes lie in records, so links move and content does not.
