@@ -144,8 +144,12 @@ bool Store::announce_shared(void* at, std::uint32_t length, std::uint32_t txn, b
   return database_->announce_range(this, at, length, txn, told);
 }
 
+void Store::order() {
+  if (database_) database_->order();
+}
+
 bool Store::reserve(std::uint32_t bytes) {
-  return !database_ || (database_->writer() == this && database_->reserve_log(bytes));
+  return !database_ || (database_->writer() == this && database_->need_log(bytes));
 }
 
 void* store_alloc(void* store, std::uint32_t txn, std::uint32_t size) {

@@ -85,6 +85,9 @@ class Store : public HeapBacking {
   bool announce_link(void* at, std::uint32_t length, std::uint32_t txn) {
     return !database_ || announce_shared(at, length, txn, /*told=*/false);
   }
+  // For permanent memory: what was stored so far stands before what is stored later, on the disk too where the
+  // database's durability asks for it.
+  void order();
   // Whether `bytes` of undo log are at hand, for changes that must not be cut off half way.
   bool reserve(std::uint32_t bytes);
   template <class T>
