@@ -72,7 +72,7 @@ class Store : public HeapBacking {
   void free(std::uint32_t txn, void* block) {
     if (!block) return;
     const std::uint32_t size = database_ ? 0 : heap_.block_size(block);
-    if (!size || roots_->sides.count || roots_->oids.count) return free_known(txn, block);
+    if (!size || roots_->sides.count || roots_->oids.count || roots_->timer_trees) return free_known(txn, block);
     heap_.free(block);
   }
   // Bytes of an allocated block; 0 for an address that is none.
