@@ -19,7 +19,7 @@ function(zarn_generate library)
   foreach(module IN LISTS arg_MODULES)
     set(sources)
     foreach(part schema module lifecycle scalars accessors_0 accessors_1 accessors_2 accessors_3 serial_0 serial_1 tables_0
-                 tables_1)
+                 tables_1 timers)
       list(APPEND sources ${ZARN_GENERATED}/src/${module}_${part}.cc)
     endforeach()
     list(APPEND all ${sources} ${ZARN_GENERATED}/src/${module}_schema.h ${ZARN_GENERATED}/include/${module}/${module}.h

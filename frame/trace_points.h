@@ -23,6 +23,7 @@ constexpr std::uint32_t kTableMessages = kMsgTableNoLock;
 constexpr std::uint32_t kKeyMessages = kMsgInsertExists;
 constexpr std::uint32_t kModuleMessages = kMsgModuleNoVarinfo;
 constexpr std::uint32_t kTimerMessages = kMsgTimerNone;
+constexpr std::uint32_t kTimerFieldMessages = kMsgTimerTooLarge;
 
 // The level word of each message, by place.
 constexpr std::uint32_t kMessageLevel[] = {
@@ -53,6 +54,12 @@ inline fenlog_arg trace_arg(std::int32_t word) {
   fenlog_arg a;
   a.kind = FENLOG_SIGNED;
   a.value.word = static_cast<std::uint64_t>(static_cast<std::int64_t>(word));
+  return a;
+}
+inline fenlog_arg trace_arg(std::int64_t word) {
+  fenlog_arg a;
+  a.kind = FENLOG_LONG;
+  a.value.word = static_cast<std::uint64_t>(word);
   return a;
 }
 

@@ -162,6 +162,17 @@ template <bool kByWord>
   return End::kAtItsPlace;
 }
 
+// The way to a node that has no neighbour on its left: nothing needs to be compared.
+End descend_left(std::uint32_t root, const Node* node, Path* path) {
+  for (std::uint32_t link = root; link && !(link & kAvlThread);) {
+    Node* here = avl_at_child(link);
+    if (here == node) return End::kAtNode;
+    if (!path->push(here, 0)) return End::kAtAnother;
+    link = here->link[0];
+  }
+  return End::kAtItsPlace;
+}
+
 template <bool kByWord, class Change>
 int insert(const Change& change, std::uint32_t* root, Node* leaf, std::uint32_t* state, e_avl_compare compare) {
   Path path;
@@ -197,7 +208,9 @@ int insert(const Change& change, std::uint32_t* root, Node* leaf, std::uint32_t*
 template <bool kByWord, class Change>
 int remove(const Change& change, std::uint32_t* root, Node* gone, std::uint32_t* state, e_avl_compare compare) {
   Path path;
-  if (descend<kByWord>(*root, gone, compare, &path) != End::kAtNode || !change.may_begin(root)) return 0;
+  const End end =
+      gone->link[0] == kAvlThread ? descend_left(*root, gone, &path) : descend<kByWord>(*root, gone, compare, &path);
+  if (end != End::kAtNode || !change.may_begin(root)) return 0;
   int place = path.depth;
   if (child(gone, 0) && child(gone, 1)) {
     // The successor takes the place of the node: nodes lie in records, so links move and content does not.

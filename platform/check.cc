@@ -15,6 +15,7 @@
 #include "platform/ref_map.h"
 #include "platform/registry.h"
 #include "platform/store_blocks.h"
+#include "platform/timer_tree.h"
 #include "platform/wire_inline.h"
 
 namespace kvt {
@@ -64,6 +65,7 @@ std::uint32_t Checker::run() {
   check_map({nullptr, "side data", 0}, roots->sides, &Checker::check_side);
   check_map({nullptr, "identities", 0}, roots->oids, &Checker::check_oid);
   check_map({nullptr, "identities by serial", 0}, roots->oids_by_serial, &Checker::check_serial);
+  check_timers();
   check_references();
   check_unclaimed();
   if (line_ && faults_ > kMostLines) {
@@ -762,6 +764,49 @@ void Checker::check_queue(CheckedTable& table, const Place& place) {
     if (!cursor) return;
     if (cursor->table != table.at) fault({&here, "cursor", at}, "it is of another table");
     at = cursor->next;
+  }
+}
+
+void Checker::check_timers() {
+  const Place place = {nullptr, "timers", 0};
+  for (std::uint32_t at = db_.roots()->timer_trees; at;) {
+    const auto* tree = claim<TimerTree>(place, at);
+    if (!tree) return lost_timers_.push_back(0);
+    check_timer_tree({&place, "tree", tree->root}, tree->root);
+    at = tree->next;
+  }
+}
+
+// That every link leads to a timer of the tree comes first; then the tree can be looked through like any other.
+void Checker::check_timer_tree(const Place& place, std::uint32_t root) {
+  const auto is_in_block = [this](std::uint32_t at, std::uint32_t size) {
+    const CheckedBlock* block = block_around(at);
+    return block ? !block->pending && size <= block->size - (at - block->at) : db_.is_permanent(at);
+  };
+  if (root % 4 || !is_in_block(root, sizeof root)) {
+    lost_timers_.push_back(0);
+    return fault(place, "is in no block");
+  }
+  const auto* first = static_cast<const std::uint32_t*>(cage_at(root));
+  std::vector<std::uint32_t> left, seen;
+  if (*first) left.push_back(*first);
+  while (!left.empty()) {
+    const std::uint32_t at = left.back();
+    left.pop_back();
+    const auto* timer = static_cast<const TimerNode*>(cage_at(at));
+    if (at % 8 || at < kTimerNodeAt || !is_in_block(at - kTimerNodeAt, sizeof(kvt_timer)) || timer->root != root ||
+        seen.size() > used_bytes_ / sizeof(kvt_timer)) {
+      lost_timers_.push_back(root);
+      return fault(place, "%08x is no timer of it", at);
+    }
+    seen.push_back(at);
+    for (const std::uint32_t link : timer->node.link) {
+      if (!(link & kAvlThread)) left.push_back(link & ~kAvlLinkBits);
+    }
+  }
+  if (e_avl_check(*first, nullptr, timer_compare)) {
+    lost_timers_.push_back(root);
+    fault(place, "its timers do not stand in order");
   }
 }
 

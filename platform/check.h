@@ -54,6 +54,8 @@ class Checker {
   const std::vector<CheckedTable>& tables() const { return tables_; }
   // Text fields whose content is no block of theirs.
   const std::vector<std::uint32_t>& lost_texts() const { return lost_texts_; }
+  // Root words of trees of timers that are not right; 0 for the list of these trees.
+  const std::vector<std::uint32_t>& lost_timers() const { return lost_timers_; }
   // What the sums of the heap are; after run().
   std::uint64_t used_bytes() const { return used_bytes_; }
   std::uint64_t free_bytes() const { return free_bytes_; }
@@ -106,6 +108,8 @@ class Checker {
   bool check_object(const Place& place, std::uint32_t at, const kvt_type_record* expected, std::uint32_t room);
   bool check_text(const Place& place, std::uint32_t at, std::uint32_t length, bool secret);
   bool check_index(CheckedTable& table, const Place& place, unsigned key, std::vector<std::uint32_t>* records);
+  void check_timers();
+  void check_timer_tree(const Place& place, std::uint32_t root);
   void check_references();
   void check_unclaimed();
   void sweep_records(CheckedTable& table);
@@ -123,6 +127,7 @@ class Checker {
   std::vector<HeapCard> cards_ = std::vector<HeapCard>(kSlotSize >> kCardShift);
   std::vector<std::pair<std::uint32_t, std::uint32_t>> uncounted_;
   std::vector<std::uint32_t> lost_texts_;
+  std::vector<std::uint32_t> lost_timers_;
   std::vector<Span> permanent_;       // claimed permanent memory
   std::vector<std::uint32_t> types_;  // registered copies, by address
   std::vector<CheckedTable> tables_;

@@ -49,6 +49,13 @@ void trace(Message message, const char* text) {
   send(message, 1, &argument);
 }
 
+void trace(Message message, const void* address) {
+  fenlog_arg argument{};
+  argument.kind = FENLOG_ADDRESS;
+  argument.value.word = reinterpret_cast<std::uintptr_t>(address);
+  send(message, 1, &argument);
+}
+
 void stop(Message message) {
   trace(message);
   kvt_fatal();

@@ -17,6 +17,7 @@ enum class Message : std::uint32_t {
 void trace(Message message);
 void trace(Message message, std::int64_t number);
 void trace(Message message, const char* text);
+void trace(Message message, const void* address);
 // Traces the message and ends the process.
 [[noreturn]] void stop(Message message);
 

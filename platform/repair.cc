@@ -27,6 +27,10 @@ class Repair {
       put(static_cast<std::uint64_t*>(cage_at(field)), std::uint64_t{0});
       say("text at %08x: given up", field);
     }
+    for (const std::uint32_t root : found_.lost_timers()) {
+      put(root ? static_cast<std::uint32_t*>(cage_at(root)) : &store_.roots()->timer_trees, 0u);
+      say("timers: those of the tree at %08x given up", root);
+    }
     relink_tables();
     std::uint64_t pending = 0;
     for (const CheckedTable& table : found_.tables()) {

@@ -18,5 +18,6 @@ void run_watch(const Options& options);     // watch.cc
 void run_care(const Options& options);      // care.cc
 void run_trace(const Options& options);     // built.cc
 void run_manifest(const Options& options);  // built.cc
+void run_timers(const Options& options);    // timers.cc
 
 }  // namespace wlanctl

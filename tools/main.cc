@@ -41,6 +41,8 @@ void run(const wlanctl::Options& options) {
       return wlanctl::run_trace(options);
     case wlanctl::Command::kManifest:
       return wlanctl::run_manifest(options);
+    case wlanctl::Command::kTimers:
+      return wlanctl::run_timers(options);
     case wlanctl::Command::kCare:
       return wlanctl::run_care(options);
   }

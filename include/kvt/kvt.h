@@ -10,6 +10,7 @@
 #include "kvt/primitives.h"
 #include "kvt/print.h"
 #include "kvt/table.h"
+#include "kvt/timer.h"
 #include "kvt/trace.h"
 #include "kvt/type_record.h"
 #include "kvt/xml.h"

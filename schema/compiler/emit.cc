@@ -42,13 +42,9 @@ void add_family(std::vector<MessageText>& list, const std::string& family, const
   }
 }
 
-bool has_timer(const Module& module) {
-  for (const Struct* type : module.structs) {
-    for (const Field& f : type->fields) {
-      if (f.kind == Kind::kTimer) return true;
-    }
-  }
-  return false;
+// The messages that a field has of its own; null for none.
+const char* family_of(const Field& f) {
+  return f.kind == Kind::kReference ? "REFERENCE" : f.kind == Kind::kTimer ? "TIMER_FIELD" : nullptr;
 }
 
 // The types of a module stand in a namespace of its own, so that several modules fit into one library.
@@ -70,6 +66,12 @@ bool same_content(const std::filesystem::path& path, const std::string& text) {
 }
 
 }  // namespace
+
+std::string type_number(const Module& module, int index) {
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%08X", 0xF0000000u | module.number << 20 | static_cast<std::uint32_t>(index));
+  return text;
+}
 
 std::string fill(const char* text, const Holes& holes) {
   std::string out;
@@ -118,7 +120,7 @@ MessageIndex number_messages(const Module& module) {
     index.type_first[type->name] = static_cast<std::uint32_t>(index.type.size());
     add_family(index.type, "STRUCT", {{"type", type->name}});
     for (const Field& f : type->fields) {
-      if (f.kind == Kind::kReference) add_family(index.type, "REFERENCE", {{"type", type->name}, {"field", f.name}});
+      if (const char* family = family_of(f)) add_family(index.type, family, {{"type", type->name}, {"field", f.name}});
     }
   }
   auto add_scalar = [&](const std::string& name) {
@@ -139,10 +141,7 @@ MessageIndex number_messages(const Module& module) {
   }
   index.module_first = static_cast<std::uint32_t>(index.type.size());
   add_family(index.type, "MODULE", {});
-  if (has_timer(module)) {
-    const std::size_t prefix = module.name.find('_');
-    add_family(index.timer, "TIMER", {{"queue", module.name.substr(prefix == std::string::npos ? 0 : prefix + 1)}});
-  }
+  if (!timer_fields(module).empty()) add_family(index.timer, "TIMER", {{"queue", queue_name(module)}});
   return index;
 }
 
@@ -162,13 +161,13 @@ std::string message_symbol(const MessageTable& table) {
   return "kvt_messages_" + table.module + "_" + std::to_string(table.number);
 }
 
-std::uint32_t reference_message(const Struct& type, const Field& field) {
+std::uint32_t field_message(const Struct& type, const Field& field) {
   std::uint32_t place = family_size("STRUCT");
   for (const Field& f : type.fields) {
-    if (&f == &field) break;
-    if (f.kind == Kind::kReference) place += family_size("REFERENCE");
+    if (&f == &field) return family_of(f) ? place : 0;
+    if (const char* family = family_of(f)) place += family_size(family);
   }
-  return place;
+  return 0;
 }
 
 std::uint32_t key_message(std::size_t key) {
@@ -213,6 +212,7 @@ bool emit(const Schema& schema, const Module& module, const std::string& directo
   emit_serial(out);
   emit_scalars(out);
   emit_tables(out);
+  emit_timers(out);
   emit_xsd(out);
   for (const auto& [name, raw] : out.files) {
     if (!write_file(directory, name, with_namespace(raw, module), message)) return false;

@@ -60,14 +60,28 @@ struct MessageTable {
 std::vector<MessageTable> message_tables(const Module& module, const MessageIndex& index);
 std::string message_symbol(const MessageTable& table);
 
+// What stands in a stored word for a static type: the module's number and the type's index in its table.
+std::string type_number(const Module& module, int index);
+
 // The first 16 bytes of the SHA-256 of the bytes, as they are and as 32 hexadecimal digits.
 std::string digest(const std::string& bytes);
 std::string hex_digits(const std::string& bytes);
 // The lines of a module's manifest and of its build stamp; see docs/formats/manifest.md.
 std::string manifest(const Module& module);
 std::string build_stamp(const Module& module, const std::map<std::string, std::string>& given);
-std::uint32_t reference_message(const Struct& type, const Field& field);  // counted from the type's first
-std::uint32_t key_message(std::size_t key);                               // counted from the table's first
+// The first message of a field, counted from the type's first; 0 for a field without any.
+std::uint32_t field_message(const Struct& type, const Field& field);
+std::uint32_t key_message(std::size_t key);  // counted from the table's first
+
+// The timers of a module, and what the name of its queue is made of. See emit_timers.cc.
+struct TimerField {
+  const Struct* type;
+  const Field* field;
+};
+std::vector<TimerField> timer_fields(const Module& module);
+std::string queue_name(const Module& module);
+std::string declare_timer(const Struct& type, const Field& field);
+std::string declare_timers(const Module& module);
 
 // Where the failure object of each type and the failure record of each table lie in the module's zone.
 struct FailureZone {
@@ -97,6 +111,7 @@ void emit_accessors(Output& out);
 void emit_serial(Output& out);
 void emit_scalars(Output& out);
 void emit_tables(Output& out);
+void emit_timers(Output& out);
 void emit_xsd(Output& out);
 
 }  // namespace zarnc

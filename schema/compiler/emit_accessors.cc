@@ -106,6 +106,8 @@ std::string declare_accessors(const Struct& type) {
         holes);
     if (f.kind != Kind::kTimer) {
       out += fill("KVT_EXPORT void $(type)_$(field)_state_flag_set($(object), uint32_t value, int *err);\n", holes);
+    } else {
+      out += declare_timer(type, f);
     }
     out += "///@}\n";
   }

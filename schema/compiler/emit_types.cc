@@ -41,7 +41,7 @@ Holes struct_holes(const Struct& type) {
   holes.emplace_back("tracked", std::to_string(type.plain.back() + type.block.back()));
   const bool timer =
       std::any_of(type.fields.begin(), type.fields.end(), [](const Field& f) { return f.kind == Kind::kTimer; });
-  holes.emplace_back("timer_destroy", timer ? " It stops no timer: the caller has stopped the object's before." : "");
+  holes.emplace_back("timer_destroy", timer ? " It stops no timer: the caller has stopped the object's before. One that runs leaves its queue with the memory." : "");
   holes.emplace_back("timer_set", timer ? " The timer's block is copied as it is: neither timer may be running." : "");
   return holes;
 }
@@ -111,7 +111,8 @@ void emit_headers(Output& out) {
   for (const Need& need : out.module.needs) needs += (needs.empty() ? ": " : ", ") + need.name;
   std::string& umbrella = out.header(m + ".h");
   umbrella = wrap(out, "all", "All that the module " + m + " exports.",
-                  includes + fill(R"--(
+                  includes +
+                      fill(R"--(
 /// Registers the module's types in the handle's registry; its address goes to kvt_type_info_ptr_get. ENOMEM.
 KVT_EXPORT void $(m)_typeinfo_initialize(kvt_handle *handle, uint32_t txn, int *err);
 /// Binds the module's trace id; cheap and idempotent.
@@ -130,7 +131,8 @@ KVT_EXPORT extern void *$(m)_bundle_registered_handler;
 /// The trace id of generated stubs of the module; kept for them, not read here.
 KVT_EXPORT extern uint16_t g_kvt_$(m)_stub_trace_module_id;
 )--",
-                                  {{"m", m}, {"needs", needs}}));
+                           {{"m", m}, {"needs", needs}}) +
+                      declare_timers(out.module));
 }
 
 void emit_lifecycle(Output& out) {

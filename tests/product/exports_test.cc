@@ -49,6 +49,9 @@ const Names kField = {"get", "set", "state_flag_get", "state_flag_set"};
 const Names kValueField = {"get_value", "set_value"};
 const Names kReferenceField = {"get_by_ref",    "get_by_ref_cr",  "set_by_ref",
                                "set_by_ref_cr", "state_flag_get", "state_flag_set"};
+const Names kTimerField = {"is_timer_running", "state_flag_get", "timer_callback_unsafe",
+                           "timer_dump",       "timer_safe_set", "timer_safe_stop",
+                           "timer_set",        "timer_stop"};
 const Names kTable = {"create_record",
                       "create_record_w_src",
                       "delete",
@@ -189,7 +192,11 @@ class Exports : public Product {
                                    "zarn_wlan_type_variant_dump",
                                    "zarn_wlan_bundle_handler_register",
                                    "zarn_wlan_bundle_handler_unregister",
-                                   "zarn_wlan_bundle_registered_handler"};
+                                   "zarn_wlan_bundle_registered_handler",
+                                   "zarn_wlan_timer_callback_table",
+                                   "zarn_wlan_timer_type_mrst_lookup",
+                                   "wlan_timer_dispatch",
+                                   "wlan_timer_queue_init"};
     std::set<std::string> value_types = {"u_int8", "u_int16", "u_int32", "u_int64", "kvt_boolean"};
     auto add = [&](const std::string& prefix, const Names& family) {
       for (const std::string& operation : family) names.insert(prefix + "_" + operation);
@@ -215,7 +222,8 @@ class Exports : public Product {
       } else if (first == "field") {
         const std::string prefix = type + "_" + second;
         if (third == "timer") {
-          names.insert(prefix + "_state_flag_get");
+          add(prefix, kTimerField);
+          names.insert(type + "_timer_callback_table");
         } else if (third == "kvt_oid") {
           add(prefix, kReferenceField);
         } else {

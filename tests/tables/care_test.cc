@@ -36,6 +36,9 @@ class Care : public testing::Test {
       records_.push_back(record);
     }
     mt_set_tenant_id(0);
+    queue_ = static_cast<kvt_timer_queue*>(wlan_timer_queue_init(rig_, rig_.txn(), &rig_.err));
+    for (const unsigned n : {6, 7, 8})
+      st_wlan_ref_cleanup_timer_timer_set(rig_, rig_.txn(), queue_, payload(n), 60, 0, 0, 0, nullptr, &rig_.err);
     kvt_handle_to_oid(rig_, rig_.txn(), record_payload(ops_, records_[1]), 2, 1, &rig_.err);
     void* freed = rig_->store_alloc(rig_->store, rig_.txn(), 4000);
     rig_->store_alloc(rig_->store, rig_.txn(), 16);
@@ -68,6 +71,7 @@ class Care : public testing::Test {
   const TableOps& ops_ = table_named("tbl_apgroup_wlan");
   Rig rig_;
   void* table_;
+  kvt_timer_queue* queue_;
   std::vector<void*> records_;
   char* base_;
   kvt::StoreRoots* roots_;
@@ -119,6 +123,10 @@ TEST_F(Care, DamageIsFoundSaidAndMended) {
       {"card of the heap",
        [&] { return reinterpret_cast<std::uint32_t*>(base_ + kvt::kCardsAt) + kvt::kSegmentSize / 4096 / 2; }, 2,
        "card", true},
+      {"root of timers", [&] { return &queue_->root; }, 0x100, "is no timer of it", true},
+      {"due time of a timer", [&] { return static_cast<std::uint32_t*>(kvt_ref_at(queue_->root)) + 4; }, 0x400000,
+       "its timers do not stand in order", true},
+      {"list of timers' trees", [&] { return &roots_->timer_trees; }, 0x8, "timers: ", true},
       {"side data", [&] { return &roots_->sides.count; }, 1, "side data", false},
       {"identity's object",
        [&] {

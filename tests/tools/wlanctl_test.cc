@@ -4,12 +4,14 @@
 #include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <zarn_wlan/zarn_wlan.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <string>
 
 namespace {
@@ -500,6 +502,32 @@ TEST_F(Wlanctl, NamesCannotStirTheTerminal) {
   EXPECT_EQ(list.find("\xc2\x9b"), std::string::npos);
   EXPECT_NE(list.find("\xe2\x82\xac"), std::string::npos);
   EXPECT_NE(on_database("list --json").out.find("a\\u000ab"), std::string::npos);
+}
+
+TEST_F(Wlanctl, TimersAreShownAndRun) {
+  import_campus();
+  EXPECT_EQ(on_database("timers").out, "DUE  IN  EVERY  FOR\n");
+  kvt_handle_options options;
+  kvt_handle_options_init(&options);
+  int err = 0;
+  kvt_handle* h = kvt_handle_open_database(at("a.db").c_str(), &options, &err);
+  const std::uint32_t txn = kvtdb_txn_begin(h, &err);
+  void* queue = wlan_timer_queue_init(h, txn, &err);
+  void* table = tbl_wlan_table_open(h, txn, "campus", 1, &err);
+  void* record = tbl_wlan_pkey_get_first(h, txn, table, &err);
+  st_wlan_ref_cleanup_timer_timer_set(h, txn, queue, tbl_wlan_st_wlan_get_field(h, txn, record), -2, 0, 0, 0, nullptr,
+                                      &err);
+  kvtdb_txn_commit(h, txn, &err);
+  kvt_handle_close(h);
+  ASSERT_EQ(err, 0);
+  const Result shown = shell("wlanctl timers a.db"), again = on_database("timers");
+  EXPECT_TRUE(std::regex_match(shown.out, std::regex("DUE .*\n-?\\d+\\.\\d{6} +-\\d+\\.\\d{6} +-  +wlan_id 1, .*\n")))
+      << shown.out;
+  EXPECT_EQ(lines(again.out), 2u) << "looking changes nothing";
+  const Result run = on_database("timers --run");
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out.rfind("expired: wlan_id 1, profile_name \"", 0), 0u) << run.out;
+  EXPECT_EQ(lines(on_database("timers --run").out + on_database("timers").out), 1u);
 }
 
 const std::string kModule = ZARN_BINARY_DIR "/libzarn_wlan.so";
