@@ -143,6 +143,17 @@ uint64_t kvtdb_compact(kvt_handle* handle, int* err) {
   return hold ? hold->shorten_file() : 0;
 }
 
+void kvtdb_set_durability(kvt_handle* handle, int durability, int* err) {
+  const Hold hold(handle, err);
+  if (!hold) return;
+  if (durability < KVT_DURABILITY_DEFAULT || durability > KVT_DURABILITY_MACHINE) {
+    return kvt_store_epoch_err(handle, EINVAL, err);
+  }
+  const int error =
+      hold->set_durability(durability == KVT_DURABILITY_MACHINE ? kMachineDurability : kProcessDurability);
+  if (error) kvt_store_epoch_err(handle, error, err);
+}
+
 void kvtdb_get_info(kvt_handle* handle, kvtdb_info* info, int* err) {
   *info = {};
   const Hold hold(handle, err);
@@ -167,4 +178,5 @@ void kvtdb_get_info(kvt_handle* handle, kvtdb_info* info, int* err) {
   for (const CheckedTable& table : found.tables()) info->records += static_cast<uint32_t>(table.records.size());
   info->transactions = header.txn_last;
   info->key_id = header.key_id;
+  info->durability = header.durability == kMachineDurability ? KVT_DURABILITY_MACHINE : KVT_DURABILITY_PROCESS;
 }

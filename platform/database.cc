@@ -8,6 +8,7 @@
 #include "platform/database.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +16,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "platform/files.h"
 #include "platform/messages.h"
 #include "platform/timer_tree.h"
 
@@ -24,16 +26,24 @@ namespace {
 constexpr std::uint32_t kEntryHeader = 16;
 constexpr std::uint32_t kKeptLogSegments = 4;
 constexpr std::uint32_t kWatcherCheck = 64;  // transactions
-// What one change of the allocator may log, and what growing keeps back so that the log isn't what runs out first.
+// What one change of the allocator may log, and what is kept back for what can't be refused.
 constexpr std::uint32_t kHeapStep = 4096;
-constexpr std::uint32_t kGrowReserve = 128 * 1024;
+constexpr std::uint32_t kLogReserve = 128 * 1024;
+// With machine durability ranges are logged by whole pages: the room that short ones take at most, all together.
+constexpr std::uint32_t kPage = 4096;
+constexpr std::uint32_t kPagesRoom = 128 * (kPage + kEntryHeader);
 constexpr std::uint32_t kWipeStep = 32 * 1024;  // fresh memory is logged in steps of that size
+
+constexpr std::uint32_t kWipe = 0x80000000;
 
 struct LogEntry {  // stored format
   std::uint32_t at;
-  std::uint32_t length;  // of the bytes that follow; 0 for memory that was free, and zero
+  std::uint32_t length;  // of the bytes that follow; with kWipe, of memory that was free, and zero
   std::uint32_t previous;
-  std::uint32_t wiped;  // length of that memory
+  std::uint32_t checksum;  // with machine durability, else 0
+
+  std::uint32_t bytes() const { return length & kWipe ? 0 : length; }
+  std::uint32_t wiped() const { return length & kWipe ? length & ~kWipe : 0; }
 };
 STORED_SIZE(LogEntry, 16);
 
@@ -47,6 +57,16 @@ std::uint32_t rounded(std::uint32_t size) { return (size + 7u) & ~7u; }
 
 // The order of these stores is what a dead writer's successor relies on; the processor keeps it, the compiler must too.
 void publish(std::uint32_t* at, std::uint32_t value) { std::atomic_ref(*at).store(value, std::memory_order_release); }
+
+std::uint32_t checksum_of(const LogEntry& entry, std::uint32_t txn) {
+  std::uint32_t sum = 2166136261u ^ txn;
+  const auto add = [&sum](const void* bytes, std::uint32_t length) {
+    for (std::uint32_t i = 0; i < length; i++) sum = (sum ^ static_cast<const unsigned char*>(bytes)[i]) * 16777619u;
+  };
+  add(&entry, offsetof(LogEntry, checksum));
+  add(&entry + 1, entry.bytes());
+  return sum;
+}
 
 struct flock byte_lock(short type, off_t at) {
   struct flock region {};
@@ -82,12 +102,13 @@ int Database::begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool e
   }
   writer_.store(store, std::memory_order_relaxed);
   const bool left_open = header_->log_last;
-  const bool sound = header_is_sound() && (!left_open || roll_back());
-  const bool heap_sound = sound && heap_is_sound();
-  if (!sound || (!heap_sound && !even_damaged)) {
+  int error = !header_is_sound() ? EIO : left_open ? roll_back() : 0;
+  const bool heap_sound = !error && heap_is_sound();
+  if (!error && !heap_sound && !even_damaged) error = EIO;
+  if (error) {
     lock_file(store->fd(), F_UNLCK);
     release_lock();
-    return EIO;
+    return error;
   }
   if (!left_open) settle_segments(true);
   txn_ = header_->txn_last + 1;
@@ -95,6 +116,7 @@ int Database::begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool e
   header_->txn_last = txn_;
   use_log_areas();
   logged_.fill(0);
+  doomed_ = 0;
   // What is wilderness now holds nothing that an abort must bring back, but for the header before it.
   fresh_begin_ = heap_sound && heap_.top() ? heap_.top() + 8 : 0;
   fresh_end_ = heap_sound ? heap_.top() + heap_.top_size() : 0;
@@ -154,16 +176,33 @@ void Database::record_changes() {
   recorded_ = true;
 }
 
-void Database::commit() {
+int Database::commit() {
   // Blocks freed in the transaction were kept, since an abort needs their bytes; now they go, still under the log.
   for (std::uint32_t at : pending_) {
-    if (!reserve_log(kHeapStep)) break;
+    if (!need_log(kHeapStep)) break;
     give_back(at);
   }
-  pending_.clear();
   if (!recorded_ && header_->log_last) ring()->skip();
+  const bool must_sync = is_machine_durable() && header_->log_last;
+  if (must_sync && !doomed_) doomed_ = sync_file();
+  if (const int error = doomed_) {
+    abort();
+    return error;
+  }
+  pending_.clear();
   publish(&header_->log_last, 0);
   ring()->show();
+  const int error = must_sync ? sync(header_, sizeof *header_) : 0;
+  error ? to_wipe_.clear() : tidy_up();
+  lock_file(writer()->fd(), F_UNLCK);
+  // Stores into the mapping wake nobody; a write to the file does. Failing that, a reader learns of it at the next one.
+  if (std::atomic_ref(ring()->watchers).load(std::memory_order_relaxed))
+    (void)write_all(writer()->fd(), "", 1, kRingAt + offsetof(ChangeRing, bell));
+  release_lock();
+  return error;
+}
+
+void Database::tidy_up() {
   // Nobody asks for these bytes any more.
   for (const Area& area : to_wipe_) std::memset(cage_at(area.begin), 0, area.end - area.begin);
   to_wipe_.clear();
@@ -172,11 +211,6 @@ void Database::commit() {
   for (std::uint32_t i = 1; i < header_->segments; i++) {
     if (header_->kinds[i] == Segment::kLog && ++kept > kKeptLogSegments) free_segment(i);
   }
-  lock_file(writer()->fd(), F_UNLCK);
-  // Stores into the mapping wake nobody; a write to the file does. Failing that, a reader learns of it at the next one.
-  if (std::atomic_ref(ring()->watchers).load(std::memory_order_relaxed))
-    (void)!pwrite(writer()->fd(), "", 1, kRingAt + offsetof(ChangeRing, bell));
-  release_lock();
 }
 
 void Database::give_back(std::uint32_t block) {
@@ -189,7 +223,8 @@ void Database::give_back(std::uint32_t block) {
 void Database::abort() {
   pending_.clear();
   to_wipe_.clear();
-  if (!roll_back()) stop(Message::kBadLog);
+  // What the disk does not take stays for the next one who gets the lock.
+  if (roll_back() && !log_is_sound()) stop(Message::kBadLog);
   end_watched(base_, kSlotSize);  // what the transaction made is no more
   lock_file(writer()->fd(), F_UNLCK);
   release_lock();
@@ -223,6 +258,12 @@ bool Database::heap_is_sound() const {
   return !top || (top % 8 == 0 && holds(top) && heap_.top_size() <= end - top);
 }
 
+// Bytes from a place in the log to the end of its stretch.
+std::uint32_t Database::stretch_left(std::uint32_t at) const {
+  at -= base_;
+  return at < kSegmentSize ? kFirstPermanentAt - at : kSegmentSize - at % kSegmentSize;
+}
+
 // Whether the log leads back to its begin by entries that lie in it, and changes nothing that it stands on itself.
 bool Database::log_is_sound() const {
   const std::uint32_t file = header_->segments * kSegmentSize;
@@ -233,12 +274,12 @@ bool Database::log_is_sound() const {
     const std::uint32_t at = next - base_;
     if (at % 8 || at < kLogAt || at >= file || entries > file / kEntryHeader) return false;
     if (at < kSegmentSize ? at >= kFirstPermanentAt : !is_log(at)) return false;
-    const std::uint32_t room = at < kSegmentSize ? kFirstPermanentAt - at : kSegmentSize - at % kSegmentSize;
+    const std::uint32_t room = stretch_left(next);
     const auto* entry = static_cast<const LogEntry*>(cage_at(next));
     const std::uint32_t to = entry->at - base_, length = entry->length;
     next = entry->previous;
     if (room < kEntryHeader) return false;
-    if (!length && is_heap(entry->at, entry->wiped) && (wiped += entry->wiped) <= 2ull * file) continue;
+    if (is_heap(entry->at, entry->wiped()) && (wiped += entry->wiped()) <= 2ull * file) continue;
     if (length < 1 || length > room - kEntryHeader) return false;
     if (to < kRootsAt || to >= file || length > file - to) return false;
     const auto within = [&](std::uint32_t begin, std::uint32_t end) { return to >= begin && to + length <= end; };
@@ -262,21 +303,62 @@ bool Database::is_heap(std::uint32_t at, std::uint32_t length) const {
   return true;
 }
 
+// After a loss of power the disk may have entries that the header does not name yet, but what they cover has changed.
+void Database::find_log_end() {
+  for (std::uint32_t at = header_->log_last; at;) {
+    const std::uint32_t taken = kEntryHeader + rounded(static_cast<const LogEntry*>(cage_at(at))->bytes());
+    const std::uint32_t room = stretch_left(at) - taken;
+    const auto* next = static_cast<const LogEntry*>(cage_at(at + taken));
+    if (room <= kEntryHeader || next->previous != at || next->bytes() > room - kEntryHeader) return;
+    if (next->checksum != checksum_of(*next, header_->txn_last)) return;
+    publish(&header_->log_last, at += taken);
+  }
+}
+
 // Can be interrupted and begun again: until the last store the log stays as it is.
-bool Database::roll_back() {
-  if (!log_is_sound()) return false;
+int Database::roll_back() {
+  const bool must_sync = is_machine_durable() && header_->log_last;
+  if (!log_is_sound()) return EIO;
+  if (must_sync) {
+    find_log_end();
+    if (!log_is_sound()) return EIO;
+  }
   for (std::uint32_t at = header_->log_last; at;) {
     const auto* entry = static_cast<const LogEntry*>(cage_at(at));
-    if (entry->length) {
+    if (entry->bytes()) {
       std::memcpy(cage_at(entry->at), entry + 1, entry->length);
     } else {
-      std::memset(cage_at(entry->at), 0, entry->wiped);
+      std::memset(cage_at(entry->at), 0, entry->wiped());
     }
     at = entry->previous;
   }
   settle_segments(false);
+  if (must_sync) {
+    if (const int error = sync_file()) return error;
+  }
   publish(&header_->log_last, 0);
-  return true;
+  return must_sync ? sync(header_, sizeof *header_) : 0;
+}
+
+int Database::sync(const void* at, std::size_t length) const {
+  const auto begin = reinterpret_cast<std::uintptr_t>(at) & ~std::uintptr_t{kPage - 1};
+  const std::size_t end = reinterpret_cast<std::uintptr_t>(at) + length;
+  return msync(reinterpret_cast<void*>(begin), end - begin, MS_SYNC) ? errno : 0;
+}
+
+int Database::sync_file() const { return fdatasync(writer()->fd()) ? errno : 0; }
+
+void Database::order() {
+  if (is_machine_durable() && !doomed_) doomed_ = sync_file();
+}
+
+// In a transaction that has changed nothing yet.
+int Database::set_durability(Durability durability) {
+  if (durability == kMachineDurability) {
+    if (const int error = sync_file()) return error;
+  }
+  publish(&header_->durability, durability);
+  return sync(header_, sizeof *header_);
 }
 
 void Database::settle_segments(bool committed) {
@@ -309,22 +391,29 @@ void Database::use_log_areas() {
   }
   area_ = 0;
   log_at_ = areas_[0].begin;
+  log_left_ = 0;
+  for (const Area& area : areas_) log_left_ += area.end - area.begin;
 }
 
 bool Database::add_log_area() {
   std::uint32_t begin = take_segments(1, Segment::kLog, 0);
-  if (begin) areas_.push_back({begin, begin + kSegmentSize});
-  return begin != 0;
+  if (!begin) return false;
+  areas_.push_back({begin, begin + kSegmentSize});
+  log_left_ += kSegmentSize;
+  return true;
 }
 
 bool Database::reserve_log(std::uint32_t bytes) {
-  std::uint64_t left = areas_[area_].end - log_at_;
-  for (std::size_t i = area_ + 1; i < areas_.size(); i++) left += areas_[i].end - areas_[i].begin;
-  while (left < bytes) {
-    if (!add_log_area()) return false;
-    left += kSegmentSize;
+  const std::uint32_t kept = is_machine_durable() ? kLogReserve + kPagesRoom : kLogReserve;
+  while (log_left_ < std::uint64_t{bytes} + kept) {
+    if (doomed_ || !add_log_area()) return false;
   }
   return true;
+}
+
+bool Database::need_log(std::uint32_t bytes) {
+  if (!doomed_ && !reserve_log(bytes)) doomed_ = ENOSPC;
+  return !doomed_;
 }
 
 // What the next entry may take, with its header.
@@ -334,16 +423,27 @@ std::uint32_t Database::log_room() {
     if (room >= kEntryHeader + 8) return room;
     if (area_ + 1 == areas_.size() && !add_log_area()) stop(Message::kLogFull);
     log_at_ = areas_[++area_].begin;
+    log_left_ -= room;
   }
 }
 
 void Database::append(std::uint32_t at, std::uint32_t length, std::uint32_t wiped) {
   auto* entry = static_cast<LogEntry*>(cage_at(log_at_));
-  *entry = {at, length, header_->log_last, wiped};
+  *entry = {at, length | wiped, header_->log_last, 0};
   std::memcpy(entry + 1, cage_at(at), length);
+  const bool ordered = is_machine_durable();
+  if (ordered) {
+    entry->checksum = checksum_of(*entry, txn_);
+    if (const int error = sync(entry, kEntryHeader + length)) doomed_ = error;
+  }
   publish(&header_->log_last, log_at_);
+  // The entries that follow in the stretch are found without the header.
+  if (ordered && log_at_ == areas_[area_].begin) {
+    if (const int error = sync(header_, sizeof *header_)) doomed_ = error;
+  }
   std::atomic_signal_fence(std::memory_order_seq_cst);  // the caller's store comes after
   log_at_ += kEntryHeader + rounded(length);
+  log_left_ -= kEntryHeader + rounded(length);
 }
 
 void Database::log(std::uint32_t at, std::uint32_t length) {
@@ -357,7 +457,7 @@ void Database::log(std::uint32_t at, std::uint32_t length) {
 
 void Database::log_wipe(std::uint32_t at, std::uint32_t length) {
   log_room();
-  append(at, 0, length);
+  append(at, 0, kWipe | length);
 }
 
 void Database::hand_out(std::uint32_t at, std::uint32_t length) {
@@ -380,12 +480,32 @@ bool Database::is_fresh(std::uint32_t at, std::uint32_t length) const {
 
 void Database::announce(std::uint32_t at, std::uint32_t length) {
   if (!length || is_fresh(at, length)) return;
+  if (is_machine_durable()) widen(&at, &length);
   // The first bytes logged are the ones that count, so an equal range need not be logged again.
   std::uint64_t range = (std::uint64_t{at} << 32) | length;
   std::uint64_t& before = logged_[(at >> 2 ^ at >> 11) % logged_.size()];
   if (before == range) return;
+  need_log(length);
   log(at, length);
   before = range;
+}
+
+// A range is on the disk before it is stored into, which costs the same for a few bytes as for a page: what lies beside
+// it goes along, up to what no abort takes back.
+void Database::widen(std::uint32_t* at, std::uint32_t* length) const {
+  std::uint32_t begin = *at & ~(kPage - 1), end = (*at + *length + kPage - 1) & ~(kPage - 1);
+  if (*at - base_ < kCardsAt) {
+    const std::uint32_t roots = base_ + kRootsAt;
+    const std::uint32_t names = roots + static_cast<std::uint32_t>(offsetof(StoreRoots, permanent_keys));
+    const std::uint32_t tables = roots + static_cast<std::uint32_t>(offsetof(StoreRoots, tables));
+    begin = *at < names ? roots : tables;
+    end = *at < names ? names : roots + static_cast<std::uint32_t>(sizeof(StoreRoots));
+    if (*at < begin || *at + *length > end) return;
+  } else if (*at - base_ >= kCardsEnd && !holds(*at)) {
+    return;
+  }
+  *at = begin;
+  *length = end - begin;
 }
 
 bool Database::announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn, bool told) {
@@ -419,7 +539,7 @@ bool Database::holds(std::uint32_t at) const {
 }
 
 void* Database::alloc(std::uint32_t size) {
-  if (size > kSlotSize || !reserve_log(kHeapStep)) return nullptr;
+  if (size > kSlotSize || !need_log(kHeapStep)) return nullptr;
   return heap_.alloc(size);
 }
 
@@ -428,12 +548,12 @@ void Database::free(void* block) {
   if (in_slot(block) && is_permanent(at)) return free_permanent(at);
   if (!heap_.is_block(block)) stop(Message::kBadFree);
   if (is_fresh(at, 1)) {
-    if (!reserve_log(kHeapStep)) return;
+    if (!need_log(kHeapStep)) return;
     std::memset(block, 0, heap_.block_size(block));
     heap_.free(block);
     return;
   }
-  if (!reserve_log(kHeapStep)) return;
+  if (!need_log(kHeapStep)) return;
   heap_.mark_pending(block);
   pending_.push_back(at);
 }
@@ -476,11 +596,13 @@ void* Database::alloc_permanent(std::uint32_t size) {
 void Database::free_permanent(std::uint32_t at) {
   auto* block = static_cast<PermanentBlock*>(cage_at(at)) - 1;
   block->next = header_->permanent_free;
+  order();
   publish(&header_->permanent_free, cage_ref(block));
 }
 
 std::uint32_t Database::grow(std::uint32_t segments, std::uint32_t wanted) {
-  if (!reserve_log(kGrowReserve)) return 0;
+  // Not the log is what runs out first.
+  if (!reserve_log(kLogReserve)) return 0;
   // Where it cannot be continued, the wilderness becomes a chunk like others.
   if (fresh_used_ < fresh_end_) hand_out(fresh_used_, fresh_end_ - fresh_used_);
   return take_segments(segments, Segment::kNewHeap, wanted);
@@ -510,11 +632,9 @@ std::uint32_t Database::take_segments(std::uint32_t count, Segment kind, std::ui
 bool Database::extend_file(std::uint32_t segments) {
   off_t from = off_t{header_->segments} * kSegmentSize;
   off_t length = off_t{segments} * kSegmentSize - from;
-  int error;
-  do {
-    error = posix_fallocate(writer()->fd(), from, length);
-  } while (error == EINTR);
-  if (error) return false;
+  if (allocate_file(writer()->fd(), from, length)) return false;
+  // The header must not be on the disk before the room that it tells of.
+  if (is_machine_durable() && sync_file()) return false;
   publish(&header_->segments, segments);
   return true;
 }

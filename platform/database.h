@@ -30,6 +30,12 @@ enum class Segment : std::uint8_t {
   kOldHeap = 5,  // given up by the open transaction: kFree by commit, kHeap by abort
 };
 
+// What a commit survives. See docs/design/durability.md.
+enum Durability : std::uint32_t {
+  kProcessDurability = 0,  // the death of processes
+  kMachineDurability = 1,  // the loss of power too
+};
+
 struct DatabaseHeader {          // stored format, at the start of the file
   char magic[8];                 // offset 0
   std::uint32_t version;         // offset 8
@@ -43,7 +49,8 @@ struct DatabaseHeader {          // stored format, at the start of the file
   std::uint32_t permanent_end;   // offset 40
   std::uint32_t permanent_free;  // offset 44, list of freed permanent blocks
   std::uint64_t key_id;          // offset 48, the key under which secrets are sealed; 0 before the first open
-  std::uint8_t reserved[8];      // offset 56
+  std::uint8_t reserved[4];      // offset 56
+  std::uint32_t durability;      // offset 60, a Durability
   Segment kinds[256];            // offset 64; the first segment is none of these
   std::uint8_t identity[16];     // offset 320, of the file, at random: a backup has its database's
 };
@@ -51,6 +58,7 @@ STORED_SIZE(DatabaseHeader, 336);
 STORED_FIELD(DatabaseHeader, identity, 320, std::uint8_t[16]);
 STORED_FIELD(DatabaseHeader, log_last, 28, std::uint32_t);
 STORED_FIELD(DatabaseHeader, key_id, 48, std::uint64_t);
+STORED_FIELD(DatabaseHeader, durability, 60, std::uint32_t);
 
 // Layout of the first segment.
 inline constexpr std::uint32_t kRootsAt = 0x1000;
@@ -73,6 +81,7 @@ struct OpenRequest {
   int slot;
   char* message;
   std::size_t message_size;
+  Durability durability = kProcessDurability;  // of a file that is made
 };
 
 // Reads and checks the head of a file. False, with `err` and the request's message, if it is no database that this
@@ -94,7 +103,8 @@ class Database final : public HeapBacking {
   // change belongs to it, too. Then records the changes for the readers of the feed.
   void raise_events(kvt_handle* handle);
   void record_changes();
-  void commit();
+  // 0; ENOSPC or EIO: the transaction was doomed (see announce) and has been rolled back.
+  int commit();
   void abort();
 
   Store* writer() const { return writer_.load(std::memory_order_relaxed); }
@@ -122,12 +132,21 @@ class Database final : public HeapBacking {
   int restore_from(const DatabaseHeader& backup, int fd, const char** reason);
   void give_up_top();
   std::uint64_t shorten_file();
+  int set_durability(Durability durability);
   Heap& heap() { return heap_; }
   const Heap& heap() const { return heap_; }
 
   bool announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn, bool told = true);
+  // Room for `bytes` of undo log, beside what is always kept back. `need_log` dooms the transaction when there is none.
   bool reserve_log(std::uint32_t bytes);
+  bool need_log(std::uint32_t bytes);
+  // With machine durability: all that was stored so far reaches the disk before anything that is stored later. For
+  // memory that no undo log covers.
+  void order();
 
+  // Makes the range safe to be stored into. Nobody asks whether that worked, so it always does: when the log cannot
+  // grow any more the range goes to the part of it that is kept back, and the transaction is doomed. From then on
+  // nothing is allocated, and commit rolls back.
   void announce(std::uint32_t at, std::uint32_t length) override;
   void hand_out(std::uint32_t at, std::uint32_t length) override;
   std::uint32_t grow(std::uint32_t segments, std::uint32_t wanted) override;
@@ -148,17 +167,25 @@ class Database final : public HeapBacking {
   bool extend_file(std::uint32_t segments);
   void use_log_areas();
   bool add_log_area();
+  std::uint32_t stretch_left(std::uint32_t at) const;
   void log(std::uint32_t at, std::uint32_t length);
   // An undo log entry that makes the range zero.
   void log_wipe(std::uint32_t at, std::uint32_t length);
   std::uint32_t log_room();
   void append(std::uint32_t at, std::uint32_t length, std::uint32_t wiped);
-  bool roll_back();
+  void widen(std::uint32_t* at, std::uint32_t* length) const;
+  void find_log_end();
+  int roll_back();
+  int sync(const void* at, std::size_t length) const;
+  int sync_file() const;
+  bool is_machine_durable() const { return header_->durability == kMachineDurability; }
   bool has_watchers(const Store* store);
   bool header_is_sound() const;
   bool heap_is_sound() const;
   bool log_is_sound() const;
   bool is_heap(std::uint32_t at, std::uint32_t length) const;
+  // What a transaction leaves when it is committed, on the disk too: bytes that an abort would have needed.
+  void tidy_up();
   void settle_segments(bool committed);
   void free_segment(std::uint32_t segment);
   // Frees a block of before the transaction, in its commit.
@@ -188,6 +215,8 @@ class Database final : public HeapBacking {
   std::vector<Area> areas_;
   std::size_t area_ = 0;
   std::uint32_t log_at_ = 0;
+  std::uint64_t log_left_ = 0;  // in all areas
+  int doomed_ = 0;              // the error that commit will give
   std::uint32_t fresh_begin_ = 0;
   std::uint32_t fresh_end_ = 0;
   std::uint32_t fresh_used_ = 0;  // an abort wipes what lies before

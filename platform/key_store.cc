@@ -50,13 +50,16 @@ int key_put(void* keystore, std::uint32_t txn, const char* key, void* value) {
   std::uint32_t* permanent = &store->roots()->permanent_keys[hash % kKeyBuckets];
   KeyNode* named = find(*permanent, hash, key);
   if (value && store->is_permanent(value)) {
+    store->order();
     if (named) {
       publish(&named->value, word);
       return 1;
     }
     void* room = store->alloc_permanent(size);
     if (!room) return 0;
-    publish(permanent, cage_ref(fill(room, *permanent, hash, word, key, length)));
+    KeyNode* node = fill(room, *permanent, hash, word, key, length);
+    store->order();
+    publish(permanent, cage_ref(node));
     return 1;
   }
   // The permanent name would hide this one.

@@ -157,6 +157,7 @@ std::uint32_t kvt_xml_document::enter(const char* path) {
 }
 
 bool kvt_xml_document::enter_child(std::uint32_t level, const char* name) {
+  if (!level) return false;
   depth_ = level;
   if (level == std::size(places_)) return false;
   kvt::XmlPlace* parent = &places_[level - 1];

@@ -25,7 +25,7 @@ class XmlElement {
   XmlElement& operator=(const XmlElement&) = delete;
   explicit operator bool() const { return level_ != 0; }
   // Whether the child is there. The document stands at it then.
-  bool child(const char* name) { return level_ && kvt_xml_child(document_, level_, name); }
+  bool child(const char* name) { return kvt_xml_child(document_, level_, name); }
 
  private:
   kvt_xml_document* document_;

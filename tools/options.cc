@@ -156,6 +156,7 @@ std::optional<int> parse_options(int argc, char** argv, Options& options) {
       {"backup", Care::kBackup, "Copy the last committed state into a new file", "the file to make"},
       {"restore", Care::kRestore, "Bring back the state of a backup", "a backup of the database"},
       {"compact", Care::kCompact, "Give unused space at the end back to the file system", nullptr},
+      {"durability", Care::kDurability, "Change what commits survive from now on", nullptr},
   };
   for (const auto& care : cares) {
     CLI::App* sub = db->add_subcommand(care.name, care.help);
@@ -163,6 +164,14 @@ std::optional<int> parse_options(int argc, char** argv, Options& options) {
     sub->callback([&options, which = care.care] { options.care = which; });
     if (care.file) sub->add_option("FILE", options.file, care.file)->required();
     if (care.care == Care::kInfo) sub->add_flag("--json", options.json, "as JSON");
+    CLI::Option* durability = nullptr;
+    if (care.care == Care::kCreate) {
+      durability = sub->add_option("--durability", options.durability,
+                                   "what commits survive: the death of processes, or the loss of power too");
+    } else if (care.care == Care::kDurability) {
+      durability = sub->add_option("WORD", options.durability, "process or machine")->required();
+    }
+    if (durability) durability->check(CLI::IsMember({"process", "machine"}));
   }
 
   try {

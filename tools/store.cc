@@ -118,6 +118,10 @@ std::string reason(int err) {
   return std::string(" (") + std::strerror(err) + ")";
 }
 
+int durability_of(const Options& options) {
+  return options.durability == "machine" ? KVT_DURABILITY_MACHINE : KVT_DURABILITY_PROCESS;
+}
+
 Store Store::open_database(const Options& options, Open how) {
   kvt_handle_options opening;
   kvt_handle_options_init(&opening);
@@ -126,6 +130,7 @@ Store Store::open_database(const Options& options, Open how) {
   opening.create = how == Open::kCreate ? 1 : 0;
   opening.replace_key = options.replace_key ? 1 : 0;
   opening.domain_name = "wlanctl";
+  opening.durability = durability_of(options);
   if (!options.key_file.empty()) opening.key_file = options.key_file.c_str();
   opening.message = message;
   opening.message_size = sizeof message;

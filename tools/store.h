@@ -25,6 +25,9 @@ std::string trace_reason();
 /// " (reason)" for an error code of the library, after its own words where it left some.
 std::string reason(int err);
 
+/// KVT_DURABILITY_* of the word in the command line.
+int durability_of(const Options& options);
+
 enum class Open { kExisting, kCreate };
 
 /// A handle over a database, or over a private store. All of them track state, so that `set` can tell a field's state.
