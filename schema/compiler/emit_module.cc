@@ -124,9 +124,15 @@ const char* cell_kind(Kind kind) {
 }
 
 std::string cell_type(const Field& f) {
-  if (f.kind == Kind::kEnum || f.kind == Kind::kFlag || f.kind == Kind::kStruct) return "&" + record_symbol(f.type);
-  if (f.target_table) return "&" + table_record_symbol(*f.target_table);
-  return f.target_struct ? "&" + record_symbol(f.target_struct->name) : "nullptr";
+  std::string symbol;
+  if (f.kind == Kind::kEnum || f.kind == Kind::kFlag || f.kind == Kind::kStruct) {
+    symbol = record_symbol(f.type);
+  } else if (f.target_table) {
+    symbol = table_record_symbol(*f.target_table);
+  } else if (f.target_struct) {
+    symbol = record_symbol(f.target_struct->name);
+  }
+  return symbol.empty() ? "nullptr" : symbol.insert(0, 1, '&');
 }
 
 std::string shape_of_struct(const Struct& type) {
