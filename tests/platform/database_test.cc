@@ -242,6 +242,16 @@ TEST_F(DatabaseFile, AFullSlotIsAnErrorAndNothingElse) {
   abort(h);
   begin(h);
   EXPECT_NE(alloc(h, 4 << 20), nullptr) << "abort gave the segments back";
+  while (alloc(h, 1 << 20)) continue;
+  char* block = alloc(h, 5000);
+  commit(h);
+  EXPECT_EQ(err, 0);
+  begin(h);
+  h->store_free(h->store, h->default_txn, block);
+  commit(h);
+  EXPECT_EQ(err, 0) << "the log has room to give something back";
+  begin(h);
+  EXPECT_NE(alloc(h, 5000), nullptr);
   commit(h);
   kvt_handle_close(h);
 }
