@@ -27,8 +27,9 @@ struct CheckedTable {
   std::uint32_t at = 0;
   const kvt_shape* shape = nullptr;
   std::string name;
-  bool sound = true;                   // nothing of it, its records and its trees is wrong
-  std::vector<std::uint32_t> records;  // whose objects are right, in the order of the primary index or, without one, of memory
+  bool sound = true;  // nothing of it, its records and its trees is wrong
+  std::vector<std::uint32_t>
+      records;  // whose objects are right, in the order of the primary index or, without one, of memory
   std::vector<std::uint32_t> damaged;  // that are not
 };
 

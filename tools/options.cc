@@ -125,7 +125,7 @@ std::optional<int> parse_options(int argc, char** argv, Options& options) {
         const bool number = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
         return number || text == "oldest" ? std::string() : "must be a number or `oldest`";
       });
-  watch->add_option("--count", options.count, "end after that many lines")->check(CLI::PositiveNumber);
+  watch->add_option("--count", options.count, "end after that many lines")->check(CLI::Range(1, 1000000000));
   watch->add_option("--table", options.tables, "show this table alone; may be given more than once")
       ->check(CLI::IsMember(table_names()));
   watch->add_flag("--json", options.json, "as JSON, one object a line");

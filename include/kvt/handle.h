@@ -142,7 +142,8 @@ KVT_EXPORT void kvt_handle_close(kvt_handle* handle);
 KVT_EXPORT uint32_t kvtdb_txn_begin(kvt_handle* handle, int* err);
 /// Makes the transaction's stores last and releases the write lock. Before that, handlers of the process hear of the
 /// records that changed (see docs/design/events.md).
-/// @param err sticky. EINVAL: no such transaction; EDEADLK: called by such a handler; ENOSPC: the undo log could not grow in the transaction, which shows
+/// @param err sticky. EINVAL: no such transaction; EDEADLK: called by such a handler; ENOSPC: the undo log could not
+/// grow in the transaction, which shows
 ///   by allocations that failed, and all of it has been taken back; EIO and what fdatasync(2) gives, with
 ///   KVT_DURABILITY_MACHINE only: the disk did not take it. Other processes then see either all of it or nothing, and
 ///   which of the two is left after a loss of power is not known

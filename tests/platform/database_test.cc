@@ -406,7 +406,8 @@ TEST_F(DatabaseFile, ALogThatLeadsAstrayIsNotFollowed) {
   const std::uint32_t base = kvt::kDatabaseBegin + 3 * kvt::kSlotSize, entry = word(28) - base;
   ASSERT_GE(entry, kvt::kLogAt);
   std::uint32_t wipe = entry;  // the entry without bytes, of memory that was free
-  while (word(wipe + 4)) wipe = word(wipe + 8) - base;
+  constexpr std::uint32_t kWipe = 0x80000000;
+  while (!(word(wipe + 4) & kWipe)) wipe = word(wipe + 8) - base;
   const struct Case {
     const char* name;
     std::size_t at;
@@ -425,8 +426,8 @@ TEST_F(DatabaseFile, ALogThatLeadsAstrayIsNotFollowed) {
       {"entry without bytes", entry + 4, 0},
       {"free memory in the roots", wipe, base + kvt::kRootsAt},
       {"free memory outside the slot", wipe, 8},
-      {"free memory behind the end of the file", wipe + 12, kvt::kSlotSize},
-      {"free memory without length", wipe + 12, 0},
+      {"free memory behind the end of the file", wipe + 4, kWipe | kvt::kSlotSize},
+      {"free memory without length", wipe + 4, kWipe},
       {"ring of entries", entry + 8, base + entry},
       {"entry before in the heap", entry + 8, base + kvt::kSegmentSize + 8},
       {"permanent memory outside the slot", 36, 8},
