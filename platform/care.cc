@@ -41,8 +41,10 @@ class Hold {
   void fail(int error) {
     if (error) kvt_store_epoch_err(handle_, error, err_);
   }
+  // Neither destroys that wait are carried out nor events raised: both follow what may be damaged still.
   void keep() {
-    kvtdb_txn_commit(handle_, txn_, err_);
+    handle_->default_txn = KVT_NO_TXN;
+    fail(database_->commit());
     txn_ = KVT_NO_TXN;
   }
 
