@@ -213,7 +213,7 @@ void emit_module(Output& out, const MessageIndex& messages, const FailureZone& z
                               {"module", m},
                               {"kind", e.kind},
                               {"number", number}});
-    entry_names += "extern kvt_variant_entry entries_" + index + "[];\n";
+    entry_names += "extern kvt_variant_entry entries_" + index + "[" + std::to_string(e.variants.size()) + "];\n";
     variants += "kvt_variant_entry entries_" + index + "[] = {";
     for (const Entry::Variant& v : e.variants) {
       variants += fill(
