@@ -9,10 +9,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <future>
 #include <limits>
 #include <map>
 #include <pugixml.hpp>
 #include <string>
+#include <thread>
 
 #include "peers.h"
 #include "platform/super_fast_hash.h"
@@ -389,8 +391,10 @@ void run(int rounds, double slice_ns, const std::string& part) {
     each(back, HandRead{hand_bytes.data(), hand_bytes.data() + hand_bytes.size()});
     benchmark::ClobberMemory();
   });
-  all.add("create, destroy", [&] { st_wlan_destroy(h, 0, st_wlan_create(h, 0)); });
-  all.add("clone, destroy", [&] { st_wlan_destroy(h, 0, st_wlan_clone_cr(h, object)); });
+  auto create_destroy = [&] { st_wlan_destroy(h, 0, st_wlan_create(h, 0)); };
+  auto clone_destroy = [&] { st_wlan_destroy(h, 0, st_wlan_clone_cr(h, object)); };
+  all.add("create, destroy", create_destroy);
+  all.add("clone, destroy", clone_destroy);
   all.add("protobuf copy", [&] {
     google::protobuf::Arena::CreateMessage<peers_pb::st_wlan>(&arena)->CopyFrom(proto);
     arena.Reset();
@@ -412,8 +416,18 @@ void run(int rounds, double slice_ns, const std::string& part) {
   all.add("from_xml", [&] { from_xml(from_text); });
   all.add("pugixml parse and read", [&] { pugi_read(back); });
   all.run(rounds, slice_ns, part);
+  // In a process with threads objects are counted by atomic additions.
+  Rounds threaded;
+  threaded.add("create, destroy, second thread", create_destroy);
+  threaded.add("clone, destroy, second thread", clone_destroy);
+  std::promise<void> end;
+  std::thread idle([done = end.get_future()] { done.wait(); });
+  threaded.run(rounds, slice_ns, part);
+  end.set_value();
+  idle.join();
   must(err == 0, "an error was left");
   all.print();
+  threaded.print();
   kvt_handle_close(ruled);
   kvt_handle_close(h);
   if (!part.empty()) return;

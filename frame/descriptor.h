@@ -5,6 +5,7 @@
 
 #include "frame/trace_points.h"
 #include "kvt/kvt.h"
+#include "platform/owned.h"
 
 namespace kvt {
 
@@ -57,6 +58,27 @@ struct ModuleDesc {
   TracePlace trace;
 };
 
+// The first eight bytes of an object in a new tree, or of a reference field, which begins with its target's link.
+struct alignas(4) TreeHead {
+  std::uint32_t link;
+  std::int8_t variant, built;
+  std::uint8_t flags;
+  std::uint8_t field;  // belongs to what follows the header
+  std::uint32_t offset;
+};
+
+// An object with all that is nested in it, flat. Only for types in which no nested object holds a reference.
+struct TreeDesc {
+  const TreeHead* heads;               // structs of this module and of others; enumerated and flag objects, references
+  kvt_variant_entry* const* counters;  // where each of this module's structs is counted
+  std::uint16_t own_count;
+  std::uint16_t struct_count;
+  std::uint16_t head_count;
+  const std::uint16_t* booleans;  // offsets
+  std::uint16_t boolean_count;
+  OwnedFields owned;  // in schema order
+};
+
 struct StructDesc {
   const char* name;
   const kvt_type_record* record;
@@ -71,6 +93,7 @@ struct StructDesc {
   const std::uint16_t* bounds;  // by variant
   const FieldDesc* fields;
   std::uint32_t failure_offset;
+  const TreeDesc* tree;  // null: there is none
 
   std::uint32_t top_plain() const { return plain[static_cast<int>(top)]; }
   std::uint32_t top_block() const { return block[static_cast<int>(top)]; }

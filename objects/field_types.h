@@ -142,6 +142,8 @@ struct Enumerated {
   using Enum = D;
   using Value = std::uint32_t;
   static constexpr FieldKind kKind = FieldKind::kEnum;
+  static constexpr std::uint32_t kLink = D::kLink;  // what a type link to the static record holds
+  static constexpr std::int8_t kTop = D::kTop;
   static constexpr bool kScalar = true;
   static void* get(kvt_handle* h, std::uint32_t txn, void* p, int*) { return enum_get(h, txn, p); }
   static Value get_value(kvt_handle* h, std::uint32_t, const void* p, int* err) { return enum_get_value(h, p, err); }
@@ -206,11 +208,13 @@ bool prefix_is_exact(std::uint32_t prefix) {
   }
 }
 
-// Types of sibling modules. X is the type's name; F the kind it has.
-#define KVT_SIBLING_ENUM(X)                                                                          \
+// Types of sibling modules. X is the type's name; Link and Top are as those of Enumerated.
+#define KVT_SIBLING_ENUM(X, Link, Top)                                                               \
   struct X##_sibling {                                                                               \
     using Value = std::uint32_t;                                                                     \
     static constexpr FieldKind kKind = FieldKind::kEnum;                                             \
+    static constexpr std::uint32_t kLink = Link;                                                     \
+    static constexpr std::int8_t kTop = Top;                                                         \
     static constexpr bool kScalar = true;                                                            \
     static void* get(kvt_handle* h, std::uint32_t txn, void* p, int*) { return X##_get(h, txn, p); } \
     static Value get_value(kvt_handle* h, std::uint32_t txn, void* p, int* err) {                    \

@@ -1,6 +1,7 @@
 #include "objects/struct_lifecycle.h"
 
 #include "objects/references.h"
+#include "objects/struct_tree.h"
 #include "objects/variants.h"
 
 namespace kvt {
@@ -155,6 +156,28 @@ void count_out(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* o
   kvtlib_type_stats_destroy_object(h, txn, record, &stats_entry(varinfo, variant, type.top)->created, err);
 }
 
+// Gives back what the object holds beside its own memory, and counts it out. false: stopped half-way, and told why.
+bool release_object(const StructDesc& type, kvt_handle* h, std::uint32_t txn, void* object, int* err) {
+  if (!release_fields(type, h, txn, object, err)) return false;
+  if (flags_of(object) & KVT_OBJ_STATE_TRACKED) {
+    if (flags_of(object) & KVT_OBJ_STTR_OFFSET) {
+      kvtlib_get_sttr_offset(h, txn, object);
+    } else {
+      tracking_of(h, type);
+    }
+  }
+  count_out(type, h, txn, object, err);
+  if ((flags_of(object) & (KVT_OBJ_RA_DATA | KVT_OBJ_STTR_OFFSET)) && h->hd_mapping) {
+    kvt_hd_mapping_destroy(h, txn, object, err);
+    if (*err) {
+      trace(type.trace, kStructMessages, kMsgStructSideDataFailed, error_text(*err));
+      kvt_store_err(h, *err);
+      return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 std::uint32_t struct_sizeof(const StructDesc& type, kvt_handle* h) {
@@ -193,7 +216,13 @@ void* struct_create_internal(const StructDesc& type, kvt_handle* h, std::uint32_
     object = h->store_alloc(h->store, txn, struct_sizeof(type, h));
     if (object) {
       memset_cr(object, 0, struct_sizeof(type, h));
-      struct_initialize(type, h, txn, object, type.record, 1, 0, 0, nullptr, &err);
+      if (tree_is_unseen(type, h)) {
+        kvt_clear_last_error(h);
+        tree_initialize(*type.tree, object);
+        tree_count(*type.tree, false);
+      } else {
+        struct_initialize(type, h, txn, object, type.record, 1, 0, 0, nullptr, &err);
+      }
       if (err) {
         trace(type.trace, kStructMessages, kMsgStructCreateError, error_text(err));
         h->store_free(h->store, txn, object);
@@ -259,22 +288,11 @@ void struct_destroy_internal(const StructDesc& type, kvt_handle* h, std::uint32_
   int err = 0;
   if (!object || object == type.failure_object()) return;
   if ((flags_of(object) & KVT_OBJ_OID_MAPPED) && !remove_mapping(type, h, txn, object, &err)) return;
-  if (!release_fields(type, h, txn, object, &err)) return;
-  if (flags_of(object) & KVT_OBJ_STATE_TRACKED) {
-    if (flags_of(object) & KVT_OBJ_STTR_OFFSET) {
-      kvtlib_get_sttr_offset(h, txn, object);
-    } else {
-      tracking_of(h, type);
-    }
-  }
-  count_out(type, h, txn, object, &err);
-  if ((flags_of(object) & (KVT_OBJ_RA_DATA | KVT_OBJ_STTR_OFFSET)) && h->hd_mapping) {
-    kvt_hd_mapping_destroy(h, txn, object, &err);
-    if (err) {
-      trace(type.trace, kStructMessages, kMsgStructSideDataFailed, error_text(err));
-      kvt_store_err(h, err);
-      return;
-    }
+  if (type.tree && store_is_unheard(h) && tree_is_plain(*type.tree, object)) {
+    owned_release(h, txn, object, type.tree->owned);
+    tree_count(*type.tree, true);
+  } else if (!release_object(type, h, txn, object, &err)) {
+    return;
   }
   if (!free_it) return;
   if (marks_wanted(h, txn)) kvtdb_plat_set_destroy(h, txn, object);

@@ -3,8 +3,6 @@
 
 #include <sys/mman.h>
 
-#include <array>
-#include <atomic>
 #include <cerrno>
 #include <mutex>
 
@@ -19,14 +17,15 @@
 char* kvt_cage_base;
 
 namespace kvt {
+
+std::array<std::atomic<const void*>, kPrivateSegments> segment_owners;  // guarded for writing by segments_mutex
+
 namespace {
 
 constexpr std::size_t kCageSize = std::size_t{1} << 32;
-constexpr std::uint32_t kPrivateSegments = (kDatabaseBegin - kPrivateBegin) / kSegmentSize;
 
 std::mutex segments_mutex;
-std::array<std::atomic<const void*>, kPrivateSegments> segment_owners;  // guarded for writing by segments_mutex
-std::uint32_t first_hole;                                               // no free segment lies below this one
+std::uint32_t first_hole;  // no free segment lies below this one
 
 std::mutex static_mutex;
 std::uint32_t static_at = kStaticBegin;
@@ -112,19 +111,9 @@ void segments_release(const void* owner) {
   }
 }
 
-const void* segment_owner(const void* address) {
-  if (!in_cage(address)) return nullptr;
-  std::uint32_t at = cage_ref(address);
-  if (at < kPrivateBegin || at >= kDatabaseBegin) return nullptr;
-  return segment_owners[(at - kPrivateBegin) / kSegmentSize].load(std::memory_order_relaxed);
-}
-
 #ifdef KVT_ASAN
 void memory_hide(void* at, std::size_t size) { __asan_poison_memory_region(at, size); }
 void memory_show(void* at, std::size_t size) { __asan_unpoison_memory_region(at, size); }
-#else
-void memory_hide(void*, std::size_t) {}
-void memory_show(void*, std::size_t) {}
 #endif
 
 }  // namespace kvt

@@ -2,6 +2,8 @@
 // stores. What lies inside a segment is the heap's affair.
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -41,11 +43,22 @@ inline constexpr bool is_static_number(std::uint32_t word) { return word >= kNum
 std::uint32_t segments_take(std::uint32_t count, const void* owner);
 // Gives back every segment of the owner.
 void segments_release(const void* owner);
+inline constexpr std::uint32_t kPrivateSegments = (kDatabaseBegin - kPrivateBegin) / kSegmentSize;
+extern std::array<std::atomic<const void*>, kPrivateSegments> segment_owners;  // segments_take and _release write it
 // Whom the private segment around an address belongs to; null for other addresses.
-const void* segment_owner(const void* address);
+inline const void* segment_owner(const void* address) {
+  const std::uint32_t at = cage_ref(address);
+  if (!in_cage(address) || at < kPrivateBegin || at >= kDatabaseBegin) return nullptr;
+  return segment_owners[(at - kPrivateBegin) / kSegmentSize].load(std::memory_order_relaxed);
+}
 
 // Hides freed memory from the program in builds that watch addresses; nothing otherwise.
+#ifdef KVT_ASAN
 void memory_hide(void* at, std::size_t size);
 void memory_show(void* at, std::size_t size);
+#else
+inline void memory_hide(void*, std::size_t) {}
+inline void memory_show(void*, std::size_t) {}
+#endif
 
 }  // namespace kvt

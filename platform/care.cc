@@ -41,8 +41,10 @@ class Hold {
   void fail(int error) {
     if (error) kvt_store_epoch_err(handle_, error, err_);
   }
+  // Neither destroys that wait are carried out nor events raised: both follow what may be damaged still.
   void keep() {
-    kvtdb_txn_commit(handle_, txn_, err_);
+    handle_->default_txn = KVT_NO_TXN;
+    fail(database_->commit());
     txn_ = KVT_NO_TXN;
   }
 
@@ -143,6 +145,17 @@ uint64_t kvtdb_compact(kvt_handle* handle, int* err) {
   return hold ? hold->shorten_file() : 0;
 }
 
+void kvtdb_set_durability(kvt_handle* handle, int durability, int* err) {
+  const Hold hold(handle, err);
+  if (!hold) return;
+  if (durability < KVT_DURABILITY_DEFAULT || durability > KVT_DURABILITY_MACHINE) {
+    return kvt_store_epoch_err(handle, EINVAL, err);
+  }
+  const int error =
+      hold->set_durability(durability == KVT_DURABILITY_MACHINE ? kMachineDurability : kProcessDurability);
+  if (error) kvt_store_epoch_err(handle, error, err);
+}
+
 void kvtdb_get_info(kvt_handle* handle, kvtdb_info* info, int* err) {
   *info = {};
   const Hold hold(handle, err);
@@ -167,4 +180,5 @@ void kvtdb_get_info(kvt_handle* handle, kvtdb_info* info, int* err) {
   for (const CheckedTable& table : found.tables()) info->records += static_cast<uint32_t>(table.records.size());
   info->transactions = header.txn_last;
   info->key_id = header.key_id;
+  info->durability = header.durability == kMachineDurability ? KVT_DURABILITY_MACHINE : KVT_DURABILITY_PROCESS;
 }

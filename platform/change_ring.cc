@@ -139,7 +139,7 @@ ChangeRing::Found ChangeRing::read(std::uint64_t* at, std::uint64_t* number, Cha
     const std::uint32_t kept = step > kHead ? std::min({entry->key_length, step - kHead, room}) : 0;
     copy_out(words, *at + kHead, key, kept);
     if (get(oldest) > *at) continue;
-    if (!step) {  // damaged: go on behind it
+    if (!step || step > shown - *at) {  // damaged: go on behind it
       *at = shown;
       continue;
     }

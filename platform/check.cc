@@ -832,7 +832,6 @@ void Checker::check_references() {
   }
 }
 
-// Objects in no table are their makers'. What they own is looked through like the rest.
 // Freed blocks that readers may stand on.
 void Checker::check_limbo() {
   const Place place = {nullptr, "limbo", 0};
@@ -854,6 +853,7 @@ void Checker::check_limbo() {
   limbo_sound_ = faults_ == faults;
 }
 
+// Objects in no table are their makers'. What they own is looked through like the rest.
 void Checker::check_unclaimed() {
   for (std::size_t i = 0; i < blocks_.size(); ++i) {
     const CheckedBlock& block = blocks_[i];

@@ -8,6 +8,7 @@
 #include "platform/database.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +16,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "platform/files.h"
 #include "platform/messages.h"
 #include "platform/timer_tree.h"
 
@@ -24,9 +26,12 @@ namespace {
 constexpr std::uint32_t kEntryHeader = 16;
 constexpr std::uint32_t kKeptLogSegments = 4;
 constexpr std::uint32_t kWatcherCheck = 64;  // transactions
-// What one change of the allocator may log, and what growing keeps back so that the log isn't what runs out first.
+// What one change of the allocator may log, and what is kept back for what can't be refused.
 constexpr std::uint32_t kHeapStep = 4096;
-constexpr std::uint32_t kGrowReserve = 128 * 1024;
+constexpr std::uint32_t kLogReserve = 128 * 1024;
+// With machine durability ranges are logged by whole pages: the room that short ones take at most, all together.
+constexpr std::uint32_t kPage = 4096;
+constexpr std::uint32_t kPagesRoom = 128 * (kPage + kEntryHeader);
 constexpr std::uint32_t kWipeStep = 32 * 1024;  // fresh memory is logged in steps of that size
 
 struct PermanentBlock {  // stored format, before each permanent block
@@ -88,16 +93,17 @@ void Database::give_turn(Store* store) {
 }
 
 // Under the lock: the last committed state, whatever became of the writer before.
-bool Database::recover(bool even_damaged) {
+int Database::recover(bool even_damaged) {
   const bool left_open = header_->log_last;
-  if (!header_is_sound() || (left_open && !roll_back())) return false;
-  if (!heap_is_sound() && !even_damaged) return false;
+  if (!header_is_sound()) return EIO;
+  if (const int error = left_open ? roll_back() : 0) return error;
+  if (!heap_is_sound() && !even_damaged) return EIO;
   if (!left_open) {
     settle_segments(true);
     readers_.area()->reached = 0;
   }
   end_change();
-  return true;
+  return 0;
 }
 
 int Database::begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool even_damaged) {
@@ -106,22 +112,17 @@ int Database::begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool e
   if (int error = take_turn(store, true)) return error;
   std::uint32_t& owner = readers_.area()->owner;
   store->recovery() = {owner, header_->log_last != 0};
-  if (!recover(even_damaged)) {
+  if (int error = recover(even_damaged)) {
     give_turn(store);
-    return EIO;
+    return error;
   }
   if (owner) trace(Message::kWriterDied, std::int64_t{owner});
   owner = store->process();
   if (!even_damaged) limbo_drain(store);
-  txn_ = header_->txn_last + 1;
-  if (txn_ == KVT_NO_TXN || txn_ == 0) txn_ = 1;
-  header_->txn_last = txn_;
+  begin_log();
   pending_.clear();
   spare_pages_.clear();
   savepoints_.clear();
-  use_log_areas();
-  fresh_used_ = 0;
-  use_wilderness();
   ring()->settle();
   heard_ = heard;
   watched_ = !even_damaged && has_watchers(store);
@@ -129,6 +130,27 @@ int Database::begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool e
   if (heard_ || watched_) events_.begin(this, &heap_, handle);
   *txn = txn_;
   return 0;
+}
+
+std::uint32_t Database::checksum_of(const LogEntry& entry) const {
+  std::uint32_t sum = 2166136261u ^ header_->txn_last;
+  const auto add = [&sum](const void* bytes, std::uint32_t length) {
+    for (std::uint32_t i = 0; i < length; i++) sum = (sum ^ static_cast<const unsigned char*>(bytes)[i]) * 16777619u;
+  };
+  add(&entry, offsetof(LogEntry, checksum));
+  add(&entry + 1, entry.bytes());
+  return sum;
+}
+
+// An empty log, under a number that no entry of an older one has been summed up with.
+void Database::begin_log() {
+  txn_ = header_->txn_last + 1;
+  if (txn_ == KVT_NO_TXN || txn_ == 0) txn_ = 1;
+  header_->txn_last = txn_;
+  doomed_ = 0;
+  use_log_areas();
+  fresh_used_ = 0;
+  use_wilderness();
 }
 
 // What is wilderness now holds nothing that going back must bring back, but for the header before it. All else is
@@ -188,24 +210,48 @@ void Database::record_changes() {
   recorded_ = true;
 }
 
-void Database::commit() {
+int Database::commit() {
   settle_pending();
   if (!recorded_ && header_->log_last) ring()->skip();
-  publish(&header_->log_last, 0);
+  int error = 0;
+  if (!end_log(&error)) {
+    error = doomed_;
+    abort();
+    return error;
+  }
   ring()->show();
+  error ? to_wipe_.clear() : tidy_up();
+  const int fd = writer()->fd();
+  end_turn();
+  // Stores into the mapping wake nobody; a write to the file does. Failing that, a reader learns of it at the next one.
+  if (std::atomic_ref(ring()->watchers).load(std::memory_order_relaxed))
+    (void)write_all(fd, "", 1, kRingAt + offsetof(ChangeRing, bell));
+  return error;
+}
+
+bool Database::end_log(int* error) {
+  const bool must_sync = is_machine_durable() && header_->log_last;
+  if (must_sync && !doomed_) doomed_ = sync_file();
+  if (doomed_) return false;
+  publish(&header_->log_last, 0);
+  *error = must_sync ? sync(header_, sizeof *header_) : 0;
+  return true;
+}
+
+void Database::tidy_up() {
   wipe_released();
   settle_segments(true);
   std::uint32_t kept = 0;
   for (std::uint32_t i = 1; i < header_->segments; i++) {
     if (header_->kinds[i] == Segment::kLog && ++kept > kKeptLogSegments) free_segment(i);
   }
-  end_change();
+}
+
+// The end of a transaction, for readers and for the next writer.
+void Database::end_turn() {
+  if (!header_->log_last) end_change();
   readers_.area()->owner = 0;
-  const int fd = writer()->fd();
   give_turn(writer());
-  // Stores into the mapping wake nobody; a write to the file does. Failing that, a reader learns of it at the next one.
-  if (std::atomic_ref(ring()->watchers).load(std::memory_order_relaxed))
-    (void)!pwrite(fd, "", 1, kRingAt + offsetof(ChangeRing, bell));
 }
 
 // Of a block that has been in use.
@@ -223,11 +269,10 @@ void Database::wipe_released() {
 }
 
 void Database::abort() {
-  if (!roll_back()) stop(Message::kBadLog);
+  // What the disk does not take stays for the next one who gets the lock.
+  if (roll_back() && !log_is_sound()) stop(Message::kBadLog);
   end_watched(base_, kSlotSize);  // what the transaction made is no more
-  end_change();
-  readers_.area()->owner = 0;
-  give_turn(writer());
+  end_turn();
 }
 
 std::uint32_t Database::savepoint() {
@@ -257,18 +302,17 @@ bool Database::roll_back_to(std::uint32_t mark) {
   fresh_used_ = to.fresh_used;
   fresh_segments_.reset();
   logged_.fill(0);
-  const auto segments = segments_of(Segment::kNewHeap) & ~to.new_heap;
-  if (readers_.any()) {
-    // The log stays: an abort has to know what was handed out.
-    give_back(to.log_last, top, segments, header_->generation);
-  } else {
-    for (std::uint32_t i = 1; i < header_->segments; i++) {
-      if (segments[i]) free_segment(i);
-    }
-    publish(&header_->log_last, to.log_last);
-    area_ = to.area;
-    log_at_ = to.log_at;
+  std::bitset<256> segments = segments_of(Segment::kNewHeap) & ~to.new_heap;
+  const bool held = readers_.any();
+  if (held) segments &= ~keep_from_use(to.log_last, top, segments, header_->generation);
+  for (std::uint32_t i = 1; i < header_->segments; i++) {
+    if (segments[i]) free_segment(i);
   }
+  // What is held from use an abort has to know: then the log stays.
+  if (held) return true;
+  order();  // what the entries to be written over have taken back
+  publish(&header_->log_last, to.log_last);
+  go_on_in_log(to.area, to.log_at);
   return true;
 }
 
@@ -347,6 +391,12 @@ bool Database::heap_is_sound() const {
   return !top || (top % 8 == 0 && holds(top) && heap_.top_size() <= end() - top);
 }
 
+// Bytes from a place in the log to the end of its stretch.
+std::uint32_t Database::stretch_left(std::uint32_t at) const {
+  at -= base_;
+  return at < kSegmentSize ? kFirstPermanentAt - at : kSegmentSize - at % kSegmentSize;
+}
+
 // Whether the log leads back to its begin by entries that lie in it, and changes nothing that it stands on itself.
 bool Database::log_is_sound() const {
   const std::uint32_t file = header_->segments * kSegmentSize;
@@ -359,13 +409,12 @@ bool Database::log_is_sound() const {
     const std::uint32_t at = next - base_;
     if (at % 8 || at < kLogAt || at >= file || entries > file / kEntryHeader) return false;
     if (at < kSegmentSize ? at >= kFirstPermanentAt : !is_log(at)) return false;
-    const std::uint32_t room = at < kSegmentSize ? kFirstPermanentAt - at : kSegmentSize - at % kSegmentSize;
+    const std::uint32_t room = stretch_left(next);
     const auto* entry = static_cast<const LogEntry*>(cage_at(next));
-    const std::uint32_t to = entry->at - base_, length = entry->length;
+    const std::uint32_t to = entry->at - base_, length = entry->bytes();
     next = entry->previous;
     if (room < kEntryHeader) return false;
-    if (!length && is_heap(entry->at, entry->wiped_or_kind) && (wiped += entry->wiped_or_kind) <= most_wiped(entries))
-      continue;
+    if (is_heap(entry->at, entry->wiped()) && (wiped += entry->wiped()) <= most_wiped(entries)) continue;
     if (length < 1 || length > room - kEntryHeader) return false;
     if (to < kRootsAt || to >= file || length > file - to) return false;
     const auto within = [&](std::uint32_t begin, std::uint32_t end) { return to >= begin && to + length <= end; };
@@ -389,9 +438,26 @@ bool Database::is_heap(std::uint32_t at, std::uint32_t length) const {
   return true;
 }
 
+// After a loss of power the disk may have entries that the header does not name yet, but what they cover has changed.
+void Database::find_log_end() {
+  for (std::uint32_t at = header_->log_last; at;) {
+    const std::uint32_t taken = kEntryHeader + rounded(static_cast<const LogEntry*>(cage_at(at))->bytes());
+    const std::uint32_t room = stretch_left(at) - taken;
+    const auto* next = static_cast<const LogEntry*>(cage_at(at + taken));
+    if (room <= kEntryHeader || next->previous != at || next->bytes() > room - kEntryHeader) return;
+    if (next->checksum != checksum_of(*next)) return;
+    publish(&header_->log_last, at += taken);
+  }
+}
+
 // Can be interrupted and begun again: until the last store the log leads back to the same state.
-bool Database::roll_back() {
-  if (!log_is_sound()) return false;
+int Database::roll_back() {
+  const bool must_sync = is_machine_durable() && header_->log_last;
+  if (!log_is_sound()) return EIO;
+  if (must_sync) {
+    find_log_end();
+    if (!log_is_sound()) return EIO;
+  }
   // How far the wilderness was used; who begins again finds it taken back already.
   std::uint32_t& reached = readers_.area()->reached;
   if (!reached) publish(&reached, heap_.top() ? heap_.top() : 1);
@@ -399,41 +465,66 @@ bool Database::roll_back() {
   pending_.clear();
   spare_pages_.clear();
   to_wipe_.clear();
+  std::bitset<256> kept;
   if (header_->log_last && !snapshot_ && heap_is_sound() && readers_.any()) {
-    set_kinds(segments_of(Segment::kOldHeap), Segment::kHeap);
     const auto segments = segments_of(Segment::kNewHeap);
     use_log_behind();
+    doomed_ = 0;
     fresh_begin_ = fresh_end_ = 0;
     fresh_segments_.reset();
     logged_.fill(0);
-    give_back(0, reached, segments, next_generation());
-    publish(&header_->log_last, 0);
-    wipe_released();
-    set_kinds(segments, Segment::kHeap);
-  } else {
-    settle_segments(false);
-    publish(&header_->log_last, 0);
+    kept = keep_from_use(0, reached, segments, next_generation());
   }
+  settle_segments(false, kept);
+  if (must_sync) {
+    if (const int error = sync_file()) return error;
+  }
+  publish(&header_->log_last, 0);
+  wipe_released();
+  set_kinds(kept, Segment::kHeap);
   reached = 0;
-  return true;
+  return must_sync ? sync(header_, sizeof *header_) : 0;
+}
+
+int Database::sync(const void* at, std::size_t length) const {
+  const auto begin = reinterpret_cast<std::uintptr_t>(at) & ~std::uintptr_t{kPage - 1};
+  const std::size_t end = reinterpret_cast<std::uintptr_t>(at) + length;
+  return msync(reinterpret_cast<void*>(begin), end - begin, MS_SYNC) ? errno : 0;
+}
+
+int Database::sync_file() const { return fdatasync(writer()->fd()) ? errno : 0; }
+
+void Database::order() {
+  if (is_machine_durable() && !doomed_) doomed_ = sync_file();
+}
+
+// In a transaction that has changed nothing yet.
+int Database::set_durability(Durability durability) {
+  if (durability == kMachineDurability) {
+    if (const int error = sync_file()) return error;
+  }
+  publish(&header_->durability, durability);
+  return sync(header_, sizeof *header_);
 }
 
 void Database::undo_to(std::uint32_t entry) {
   for (std::uint32_t at = header_->log_last; at != entry;) {
     const auto* saved = static_cast<const LogEntry*>(cage_at(at));
-    if (saved->length) {
-      std::memcpy(cage_at(saved->at), saved + 1, saved->length);
+    if (saved->bytes()) {
+      std::memcpy(cage_at(saved->at), saved + 1, saved->bytes());
     } else {
-      std::memset(cage_at(saved->at), 0, saved->wiped_or_kind);
+      std::memset(cage_at(saved->at), 0, saved->wiped());
     }
     at = saved->previous;
   }
 }
 
-void Database::settle_segments(bool committed) {
+// `kept`: segments that stay as they are.
+void Database::settle_segments(bool committed, const std::bitset<256>& kept) {
   for (std::uint32_t i = 1; i < header_->segments; i++) {
     Segment& kind = header_->kinds[i];
     const Segment free_now = committed ? Segment::kOldHeap : Segment::kNewHeap;
+    if (kept[i]) continue;
     if (kind == free_now) {
       free_segment(i);
     } else if (kind == Segment::kNewHeap || kind == Segment::kOldHeap) {
@@ -470,8 +561,14 @@ void Database::use_log_areas() {
     std::uint32_t begin = base_ + i * kSegmentSize;
     if (header_->kinds[i] == Segment::kLog) areas_.push_back({begin, begin + kSegmentSize});
   }
-  area_ = 0;
-  log_at_ = areas_[0].begin;
+  go_on_in_log(0, areas_[0].begin);
+}
+
+void Database::go_on_in_log(std::size_t area, std::uint32_t at) {
+  area_ = area;
+  log_at_ = at;
+  log_left_ = areas_[area].end - at;
+  while (++area < areas_.size()) log_left_ += areas_[area].end - areas_[area].begin;
 }
 
 // Behind the log that is there, and in no stretch that it uses.
@@ -487,28 +584,34 @@ void Database::use_log_behind() {
     used[area_of(at)] = true;
   }
   const std::uint32_t last = header_->log_last;
-  log_at_ = last + kEntryHeader + rounded(static_cast<const LogEntry*>(cage_at(last))->length);
-  std::vector<Area> behind = {{log_at_, areas_[area_of(last)].end}};
+  const std::uint32_t end = last + kEntryHeader + rounded(static_cast<const LogEntry*>(cage_at(last))->bytes());
+  std::vector<Area> behind = {{end, areas_[area_of(last)].end}};
   for (std::size_t i = 0; i < areas_.size(); i++) {
     if (!used[i]) behind.push_back(areas_[i]);
   }
   areas_ = std::move(behind);
+  go_on_in_log(0, end);
 }
 
 bool Database::add_log_area() {
   std::uint32_t begin = take_segments(1, Segment::kLog, 0);
-  if (begin) areas_.push_back({begin, begin + kSegmentSize});
-  return begin != 0;
+  if (!begin) return false;
+  areas_.push_back({begin, begin + kSegmentSize});
+  log_left_ += kSegmentSize;
+  return true;
 }
 
 bool Database::reserve_log(std::uint32_t bytes) {
-  std::uint64_t left = areas_[area_].end - log_at_;
-  for (std::size_t i = area_ + 1; i < areas_.size(); i++) left += areas_[i].end - areas_[i].begin;
-  while (left < bytes) {
-    if (!add_log_area()) return false;
-    left += kSegmentSize;
+  const std::uint32_t kept = is_machine_durable() ? kLogReserve + kPagesRoom : kLogReserve;
+  while (log_left_ < std::uint64_t{bytes} + kept) {
+    if (doomed_ || !add_log_area()) return false;
   }
   return true;
+}
+
+bool Database::need_log(std::uint32_t bytes) {
+  if (!doomed_ && !reserve_log(bytes)) doomed_ = ENOSPC;
+  return !doomed_;
 }
 
 // What the next entry may take, with its header.
@@ -518,17 +621,28 @@ std::uint32_t Database::log_room() {
     if (room >= kEntryHeader + 8) return room;
     if (area_ + 1 == areas_.size() && !add_log_area()) stop(Message::kLogFull);
     log_at_ = areas_[++area_].begin;
+    log_left_ -= room;
   }
 }
 
-void Database::append(std::uint32_t at, std::uint32_t length, std::uint32_t wiped_or_kind) {
+void Database::append(std::uint32_t at, std::uint32_t length, std::uint32_t flags) {
   if (!header_->log_last) begin_change();
   auto* entry = static_cast<LogEntry*>(cage_at(log_at_));
-  *entry = {at, length, header_->log_last, wiped_or_kind};
+  *entry = {at, length | flags, header_->log_last, 0};
   std::memcpy(entry + 1, cage_at(at), length);
+  const bool ordered = is_machine_durable();
+  if (ordered) {
+    entry->checksum = checksum_of(*entry);
+    if (const int error = sync(entry, kEntryHeader + length)) doomed_ = error;
+  }
   publish(&header_->log_last, log_at_);
+  // The entries that follow in the stretch are found without the header.
+  if (ordered && log_at_ == areas_[area_].begin) {
+    if (const int error = sync(header_, sizeof *header_)) doomed_ = error;
+  }
   std::atomic_signal_fence(std::memory_order_seq_cst);  // the caller's store comes after
   log_at_ += kEntryHeader + rounded(length);
+  log_left_ -= kEntryHeader + rounded(length);
 }
 
 void Database::log(std::uint32_t at, std::uint32_t length, std::uint32_t kind) {
@@ -542,7 +656,7 @@ void Database::log(std::uint32_t at, std::uint32_t length, std::uint32_t kind) {
 
 void Database::log_wipe(std::uint32_t at, std::uint32_t length) {
   log_room();
-  append(at, 0, length);
+  append(at, 0, kWipe | length);
 }
 
 void Database::hand_out(std::uint32_t at, std::uint32_t length) {
@@ -565,12 +679,32 @@ bool Database::is_fresh(std::uint32_t at, std::uint32_t length) const {
 
 void Database::save(std::uint32_t at, std::uint32_t length, std::uint32_t kind) {
   if (!length || is_fresh(at, length)) return;
+  if (is_machine_durable() && !kind) widen(&at, &length);
   // The first bytes logged are the ones that count, so an equal range need not be logged again.
   std::uint64_t range = (std::uint64_t{at} << 32) | length;
   std::uint64_t& before = logged_[(at >> 2 ^ at >> 11) % logged_.size()];
   if (before == range) return;
+  need_log(length);
   log(at, length, kind);
   before = range;
+}
+
+// A range is on the disk before it is stored into, which costs the same for a few bytes as for a page: what lies beside
+// it goes along, up to what no abort takes back.
+void Database::widen(std::uint32_t* at, std::uint32_t* length) const {
+  std::uint32_t begin = *at & ~(kPage - 1), end = (*at + *length + kPage - 1) & ~(kPage - 1);
+  if (*at - base_ < kCardsAt) {
+    const std::uint32_t roots = base_ + kRootsAt;
+    const std::uint32_t names = roots + static_cast<std::uint32_t>(offsetof(StoreRoots, permanent_keys));
+    const std::uint32_t tables = roots + static_cast<std::uint32_t>(offsetof(StoreRoots, tables));
+    begin = *at < names ? roots : tables;
+    end = *at < names ? names : roots + static_cast<std::uint32_t>(sizeof(StoreRoots));
+    if (*at < begin || *at + *length > end) return;
+  } else if (*at - base_ >= kCardsEnd && !holds(*at)) {
+    return;
+  }
+  *at = begin;
+  *length = end - begin;
 }
 
 bool Database::announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn, bool told) {
@@ -604,7 +738,7 @@ bool Database::holds(std::uint32_t at) const {
 }
 
 void* Database::alloc(std::uint32_t size) {
-  if (size > kSlotSize || !reserve_log(kHeapStep)) return nullptr;
+  if (size > kSlotSize || !need_log(kHeapStep)) return nullptr;
   return heap_.alloc(size);
 }
 
@@ -612,7 +746,7 @@ void Database::free(void* block) {
   std::uint32_t at = cage_ref(block);
   if (in_slot(block) && is_permanent(at)) return free_permanent(at);
   if (!heap_.is_block(block)) stop(Message::kBadFree);
-  if (!reserve_log(kHeapStep)) return;
+  if (!need_log(kHeapStep)) return;
   // An abort needs the bytes of what is older than the transaction, and a reader may have met what is not.
   if (is_fresh(at, 1) && !readers_.any()) {
     std::memset(block, 0, heap_.block_size(block));
@@ -660,11 +794,13 @@ void* Database::alloc_permanent(std::uint32_t size) {
 void Database::free_permanent(std::uint32_t at) {
   auto* block = static_cast<PermanentBlock*>(cage_at(at)) - 1;
   block->next = header_->permanent_free;
+  order();
   publish(&header_->permanent_free, cage_ref(block));
 }
 
 std::uint32_t Database::grow(std::uint32_t segments, std::uint32_t wanted) {
-  if (!reserve_log(kGrowReserve)) return 0;
+  // Not the log is what runs out first.
+  if (!reserve_log(kLogReserve)) return 0;
   // Where it cannot be continued, the wilderness becomes a chunk like others.
   if (fresh_used_ < fresh_end_) hand_out(fresh_used_, fresh_end_ - fresh_used_);
   return take_segments(segments, Segment::kNewHeap, wanted);
@@ -697,11 +833,9 @@ std::uint32_t Database::take_segments(std::uint32_t count, Segment kind, std::ui
 bool Database::extend_file(std::uint32_t segments) {
   off_t from = off_t{header_->segments} * kSegmentSize;
   off_t length = off_t{segments} * kSegmentSize + kFileTail - from;
-  int error;
-  do {
-    error = posix_fallocate(writer()->fd(), from, length);
-  } while (error == EINTR);
-  if (error) return false;
+  if (allocate_file(writer()->fd(), from, length)) return false;
+  // The header must not be on the disk before the room that it tells of.
+  if (is_machine_durable() && sync_file()) return false;
   publish(&header_->segments, segments);
   return true;
 }

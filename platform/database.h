@@ -35,6 +35,12 @@ enum class Segment : std::uint8_t {
   kOldHeap = 5,  // given up by the open transaction: kFree by commit, kHeap by abort
 };
 
+// What a commit survives. See docs/design/durability.md.
+enum Durability : std::uint32_t {
+  kProcessDurability = 0,  // the death of processes
+  kMachineDurability = 1,  // the loss of power too
+};
+
 struct DatabaseHeader {          // stored format, at the start of the file
   char magic[8];                 // offset 0
   std::uint32_t version;         // offset 8
@@ -49,7 +55,7 @@ struct DatabaseHeader {          // stored format, at the start of the file
   std::uint32_t permanent_free;  // offset 44, list of freed permanent blocks
   std::uint64_t key_id;          // offset 48, the key under which secrets are sealed; 0 before the first open
   std::uint32_t generation;      // offset 56, odd while a transaction has changed something, each time another
-  std::uint32_t durability;      // offset 60, reserved
+  std::uint32_t durability;      // offset 60, a Durability
   Segment kinds[256];            // offset 64; the first segment is none of these
   std::uint8_t identity[16];     // offset 320, of the file, at random: a backup has its database's
 };
@@ -59,6 +65,7 @@ STORED_FIELD(DatabaseHeader, segments, kSegmentsAt, std::uint32_t);
 STORED_FIELD(DatabaseHeader, log_last, 28, std::uint32_t);
 STORED_FIELD(DatabaseHeader, key_id, 48, std::uint64_t);
 STORED_FIELD(DatabaseHeader, generation, 56, std::uint32_t);
+STORED_FIELD(DatabaseHeader, durability, 60, std::uint32_t);
 
 // Layout of the first segment.
 inline constexpr std::uint32_t kRootsAt = 0x1000;
@@ -88,6 +95,7 @@ struct OpenRequest {
   int slot;
   char* message;
   std::size_t message_size;
+  Durability durability = kProcessDurability;  // of a file that is made
 };
 
 // Reads and checks the head of a file. False, with `err` and the request's message, if it is no database that this
@@ -116,7 +124,8 @@ class Database final : public HeapBacking {
   // change belongs to it, too. Then records the changes for the readers of the feed.
   void raise_events(kvt_handle* handle);
   void record_changes();
-  void commit();
+  // 0; ENOSPC or EIO: the transaction was doomed (see announce) and has been rolled back.
+  int commit();
   void abort();
   // A place in the open transaction to come back to; marks are numbered from 1, and those behind the one that was gone
   // back to are void.
@@ -154,16 +163,25 @@ class Database final : public HeapBacking {
   int restore_from(const DatabaseHeader& backup, int fd, const char** reason);
   void give_up_top();
   std::uint64_t shorten_file();
+  int set_durability(Durability durability);
   Heap& heap() { return heap_; }
   const Heap& heap() const { return heap_; }
 
   bool announce_range(const Store* store, void* at, std::uint32_t length, std::uint32_t txn, bool told = true);
+  // Room for `bytes` of undo log, beside what is always kept back. `need_log` dooms the transaction when there is none.
   bool reserve_log(std::uint32_t bytes);
+  bool need_log(std::uint32_t bytes);
+  // With machine durability: all that was stored so far reaches the disk before anything that is stored later. For
+  // memory that no undo log covers.
+  void order();
 
   // The file's present extent.
   std::uint32_t end() const { return base_ + header_->segments * kSegmentSize; }
   std::uint32_t base() const { return base_; }
 
+  // Makes the range safe to be stored into. Nobody asks whether that worked, so it always does: when the log cannot
+  // grow any more the range goes to the part of it that is kept back, and the transaction is doomed. From then on
+  // nothing is allocated, and commit rolls back.
   void announce(std::uint32_t at, std::uint32_t length) override { save(at, length, 0); }
   void hand_out(std::uint32_t at, std::uint32_t length) override;
   void announce_taken(std::uint32_t at, std::uint32_t length) override { save(at, length, kTaken); }
@@ -174,12 +192,17 @@ class Database final : public HeapBacking {
   struct Area {  // a stretch of undo log
     std::uint32_t begin, end;
   };
-  static constexpr std::uint32_t kTaken = 1;  // kind of an entry: a free chunk that was made use of
-  struct LogEntry {                           // stored format, before the bytes as they were
+  // In the length of an entry: memory that was free, and zero; and a free chunk that was made use of.
+  static constexpr std::uint32_t kWipe = 0x80000000, kTaken = 0x40000000;
+  struct LogEntry {  // stored format, before the bytes as they were
     std::uint32_t at;
-    std::uint32_t length;  // of those bytes; 0 for memory that was free, and zero
+    std::uint32_t length;  // of those bytes; with kWipe, of that memory
     std::uint32_t previous;
-    std::uint32_t wiped_or_kind;  // length of that memory; with bytes, their kind
+    std::uint32_t checksum;  // with machine durability, else 0
+
+    std::uint32_t bytes() const { return length & kWipe ? 0 : length & ~kTaken; }
+    std::uint32_t wiped() const { return length & kWipe ? length & ~kWipe : 0; }
+    bool is_taken() const { return (length & (kWipe | kTaken)) == kTaken; }
   };
   STORED_SIZE(LogEntry, 16);
   struct Savepoint {
@@ -201,18 +224,31 @@ class Database final : public HeapBacking {
   bool extend_file(std::uint32_t segments);
   void use_log_areas();
   bool add_log_area();
+  std::uint32_t stretch_left(std::uint32_t at) const;
   // An undo log entry that makes the range zero.
   void log_wipe(std::uint32_t at, std::uint32_t length);
   std::uint32_t log_room();
-  void append(std::uint32_t at, std::uint32_t length, std::uint32_t wiped_or_kind);
+  void append(std::uint32_t at, std::uint32_t length, std::uint32_t flags);
   void use_log_behind();
   void save(std::uint32_t at, std::uint32_t length, std::uint32_t kind);
   void log(std::uint32_t at, std::uint32_t length, std::uint32_t kind);
+  void widen(std::uint32_t* at, std::uint32_t* length) const;
+  void find_log_end();
   int take_turn(Store* store, bool wait);
   void give_turn(Store* store);
-  bool recover(bool even_damaged);
+  int recover(bool even_damaged);
   void recover_if_dead(Store* store);
-  bool roll_back();
+  int roll_back();
+  void begin_log();
+  void go_on_in_log(std::size_t area, std::uint32_t at);
+  // What was changed is committed from here on, and the log empty; `error` if the disk does not know it. False: it
+  // cannot be, for the transaction is doomed.
+  bool end_log(int* error);
+  void end_turn();
+  std::uint32_t checksum_of(const LogEntry& entry) const;
+  int sync(const void* at, std::size_t length) const;
+  int sync_file() const;
+  bool is_machine_durable() const { return header_->durability == kMachineDurability && !snapshot_; }
   bool has_watchers(const Store* store);
   void undo_to(std::uint32_t entry);
   void use_wilderness();
@@ -223,7 +259,9 @@ class Database final : public HeapBacking {
   bool heap_is_sound() const;
   bool log_is_sound() const;
   bool is_heap(std::uint32_t at, std::uint32_t length) const;
-  void settle_segments(bool committed);
+  // What a transaction leaves when it is committed, on the disk too: bytes that an abort would have needed.
+  void tidy_up();
+  void settle_segments(bool committed, const std::bitset<256>& kept = {});
   void free_segment(std::uint32_t segment);
   void set_kinds(const std::bitset<256>& segments, Segment kind);
   std::bitset<256> segments_of(Segment kind) const;
@@ -231,7 +269,8 @@ class Database final : public HeapBacking {
   int copy_from(int fd);
 
   // Memory that readers may stand on: reclaim.cc.
-  void give_back(std::uint32_t entry, std::uint32_t top, const std::bitset<256>& segments, std::uint32_t generation);
+  std::bitset<256> keep_from_use(std::uint32_t entry, std::uint32_t top, const std::bitset<256>& segments,
+                                 std::uint32_t generation);
   void release_block(std::uint32_t at);
   void wipe_released();
   void keep_pending(std::uint32_t at);
@@ -271,6 +310,8 @@ class Database final : public HeapBacking {
   std::vector<Area> areas_;
   std::size_t area_ = 0;
   std::uint32_t log_at_ = 0;
+  std::uint64_t log_left_ = 0;  // in all areas
+  int doomed_ = 0;              // the error that commit will give
   std::uint32_t fresh_begin_ = 0;
   std::uint32_t fresh_end_ = 0;
   std::uint32_t fresh_used_ = 0;  // an abort wipes what lies before

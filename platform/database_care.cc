@@ -6,27 +6,16 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "platform/database.h"
+#include "platform/files.h"
 #include "platform/heap_format.h"
 
 namespace kvt {
 namespace {
 
 constexpr std::uint32_t kLogSlack = 256 * 1024;  // entry headers and what the heap's own changes log
-
-int write_all(int fd, const void* bytes, std::size_t length, off_t at) {
-  const char* from = static_cast<const char*>(bytes);
-  while (length) {
-    const ssize_t n = pwrite(fd, from, length, at);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) return errno;
-    from += n;
-    at += n;
-    length -= static_cast<std::size_t>(n);
-  }
-  return 0;
-}
 
 int read_all(int fd, void* bytes, std::size_t length, off_t at) {
   char* to = static_cast<char*>(bytes);
@@ -46,7 +35,7 @@ int read_all(int fd, void* bytes, std::size_t length, off_t at) {
 // As the open transaction found it. What the undo log holds is not of the state, and stays behind.
 int Database::copy_to(int fd) const {
   const off_t size = off_t{header_->segments} * kSegmentSize + kFileTail;
-  if (const int error = posix_fallocate(fd, 0, size)) return error;
+  if (const int error = allocate_file(fd, 0, size)) return error;
   DatabaseHeader head = *header_;
   head.log_last = 0;
   if (const int error = write_all(fd, &head, sizeof head, 0)) return error;
@@ -70,6 +59,12 @@ int Database::restore_from(const DatabaseHeader& backup, int fd, const char** re
   const auto is_heap = [](const DatabaseHeader& header, std::uint32_t i) {
     return i < header.segments && (header.kinds[i] == Segment::kHeap || header.kinds[i] == Segment::kNewHeap);
   };
+  for (std::uint32_t i = 1; i < header_->segments; ++i) {
+    if (header_->kinds[i] == Segment::kLog && is_heap(backup, i)) free_segment(i);
+  }
+  use_log_areas();
+  // An entry first: without one the segments that are taken would stay taken after a death.
+  log(base_ + kRootsAt, 8, 0);
   const DatabaseHeader before = *header_;
   std::uint64_t logged = kLogAt - kRootsAt + kLogSlack;
   for (std::uint32_t i = 1; i < std::size(backup.kinds); ++i) {
@@ -124,8 +119,10 @@ void Database::give_up_top() {
 // In a transaction that has changed nothing yet.
 std::uint64_t Database::shorten_file() {
   std::uint32_t segments = header_->segments;
+  // Where whole pages are logged, the first stretch of log alone would do for nothing.
+  bool keep = is_machine_durable();
   for (std::uint32_t i = 1; i < header_->segments; ++i) {
-    if (header_->kinds[i] == Segment::kLog) free_segment(i);
+    if (header_->kinds[i] == Segment::kLog && !std::exchange(keep, false)) free_segment(i);
   }
   use_log_areas();
   while (segments > 1 && header_->kinds[segments - 1] == Segment::kFree) --segments;
@@ -137,7 +134,7 @@ std::uint64_t Database::shorten_file() {
   const std::uint32_t before = header_->segments;
   publish(&header_->segments, segments);
   bool shorter = false;
-  if (readers_.any()) {
+  if (readers_.any() || (is_machine_durable() && sync(header_, sizeof *header_))) {
     publish(&header_->segments, before);
   } else {
     shorter = ftruncate(fd, off_t{segments} * kSegmentSize + kFileTail) == 0;

@@ -68,20 +68,7 @@ std::uint32_t checksum_of(const DatabaseHeader& header) {
   return sum;
 }
 
-int write_all(int fd, const void* bytes, std::size_t length, off_t at) {
-  const char* p = static_cast<const char*>(bytes);
-  while (length) {
-    ssize_t n = pwrite(fd, p, length, at);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) return errno;
-    p += n;
-    at += n;
-    length -= static_cast<std::size_t>(n);
-  }
-  return 0;
-}
-
-int fill_new_file(int fd, std::uint32_t slot) {
+int fill_new_file(int fd, std::uint32_t slot, Durability durability) {
   DatabaseHeader header{};
   std::uint32_t base = kDatabaseBegin + slot * kSlotSize;
   std::memcpy(header.magic, kMagic, sizeof kMagic);
@@ -90,14 +77,16 @@ int fill_new_file(int fd, std::uint32_t slot) {
   header.segment_size = kSegmentSize;
   header.checksum = checksum_of(header);
   header.segments = 1;
+  header.durability = durability;
   if (getrandom(header.identity, sizeof header.identity, 0) != sizeof header.identity) return EIO;
   header.permanent_at = base + kFirstPermanentAt;
   header.permanent_end = base + kSegmentSize;
   std::uint32_t tables_at = kRootsAt + static_cast<std::uint32_t>(offsetof(StoreRoots, tables));
   kvt_table_list tables = {0, base + tables_at};
-  if (int error = posix_fallocate(fd, 0, kSegmentSize + kFileTail)) return error;
+  if (int error = allocate_file(fd, 0, kSegmentSize + kFileTail)) return error;
   if (int error = write_all(fd, &tables, sizeof tables, tables_at)) return error;
-  return write_all(fd, &header, sizeof header, 0);
+  if (int error = write_all(fd, &header, sizeof header, 0)) return error;
+  return durability == kMachineDurability && fsync(fd) ? errno : 0;
 }
 
 // Opens a file that is there. A symbolic link counts only where none but its folder's owner can have put it. -1, with
@@ -275,7 +264,7 @@ int Database::copy_from(int fd) {
   munmap(map, kSlotSize);
   if (error) return error;
   const bool left_open = header_->log_last;
-  if (!header_is_sound() || (left_open && !roll_back()) || !heap_is_sound()) return EIO;
+  if (!header_is_sound() || (left_open && roll_back()) || !heap_is_sound()) return EIO;
   if (!left_open) settle_segments(true);
   end_change();
   return 0;
@@ -302,7 +291,9 @@ Store* Database::open(const OpenRequest& request, int* err) {
       *err = EBUSY;
       return nullptr;
     }
-    *err = make_file(request.path, [&](int made) { return fill_new_file(made, static_cast<std::uint32_t>(slot)); });
+    *err = make_file(request.path, [&](int made) {
+      return fill_new_file(made, static_cast<std::uint32_t>(slot), request.durability);
+    });
     if (*err == EEXIST) *err = 0;  // another process was first, and its file serves
     if (*err) {
       say_error(request, "make", *err);

@@ -2,6 +2,7 @@
 #include "platform/files.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -18,6 +19,12 @@ int give_name(const char* temporary, const char* path) {
   return renameat2(AT_FDCWD, temporary, AT_FDCWD, path, RENAME_NOREPLACE) ? errno : 0;
 }
 
+bool may_reach(off_t end) {
+  struct rlimit limit;
+  return getrlimit(RLIMIT_FSIZE, &limit) || limit.rlim_cur == RLIM_INFINITY ||
+         static_cast<rlim_t>(end) <= limit.rlim_cur;
+}
+
 // The name has to reach the disk too.
 void sync_folder(const std::string& path) {
   const std::size_t slash = path.rfind('/');
@@ -27,6 +34,29 @@ void sync_folder(const std::string& path) {
 }
 
 }  // namespace
+
+int allocate_file(int fd, off_t from, off_t length) {
+  if (!may_reach(from + length)) return EFBIG;
+  int error;
+  do {
+    error = posix_fallocate(fd, from, length);
+  } while (error == EINTR);
+  return error;
+}
+
+int write_all(int fd, const void* bytes, std::size_t length, off_t at) {
+  const char* from = static_cast<const char*>(bytes);
+  if (!may_reach(at + static_cast<off_t>(length))) return EFBIG;
+  while (length) {
+    const ssize_t n = pwrite(fd, from, length, at);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return errno;
+    from += n;
+    at += n;
+    length -= static_cast<std::size_t>(n);
+  }
+  return 0;
+}
 
 int make_file(const char* path, const std::function<int(int fd)>& fill) {
   std::string temporary = std::string(path) + ".XXXXXX";

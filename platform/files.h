@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <cstddef>
 #include <functional>
 
 namespace kvt {
@@ -25,5 +26,12 @@ class File {
 // sees half of it, and of several that make it at once, one wins. `fill` gets the descriptor and gives 0 or an error.
 // @return 0; EEXIST: the name is taken, and what bears it is untouched; else what `fill` or the system gave
 int make_file(const char* path, const std::function<int(int fd)>& fill);
+
+// Room on the disk for [from, from + length) of a file. A limit to the size of files is an error as a full disk is, and
+// not the signal that the system sends.
+// @return 0, ENOSPC, EFBIG or what the system gives
+int allocate_file(int fd, off_t from, off_t length);
+// @return 0, EFBIG as above, or what the system gives
+int write_all(int fd, const void* bytes, std::size_t length, off_t at);
 
 }  // namespace kvt

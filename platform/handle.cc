@@ -122,8 +122,11 @@ kvt_handle* kvt_handle_open_database(const char* path, const kvt_handle_options*
   const kvt_handle_options options = kvt::options_or_default(given);
   kvt::clear_message(options);
   *err = 0;
-  Store* store = Database::open(
-      {path, options.create != 0, options.snapshot != 0, options.slot, options.message, options.message_size}, err);
+  const kvt::Durability durability =
+      options.durability == KVT_DURABILITY_MACHINE ? kvt::kMachineDurability : kvt::kProcessDurability;
+  Store* store = Database::open({path, options.create != 0, options.snapshot != 0, options.slot, options.message,
+                                 options.message_size, durability},
+                                err);
   if (!store) return nullptr;
   const std::string key_file = options.key_file ? options.key_file : std::string(path) + ".key";
   *err = kvt::open_key(store, key_file.c_str(), options);
@@ -195,7 +198,7 @@ void kvtdb_txn_commit(kvt_handle* handle, uint32_t txn, int* err) {
   handle->runtime->raising = false;
   handle->last_error = last_error;
   handle->default_txn = KVT_NO_TXN;
-  database->commit();
+  if (const int error = database->commit()) kvt_store_epoch_err(handle, error, err);
 }
 
 void kvtdb_txn_abort(kvt_handle* handle, uint32_t txn, int* err) {

@@ -10,18 +10,7 @@
 namespace kvt {
 namespace {
 
-constexpr std::uint32_t kLargest = 0x40000000;
 constexpr int kScanLimit = 32;  // chunks looked at in a bin of mixed sizes before a larger bin is taken
-
-// Headers and links of hidden memory are the allocator's own, so these do not ask whether an address is hidden.
-KVT_NO_ASAN std::uint32_t get(std::uint32_t at) { return *reinterpret_cast<std::uint32_t*>(kvt_cage_base + at); }
-KVT_NO_ASAN void put(std::uint32_t at, std::uint32_t value) {
-  *reinterpret_cast<std::uint32_t*>(kvt_cage_base + at) = value;
-}
-
-std::uint32_t size_of(std::uint32_t chunk) { return get(chunk) & ~kChunkFlags; }
-bool is_used(std::uint32_t chunk) { return get(chunk) & kChunkUsed; }
-std::uint32_t previous_size(std::uint32_t chunk) { return get(chunk + 4); }
 
 }  // namespace
 
@@ -233,40 +222,35 @@ std::uint32_t Heap::take_from_top(std::uint32_t need, bool for_use) {
   return chunk;
 }
 
-void* Heap::alloc(std::uint32_t size) {
-  if (size > kLargest) return nullptr;
-  std::uint32_t need = ((size + 7u) & ~7u) + kChunkHeader;
-  if (need < kChunkMinimum) need = kChunkMinimum;
-  std::uint32_t chunk = take_from_bins(need);
-  if (!chunk) chunk = take_from_top(need);
-  if (!chunk) {
-    std::uint32_t segments = (need + 2 * kChunkHeader + kSegmentSize - 1) / kSegmentSize;
-    // Word first: a backing that logs must have an entry before it marks segments as taken.
-    announce(&meta_->top, 8);
-    std::uint32_t begin = backing_->grow(segments, meta_->end);
-    if (!begin) return nullptr;
-    add_region(begin, segments * kSegmentSize);
-    chunk = take_from_top(need);
+// Gives all waiting chunks back to the bins. False: there were none.
+bool Heap::join_waiting() {
+  if (!waiting_ || !waiting_->bytes) return false;
+  for (std::uint32_t& list : waiting_->lists) {
+    while (const std::uint32_t chunk = list) {
+      list = get(chunk + kChunkHeader);
+      give_back(chunk, size_of(chunk));
+    }
   }
-  void* block = cage_at(chunk + kChunkHeader);
-  if (hide_free_) memory_show(block, size);
-  return block;
+  waiting_->bytes = 0;
+  return true;
 }
 
-bool Heap::is_block(const void* block) const { return has_flags(block, kChunkUsed); }
-
-bool Heap::is_pending(const void* block) const { return has_flags(block, kChunkUsed | kChunkPending); }
-
-bool Heap::has_flags(const void* block, std::uint32_t flags) const {
-  std::uint32_t chunk = cage_ref(block) - kChunkHeader;
-  if (!in_cage(block) || chunk % 8 || !backing_->holds(chunk)) return false;
-  std::uint32_t size = size_of(chunk);
-  if ((get(chunk) & kChunkFlags) != flags || size < kChunkMinimum || size > kNumberBegin - chunk) return false;
-  return backing_->holds(chunk + size) && previous_size(chunk + size) == size;
+std::uint32_t Heap::take_free(std::uint32_t need) {
+  const std::uint32_t chunk = take_from_bins(need);
+  return chunk ? chunk : take_from_top(need);
 }
 
-std::uint32_t Heap::block_size(const void* block) const {
-  return is_block(block) ? size_of(cage_ref(block) - kChunkHeader) - kChunkHeader : 0;
+std::uint32_t Heap::take(std::uint32_t need) {
+  std::uint32_t chunk = take_free(need);
+  if (!chunk && join_waiting()) chunk = take_free(need);
+  if (chunk) return chunk;
+  std::uint32_t segments = (need + 2 * kChunkHeader + kSegmentSize - 1) / kSegmentSize;
+  // Word first: a backing that logs must have an entry before it marks segments as taken.
+  announce(&meta_->top, 8);
+  std::uint32_t begin = backing_->grow(segments, meta_->end);
+  if (!begin) return 0;
+  add_region(begin, segments * kSegmentSize);
+  return take_from_top(need);
 }
 
 std::uint32_t Heap::block_around(std::uint32_t at) const {
@@ -317,10 +301,7 @@ std::uint32_t Heap::set_aside_top(std::uint32_t up_to) {
   return chunk + kChunkHeader;
 }
 
-void Heap::free(void* block) {
-  std::uint32_t chunk = cage_ref(block) - kChunkHeader;
-  std::uint32_t size = size_of(chunk);
-  if (hide_free_) memory_hide(block, size - kChunkHeader);
+void Heap::give_back(std::uint32_t chunk, std::uint32_t size) {
   const std::uint32_t freed = chunk;
   std::uint32_t next = chunk + size;
   std::uint32_t previous = previous_size(chunk);

@@ -1,13 +1,16 @@
 // The one allocator: private stores, loose memory in the cage and databases. Boundary tags, exact bins for small sizes,
 // a wilderness that grows by whole segments. It knows no transactions: every change of its own words is announced to
-// its backing first, and the backing decides what that means. With a backing that logs, free memory is zero but for
-// headers and links: the allocator wipes its own words there, and who frees a block its inside.
+// its backing first, and the backing decides what that means. Where nobody asks for announcements, small blocks that
+// are freed wait in lists by size for the next that want one: neither joined with their neighbours nor cut anew.
+// With a backing that logs, free memory is zero but for headers and links: the allocator wipes its own words there, and
+// who frees a block its inside.
 #pragma once
 
 #include <array>
 #include <cstdint>
 
 #include "platform/cage.h"
+#include "platform/heap_format.h"
 
 namespace kvt {
 
@@ -20,6 +23,13 @@ struct HeapMeta {                               // stored format: lies in the fi
   std::uint32_t end;                            // where the newest region ends
 };
 STORED_SIZE(HeapMeta, 80 + kHeapBins * 4 + 8);
+
+// Chunks that wait to be used again, in private memory that is zero at first.
+struct WaitingChunks {
+  static constexpr std::uint32_t kMostBytes = 64 * 1024;
+  std::uint32_t lists[kExactLimit / 8 + 1];  // one for each size; the link is the block's first word
+  std::uint32_t bytes;
+};
 
 class HeapBacking {
  public:
@@ -47,15 +57,39 @@ class Heap {
   // `cards`, which may be null, has an entry for every stretch from `cards_base` on.
   void attach(HeapMeta* meta, HeapBacking* backing, bool logged, bool hide_free, HeapCard* cards = nullptr,
               std::uint32_t cards_base = 0);
+  // For a heap that isn't logged and has private segments only, those of `owner`.
+  void keep_waiting(WaitingChunks* waiting, const void* owner) {
+    waiting_ = waiting;
+    owner_ = owner;
+  }
   // Adds a region to allocate from: [begin, begin + length), both multiples of 8.
   void add_region(std::uint32_t begin, std::uint32_t length);
-  void* alloc(std::uint32_t size);  // 8-aligned, not zeroed; null when the backing has no more
+  // 8-aligned, not zeroed; null when the backing has no more.
+  void* alloc(std::uint32_t size) {
+    if (size > kLargest) return nullptr;
+    const std::uint32_t need =
+        size <= kChunkMinimum - kChunkHeader ? kChunkMinimum : ((size + 7u) & ~7u) + kChunkHeader;
+    const std::uint32_t waiting = take_waiting(need);
+    const std::uint32_t chunk = waiting ? waiting : take(need);
+    if (!chunk) return nullptr;
+    void* block = cage_at(chunk + kChunkHeader);
+    if (hide_free_) memory_show(block, size);
+    return block;
+  }
   // An address for which is_block holds. Of the block's bytes the first 8 may be changed, and announced, here.
-  void free(void* block);
+  void free(void* block) {
+    const std::uint32_t chunk = cage_ref(block) - kChunkHeader;
+    const std::uint32_t size = size_of(chunk);
+    if (hide_free_) memory_hide(block, size - kChunkHeader);
+    if (!wait(chunk, size)) give_back(chunk, size);
+  }
   // False for what is no allocated block of this heap, as far as can be told from its neighbours.
-  bool is_block(const void* block) const;
-  bool is_pending(const void* block) const;           // likewise, of a block that is pending
-  std::uint32_t block_size(const void* block) const;  // 0 for what is no allocated block
+  bool is_block(const void* block) const { return has_flags(block, kChunkUsed); }
+  bool is_pending(const void* block) const { return has_flags(block, kChunkUsed | kChunkPending); }
+  // 0 for what is no allocated block.
+  std::uint32_t block_size(const void* block) const {
+    return is_block(block) ? size_of(cage_ref(block) - kChunkHeader) - kChunkHeader : 0;
+  }
   // For who looks after a database.
   HeapCard* cards() const { return cards_; }
   static std::uint32_t card_value(std::uint32_t chunk) { return chunk % (1u << kCardShift) / 8 + 1; }
@@ -78,7 +112,53 @@ class Heap {
   std::uint32_t top_size() const;
 
  private:
-  bool has_flags(const void* block, std::uint32_t flags) const;
+  static constexpr std::uint32_t kLargest = 0x40000000;
+
+  // Headers and links of hidden memory are the allocator's own, so these do not ask whether an address is hidden.
+  KVT_NO_ASAN static std::uint32_t get(std::uint32_t at) {
+    return *reinterpret_cast<std::uint32_t*>(kvt_cage_base + at);
+  }
+  KVT_NO_ASAN static void put(std::uint32_t at, std::uint32_t value) {
+    *reinterpret_cast<std::uint32_t*>(kvt_cage_base + at) = value;
+  }
+  static std::uint32_t size_of(std::uint32_t chunk) { return get(chunk) & ~kChunkFlags; }
+  static bool is_used(std::uint32_t chunk) { return get(chunk) & kChunkUsed; }
+  static std::uint32_t previous_size(std::uint32_t chunk) { return get(chunk + 4); }
+
+  bool has_flags(const void* block, std::uint32_t flags) const {
+    const std::uint32_t chunk = cage_ref(block) - kChunkHeader;
+    if (!in_cage(block) || chunk % 8 || !holds(chunk)) return false;
+    const std::uint32_t size = size_of(chunk);
+    if ((get(chunk) & kChunkFlags) != flags || size < kChunkMinimum || size > kNumberBegin - chunk) return false;
+    const bool same_segment = chunk / kSegmentSize == (chunk + size) / kSegmentSize;
+    return (same_segment || holds(chunk + size)) && previous_size(chunk + size) == size;
+  }
+  // These give chunks of at least `need` bytes, marked as used; 0 when there is none.
+  std::uint32_t take(std::uint32_t need);  // also from memory that the backing has to give
+  std::uint32_t take_free(std::uint32_t need);
+  std::uint32_t take_waiting(std::uint32_t need) {
+    if (!waiting_ || need > kExactLimit) return 0;
+    std::uint32_t& list = waiting_->lists[need / 8];
+    const std::uint32_t chunk = list;
+    if (!chunk) return 0;
+    list = get(chunk + kChunkHeader);
+    waiting_->bytes -= need;
+    put(chunk, need | kChunkUsed);
+    return chunk;
+  }
+  // False: the chunk isn't to wait.
+  bool wait(std::uint32_t chunk, std::uint32_t size) {
+    if (!waiting_ || size > kExactLimit || waiting_->bytes + size > WaitingChunks::kMostBytes) return false;
+    std::uint32_t& list = waiting_->lists[size / 8];
+    put(chunk + kChunkHeader, list);
+    put(chunk, size | kChunkUsed | kChunkWaiting);
+    list = chunk;
+    waiting_->bytes += size;
+    return true;
+  }
+  bool join_waiting();
+  void give_back(std::uint32_t chunk, std::uint32_t size);
+  bool holds(std::uint32_t at) const { return owner_ ? segment_owner(cage_at(at)) == owner_ : backing_->holds(at); }
   std::uint32_t take_from_bins(std::uint32_t need);
   std::uint32_t take_from_top(std::uint32_t need, bool for_use = true);
   void set(std::uint32_t at, std::uint32_t value);
@@ -100,6 +180,8 @@ class Heap {
 
   HeapMeta* meta_ = nullptr;
   HeapBacking* backing_ = nullptr;
+  WaitingChunks* waiting_ = nullptr;
+  const void* owner_ = nullptr;
   bool logged_ = false;
   bool hide_free_ = false;
   HeapCard* cards_ = nullptr;

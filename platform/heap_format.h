@@ -11,6 +11,7 @@ inline constexpr std::uint32_t kChunkHeader = 8;
 inline constexpr std::uint32_t kChunkMinimum = 16;  // header and two links
 inline constexpr std::uint32_t kChunkUsed = 1;
 inline constexpr std::uint32_t kChunkPending = 2;  // freed, and kept until nobody needs it
+inline constexpr std::uint32_t kChunkWaiting = 4;  // freed, with kChunkUsed: neighbours leave it alone
 inline constexpr std::uint32_t kChunkFlags = 7;
 inline constexpr std::uint32_t kExactLimit = 4096;
 inline constexpr std::uint32_t kExactBins = kExactLimit / 8 - 1;

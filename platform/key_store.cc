@@ -53,14 +53,17 @@ int key_put(void* keystore, std::uint32_t txn, const char* key, void* value) {
   std::uint32_t* permanent = &store->roots()->permanent_keys[hash % kKeyBuckets];
   KeyNode* named = find(permanent, hash, key);
   if (value && store->is_permanent(value)) {
+    store->order();
     if (named) {
       publish(&named->value, word);
       return 1;
     }
     void* room = store->alloc_permanent(size);
     if (!room) return 0;
+    KeyNode* node = fill(room, *permanent, hash, word, key, length);
+    store->order();
     // Readers take no lock: the node is whole before its chain leads to it.
-    publish(permanent, cage_ref(fill(room, *permanent, hash, word, key, length)));
+    publish(permanent, cage_ref(node));
     return 1;
   }
   // The permanent name would hide this one.

@@ -152,8 +152,9 @@ std::uint32_t print_bytes(kvt_handle* handle, char* buffer, const void* bytes, s
 }  // namespace
 
 OidEntry* oid_find(const Store& store, const void* oid) {
-  const auto value = load<kvt_oid_value>(oid);
   const StoreRoots* roots = store.roots();
+  if (!roots->oids_by_serial.count) return nullptr;
+  const auto value = load<kvt_oid_value>(oid);
   if (std::memcmp(value.src, roots->identity, sizeof value.src) != 0) return nullptr;
   const std::uint64_t serial = wire_order(load<std::uint64_t>(value.id));
   OidEntry* entry = entry_at(ref_map_find(roots->oids_by_serial, key_of(serial)));

@@ -9,6 +9,7 @@ namespace {
 
 // Undo log for the release of one block, and for a page of limbo.
 constexpr std::uint32_t kReleaseStep = 4096;
+constexpr std::uint32_t kPushStep = 256;
 // A reader that holds back a block for this many generations is looked at, and again after as many commits.
 constexpr std::uint32_t kPatience = 16;
 
@@ -17,37 +18,38 @@ constexpr std::uint32_t kPatience = 16;
 // After something was taken back, down to that entry of the log: readers that are here now may stand on what had been
 // handed out. It goes to limbo, all under the log. That is of the wilderness what lies before the place `top` where it
 // began last, or all of it with the segments that became heap, and every free chunk that was made use of, as a whole.
-void Database::give_back(std::uint32_t entry, std::uint32_t top, const std::bitset<256>& segments,
-                         std::uint32_t generation) {
+// Where the log has no room for it memory is free at once. @return the segments that stay heap
+std::bitset<256> Database::keep_from_use(std::uint32_t entry, std::uint32_t top, const std::bitset<256>& segments,
+                                         std::uint32_t generation) {
   std::vector<std::uint32_t> aside;
+  std::bitset<256> kept;
   const auto put_aside = [&aside](std::uint32_t block) {
     if (block) aside.push_back(block);
   };
-  for (std::uint32_t i = 1; i < header_->segments; i++) {
+  // Who is put aside has room to be remembered, too.
+  const auto has_room = [&] { return reserve_log(kReleaseStep + static_cast<std::uint32_t>(aside.size()) * kPushStep); };
+  for (std::uint32_t i = 1; i < header_->segments && has_room(); i++) {
     if (!segments[i]) continue;
     std::uint32_t run = 1;
     while (i + run < header_->segments && segments[i + run]) run++;
     const std::uint32_t begin = base_ + i * kSegmentSize;
-    if (!reserve_log(kReleaseStep)) return;
     if (begin != heap_.end()) put_aside(heap_.set_aside_top(0));
     heap_.add_region(begin, run * kSegmentSize);
     top = 0;  // in memory that is not known to be zero behind it
-    i += run;
+    for (const std::uint32_t end = i + run; i < end; i++) kept.set(i);
   }
-  if (!reserve_log(kReleaseStep)) return;
-  put_aside(heap_.set_aside_top(top));
+  if (has_room()) put_aside(heap_.set_aside_top(top));
   for (std::uint32_t at = header_->log_last; at != entry;) {
     const auto* saved = static_cast<const LogEntry*>(cage_at(at));
     at = saved->previous;
-    if (saved->length && saved->wiped_or_kind == kTaken && reserve_log(kReleaseStep))
-      put_aside(heap_.set_aside(saved->at));
+    if (saved->is_taken() && has_room()) put_aside(heap_.set_aside(saved->at));
   }
   while (limbo_room() < aside.size() && add_spare_page()) {
   }
   for (std::uint32_t block : aside) {
-    if (!reserve_log(kReleaseStep)) return;
-    if (!limbo_push(block, generation)) release_block(block);  // no room to remember it
+    if (!limbo_push(block, generation)) release_block(block);  // no page for it
   }
+  return kept;
 }
 
 // A page of limbo; null for a word that leads to none.
@@ -112,9 +114,7 @@ void Database::limbo_drain(Store* store) {
     if (is_before(oldest, held)) return;
   }
   stuck_ = 0;
-  use_log_areas();
-  fresh_used_ = 0;
-  use_wilderness();
+  begin_log();
   for (LimboPage* last; (last = page_at(roots_->limbo));) {
     LimboPage* page = page_at(last->next);
     if (!page) break;
@@ -133,16 +133,17 @@ void Database::limbo_drain(Store* store) {
     write(&last->next, page->next);
     release_block(cage_ref(page));
   }
-  publish(&header_->log_last, 0);
-  wipe_released();
-  end_change();
+  int error = 0;
+  if (!end_log(&error)) roll_back();
+  error ? to_wipe_.clear() : wipe_released();
+  if (!header_->log_last) end_change();
 }
 
 // At commit, still under the log: what was freed goes, or to limbo if anybody reads.
 void Database::settle_pending() {
   const bool held = !pending_.empty() && readers_.any();
   for (std::uint32_t at : pending_) {
-    if (!reserve_log(kReleaseStep)) break;
+    if (!need_log(kReleaseStep)) return;
     if (held) {
       limbo_push(at, next_generation());
     } else {
@@ -150,7 +151,10 @@ void Database::settle_pending() {
     }
   }
   pending_.clear();
-  for (std::uint32_t at : spare_pages_) heap_.free(cage_at(at));
+  for (std::uint32_t at : spare_pages_) {
+    if (!need_log(kReleaseStep)) return;
+    heap_.free(cage_at(at));
+  }
   spare_pages_.clear();
 }
 

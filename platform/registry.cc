@@ -137,11 +137,13 @@ void kvt_update_variant_info(kvt_handle* handle, uint32_t, kvt_type_record* copy
   if (!own) {
     auto* head = reinterpret_cast<kvt_variant_data*>(room);
     *head = {from->n_variants, {}, cage_ref(entries)};
+    handle->runtime->store->order();
     std::atomic_ref(copy->varinfo).store(cage_ref(head), std::memory_order_release);
     return;
   }
   // The larger array first: a reader between the two stores sees fewer variants than there are. The old one stays,
   // since a reader may be in it.
+  handle->runtime->store->order();
   std::atomic_ref(own->variants).store(cage_ref(entries), std::memory_order_release);
   std::atomic_ref(own->n_variants).store(from->n_variants, std::memory_order_release);
 }

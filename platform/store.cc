@@ -57,7 +57,9 @@ Store* Store::make_private() {
   }
   store->roots_ = static_cast<StoreRoots*>(cage_at(first));
   store->heap_.attach(&store->roots_->heap, store, /*logged=*/false, /*hide_free=*/true);
-  store->heap_.add_region(first + sizeof(StoreRoots), kSegmentSize - sizeof(StoreRoots));
+  constexpr std::uint32_t kTaken = sizeof(StoreRoots) + (sizeof(WaitingChunks) + 7u) / 8 * 8;
+  store->heap_.keep_waiting(static_cast<WaitingChunks*>(cage_at(first + sizeof(StoreRoots))), store);
+  store->heap_.add_region(first + kTaken, kSegmentSize - kTaken);
   store->roots_->tables.last_link = cage_ref(&store->roots_->tables.first);
   return store;
 }
@@ -101,8 +103,7 @@ const Key* Store::sealing_key() {
   return key_.get();
 }
 
-void* Store::alloc(std::uint32_t txn, std::uint32_t size) {
-  if (!database_) return heap_.alloc(size);
+void* Store::alloc_shared(std::uint32_t txn, std::uint32_t size) {
   if (!database_->may_write(this, txn)) return nullptr;
   return txn == KVT_NO_TXN ? database_->alloc_permanent(size) : database_->alloc(size);
 }
@@ -114,8 +115,8 @@ void* Store::alloc_permanent(std::uint32_t size) {
 
 bool Store::is_permanent(const void* address) const { return database_ && database_->is_permanent(cage_ref(address)); }
 
-void Store::free(std::uint32_t txn, void* block) {
-  if (!block) return;
+// Also drops what the store knows of objects in the block.
+void Store::free_known(std::uint32_t txn, void* block) {
   if (database_ && !database_->may_write(this, txn)) {
     trace(Message::kFreeRefused);
     return;
@@ -145,8 +146,12 @@ bool Store::announce_shared(void* at, std::uint32_t length, std::uint32_t txn, b
   return database_->announce_range(this, at, length, txn, told);
 }
 
+void Store::order() {
+  if (database_) database_->order();
+}
+
 bool Store::reserve(std::uint32_t bytes) {
-  return !database_ || (database_->writer() == this && database_->reserve_log(bytes));
+  return !database_ || (database_->writer() == this && database_->need_log(bytes));
 }
 
 void* store_alloc(void* store, std::uint32_t txn, std::uint32_t size) {

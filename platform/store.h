@@ -72,11 +72,17 @@ class Store : public HeapBacking {
   kvt_recovery& recovery() { return recovery_; }
   std::uint32_t process() const { return process_; }
 
-  void* alloc(std::uint32_t txn, std::uint32_t size);
+  void* alloc(std::uint32_t txn, std::uint32_t size) { return database_ ? alloc_shared(txn, size) : heap_.alloc(size); }
   // Memory that outlives an abort: for what the process remembers by address.
   void* alloc_permanent(std::uint32_t size);
   bool is_permanent(const void* address) const;
-  void free(std::uint32_t txn, void* block);
+  // Stops the process at what is no block of the store. NULL is accepted.
+  void free(std::uint32_t txn, void* block) {
+    if (!block) return;
+    const std::uint32_t size = database_ ? 0 : heap_.block_size(block);
+    if (!size || roots_->sides.count || roots_->oids.count || roots_->timer_trees) return free_known(txn, block);
+    heap_.free(block);
+  }
   // Bytes of an allocated block; 0 for an address that is none.
   std::uint32_t block_size(const void* block) const;
   // True when the range may be written now; its bytes are then safe.
@@ -87,6 +93,9 @@ class Store : public HeapBacking {
   bool announce_link(void* at, std::uint32_t length, std::uint32_t txn) {
     return !database_ || announce_shared(at, length, txn, /*told=*/false);
   }
+  // For permanent memory: what was stored so far stands before what is stored later, on the disk too where the
+  // database's durability asks for it.
+  void order();
   // Whether `bytes` of undo log are at hand, for changes that must not be cut off half way.
   bool reserve(std::uint32_t bytes);
   template <class T>
@@ -103,6 +112,8 @@ class Store : public HeapBacking {
  private:
   Store() = default;
   static Store* make();
+  void* alloc_shared(std::uint32_t txn, std::uint32_t size);
+  void free_known(std::uint32_t txn, void* block);
   bool announce_shared(void* at, std::uint32_t length, std::uint32_t txn, bool told = true);
 
   bool alive_ = false;

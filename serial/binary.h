@@ -1,6 +1,6 @@
 // The binary form of objects: writer, reader and length, made for each type from its field list. Layout and byte order:
 // docs/formats/wire.md. The writer here tests room and error at every field; serial/quick_write.h has the one for the
-// common case, and comes back to this one in all others. The reader: serial/binary_read.h.
+// common case, and comes back to this one in all others. The readers: serial/binary_read.h and serial/quick_read.h.
 #pragma once
 
 #include "objects/field_types.h"
@@ -22,6 +22,14 @@ struct FieldStores {
   template <class T>
   void put(void* at, T value) const {
     if (announced) h->set_range(h, at, sizeof value, txn, nullptr);
+    store(at, value);
+  }
+};
+
+// The same where announcing does nothing.
+struct PlainStores {
+  template <class T>
+  void put(void* at, T value) const {
     store(at, value);
   }
 };
@@ -75,7 +83,10 @@ template <class T>
 struct NumberForm {
   static constexpr std::uint32_t kBytes = sizeof(T);
   static void put(std::uint8_t* at, const void* p) { store(at, wire_order(load<T>(p))); }
-  static void get(const FieldStores& to, const std::uint8_t* at, void* p) { to.put(p, wire_order(load<T>(at))); }
+  template <class Stores>
+  static void get(const Stores& to, const std::uint8_t* at, void* p) {
+    to.put(p, wire_order(load<T>(at)));
+  }
 };
 template <class Type>
 struct InlineForm;
@@ -91,7 +102,10 @@ template <>
 struct InlineForm<Boolean> {
   static constexpr std::uint32_t kBytes = 1;
   static void put(std::uint8_t* at, const void* p) { *at = load<kvt_boolean>(p) != 0; }
-  static void get(const FieldStores& to, const std::uint8_t* at, void* p) { to.put(p, kvt_boolean{*at != 0}); }
+  template <class Stores>
+  static void get(const Stores& to, const std::uint8_t* at, void* p) {
+    to.put(p, kvt_boolean{*at != 0});
+  }
 };
 template <class Type>
 concept HasInlineForm = requires {
@@ -223,4 +237,5 @@ std::uint32_t struct_len_cr(kvt_handle* h, const void* object) {
 }  // namespace kvt
 
 #include "serial/binary_read.h"
+#include "serial/quick_read.h"
 #include "serial/quick_write.h"

@@ -1,5 +1,5 @@
-// The reader of the binary form. What it tests at every field it tests once for a run of fields that have a fixed
-// width.
+// The reader of the binary form. It tests room and error at every field; serial/quick_read.h has the one for the common
+// case, and comes back to this one in all others.
 #pragma once
 
 #include "serial/binary.h"
@@ -52,15 +52,6 @@ template <class Type>
   if constexpr (requires { Wire<Type>::read(to, b, p, room); }) {
     return Wire<Type>::read(to, b, p, room);
   } else {
-    if constexpr (IsText<Type>) {
-      if (room >= static_cast<std::int32_t>(kWireLengthBytes) && !*to.err) {
-        const auto length = wire_order(load<std::uint32_t>(b));
-        if (length <= static_cast<std::uint32_t>(room) - kWireLengthBytes &&
-            text_replaced_in_place(to.announced, p, b + kWireLengthBytes, length)) {
-          return kWireLengthBytes + length;
-        }
-      }
-    }
     return Wire<Type>::unmarshal(to.h, to.txn, b, p, room, to.update, to.err);
   }
 }
@@ -86,89 +77,10 @@ template <class Field>
   }
 }
 
-// Fields in a run are read without a test between them where nothing can go wrong: all their bytes are there, no state
-// bytes are between them and nobody needs to be told of the stores.
-template <class Type>
-struct RunForm;
-template <HasInlineForm Type>
-struct RunForm<Type> : InlineForm<Type> {};
-// Enumerated types, of siblings too.
-template <class Type>
-requires(Type::kKind == FieldKind::kEnum) struct RunForm<Type> {
-  static constexpr std::uint32_t kBytes = kEnumBytes;
-  static void get(const ReadContext& to, const std::uint8_t* at, void* p) {
-    const std::uint8_t* header = static_cast<const std::uint8_t*>(p);
-    if (to.h->mode || header[6] & KVT_OBJ_TYPE_LINK_OWNED) {
-      Wire<Type>::unmarshal(to.h, to.txn, at, p, kBytes, to.update, to.err);
-      return;
-    }
-    const int built = static_cast<std::int8_t>(header[5]);
-    store(at_offset(p, 4), static_cast<std::int8_t>(cap_variant(static_cast<std::int8_t>(*at), built)));
-    store(p, kvt_type_link_of(Type::record()));
-    store(at_offset(p, kEnumValueOffset), wire_order(load<std::uint32_t>(at + 1)));
-  }
-};
-
-// The first fields of a list that make a run, all of one variant, and those behind them.
-template <class Taken, class Left>
-struct LeadingRun {
-  using Run = Taken;
-  using Rest = Left;
-};
-template <class Field, class... Taken>
-concept Joins = requires {
-  RunForm<typename Field::Type>::kBytes;
-}
-&&((Field::kVariant == Taken::kVariant) && ...);
-template <class... Taken, class Field, class... Left>
-requires Joins<Field, Taken...>
-struct LeadingRun<FieldList<Taken...>, FieldList<Field, Left...>>
-    : LeadingRun<FieldList<Taken..., Field>, FieldList<Left...>> {
-};
-
-template <class First, class... Others>
-[[gnu::always_inline]] inline void read_run(FieldList<First, Others...>, ReadFrame& frame, const ReadContext& to,
-                                            void* object) {
-  constexpr std::uint32_t kBytes =
-      (RunForm<typename First::Type>::kBytes + ... + RunForm<typename Others::Type>::kBytes);
-  if (frame.variant < First::kVariant) return;
-  if (frame.states || to.announced || *to.err || frame.room() < static_cast<std::int32_t>(kBytes)) {
-    read_field<First>(frame, to, object);
-    (read_field<Others>(frame, to, object), ...);
-    return;
-  }
-  const std::uint8_t* at = frame.buffer + frame.cursor;
-  auto get = [&]<class Field>(Field) __attribute__((always_inline)) {
-    using Form = RunForm<typename Field::Type>;
-    Form::get(to, at, at_offset(object, Field::kOffset));
-    at += Form::kBytes;
-  };
-  get(First{});
-  (get(Others{}), ...);
-  frame.cursor += kBytes;
-}
-
 template <class... Fields>
 [[gnu::always_inline]] inline void read_fields(FieldList<Fields...>, ReadFrame& frame, const ReadContext& to,
-                                               void* object);
-template <class First, class... Rest>
-[[gnu::always_inline]] inline void read_single(FieldList<First, Rest...>, ReadFrame& frame, const ReadContext& to,
                                                void* object) {
-  read_field<First>(frame, to, object);
-  read_fields(FieldList<Rest...>{}, frame, to, object);
-}
-template <class... Fields>
-[[gnu::always_inline]] inline void read_fields(FieldList<Fields...> all, ReadFrame& frame, const ReadContext& to,
-                                               void* object) {
-  using Cut = LeadingRun<FieldList<>, FieldList<Fields...>>;
-  if constexpr (sizeof...(Fields) == 0) {
-    return;
-  } else if constexpr (std::is_same_v<typename Cut::Run, FieldList<>>) {
-    read_single(all, frame, to, object);
-  } else {
-    read_run(typename Cut::Run{}, frame, to, object);
-    read_fields(typename Cut::Rest{}, frame, to, object);
-  }
+  (read_field<Fields>(frame, to, object), ...);
 }
 template <class D>
 [[gnu::always_inline]] inline std::uint32_t read_object(ReadFrame frame, const ReadContext& to, void* object) {
@@ -208,12 +120,6 @@ std::uint32_t struct_read(const ReadContext& to, const std::uint8_t* buffer, voi
                         false,
                         nullptr};
   return read_object<D>(frame, to, object);
-}
-
-template <class D>
-std::uint32_t struct_unmarshal(kvt_handle* h, std::uint32_t txn, const std::uint8_t* buffer, void* object,
-                               std::int32_t length, std::uint32_t update, int* err) {
-  return struct_read<D>(ReadContext(h, txn, update, err), buffer, object, length);
 }
 
 }  // namespace kvt

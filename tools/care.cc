@@ -24,6 +24,13 @@ void create(const Options& options) {
   Store::open_database(options, Open::kCreate);
 }
 
+void set_durability(const Options& options) {
+  const Store store = Store::open_database(options, Open::kExisting);
+  int err = 0;
+  kvtdb_set_durability(store.handle(), durability_of(options), &err);
+  if (err != 0) fail(options, err);
+}
+
 void info(const Options& options) {
   const Store store = Store::open_database(options, Open::kExisting);
   kvtdb_info info;
@@ -59,9 +66,12 @@ void info(const Options& options) {
       text += line;
     }
   }
+  const char* durability = info.durability == KVT_DURABILITY_MACHINE ? "machine" : "process";
   if (options.json) {
-    text += "\"key\": " + json_string(info.key_id ? key : "") + "}\n";
+    text += "\"durability\": " + json_string(durability);
+    text += ", \"key\": " + json_string(info.key_id ? key : "") + "}\n";
   } else {
+    text += std::string("durability         ") + durability + "\n";
     text += std::string("key of secrets     ") + (info.key_id ? key : "none yet") + "\n";
   }
   write_output(text);
@@ -142,6 +152,8 @@ void run_care(const Options& options) {
       return restore(options);
     case Care::kCompact:
       return compact(options);
+    case Care::kDurability:
+      return set_durability(options);
   }
 }
 

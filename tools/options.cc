@@ -125,7 +125,7 @@ std::optional<int> parse_options(int argc, char** argv, Options& options) {
         const bool number = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
         return number || text == "oldest" ? std::string() : "must be a number or `oldest`";
       });
-  watch->add_option("--count", options.count, "end after that many lines")->check(CLI::PositiveNumber);
+  watch->add_option("--count", options.count, "end after that many lines")->check(CLI::Range(1, 1000000000));
   watch->add_option("--table", options.tables, "show this table alone; may be given more than once")
       ->check(CLI::IsMember(table_names()));
   watch->add_flag("--json", options.json, "as JSON, one object a line");
@@ -156,6 +156,7 @@ std::optional<int> parse_options(int argc, char** argv, Options& options) {
       {"backup", Care::kBackup, "Copy the last committed state into a new file", "the file to make"},
       {"restore", Care::kRestore, "Bring back the state of a backup", "a backup of the database"},
       {"compact", Care::kCompact, "Give unused space at the end back to the file system", nullptr},
+      {"durability", Care::kDurability, "Change what commits survive from now on", nullptr},
   };
   for (const auto& care : cares) {
     CLI::App* sub = db->add_subcommand(care.name, care.help);
@@ -163,6 +164,14 @@ std::optional<int> parse_options(int argc, char** argv, Options& options) {
     sub->callback([&options, which = care.care] { options.care = which; });
     if (care.file) sub->add_option("FILE", options.file, care.file)->required();
     if (care.care == Care::kInfo) sub->add_flag("--json", options.json, "as JSON");
+    CLI::Option* durability = nullptr;
+    if (care.care == Care::kCreate) {
+      durability = sub->add_option("--durability", options.durability,
+                                   "what commits survive: the death of processes, or the loss of power too");
+    } else if (care.care == Care::kDurability) {
+      durability = sub->add_option("WORD", options.durability, "process or machine")->required();
+    }
+    if (durability) durability->check(CLI::IsMember({"process", "machine"}));
   }
 
   try {

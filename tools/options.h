@@ -26,7 +26,7 @@ enum class Command {
 };
 
 /// What `wlanctl db` does.
-enum class Care { kCreate, kInfo, kCheck, kRepair, kBackup, kRestore, kCompact };
+enum class Care { kCreate, kInfo, kCheck, kRepair, kBackup, kRestore, kCompact, kDurability };
 
 struct Options {
   Command command = Command::kList;
@@ -56,6 +56,7 @@ struct Options {
   std::string ring;                 // trace
   std::vector<std::string> files;   // trace
   Care care = Care::kInfo;          // db
+  std::string durability;           // db create, db durability
 };
 
 /// Reads the command line into `options`. A value that stands in it is overwritten there, where every user of the

@@ -118,6 +118,10 @@ std::string reason(int err) {
   return std::string(" (") + std::strerror(err) + ")";
 }
 
+int durability_of(const Options& options) {
+  return options.durability == "machine" ? KVT_DURABILITY_MACHINE : KVT_DURABILITY_PROCESS;
+}
+
 Store Store::open_database(const Options& options, Open how) {
   // A copy cannot give the database another key.
   if (how == Open::kSnapshot && options.replace_key) open_database(options, Open::kExisting);
@@ -129,6 +133,7 @@ Store Store::open_database(const Options& options, Open how) {
   opening.snapshot = how == Open::kSnapshot ? 1 : 0;
   opening.replace_key = options.replace_key ? 1 : 0;
   opening.domain_name = "wlanctl";
+  opening.durability = durability_of(options);
   if (!options.key_file.empty()) opening.key_file = options.key_file.c_str();
   opening.message = message;
   opening.message_size = sizeof message;

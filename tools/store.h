@@ -25,6 +25,9 @@ std::string trace_reason();
 /// " (reason)" for an error code of the library, after its own words where it left some.
 std::string reason(int err);
 
+/// KVT_DURABILITY_* of the word in the command line.
+int durability_of(const Options& options);
+
 /// kSnapshot: a copy of the last committed state, taken under the guard of readers, so that no writer is waited for and
 /// none changes what is read.
 enum class Open { kExisting, kCreate, kSnapshot };

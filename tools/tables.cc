@@ -53,8 +53,8 @@ void* parent_of_mpsk_key(kvt_handle* h, std::uint32_t t, void* o, int* e) {
 }
 
 // Lambdas rather than the functions themselves: results that nobody reads fall away here.
-#define TABLE(table, st, key, instance, keys, references, parent)                                                                        \
-  Table {                                                                                                                                \
+#define TABLE(table, st, key, instance, keys, references, parent)                                                                                                                     \
+  Table {                                                                                                                                                                             \
 #table, #st, instance, table_##table##_luid, &_##table##_table_record_type_info_internal, keys, references, parent,                                                                 \
         [](kvt_handle* h, std::uint32_t t, const char* name, std::uint32_t type, int* e) -> void* {                    \
           return table##_table_open(h, t, name, type, e);                                                              \

@@ -24,9 +24,8 @@ typedef void (*kvt_care_line)(void* argument, const char* line);
 KVT_EXPORT uint32_t kvtdb_check(kvt_handle* handle, kvt_care_line line, void* argument, int* err);
 
 /// Mends what can be told from the rest: trees and counts are made anew from the records that are whole, free memory
-/// from the chunks. A text that is lost leaves its field empty, and a record whose objects are not right is taken out of
-/// its table; both are said. All in one
-/// transaction: a failure changes nothing.
+/// from the chunks. A text that is lost leaves its field empty, and a record whose objects are not right is taken out
+/// of its table; both are said. All in one transaction: a failure changes nothing.
 /// @param line gets each thing mended or given up
 /// @param err as kvtdb_check; ENOMEM: no room to mend in
 /// @return the number of faults that are left
@@ -47,6 +46,12 @@ KVT_EXPORT void kvtdb_restore(kvt_handle* handle, const char* path, char* messag
 /// @return bytes given back
 KVT_EXPORT uint64_t kvtdb_compact(kvt_handle* handle, int* err);
 
+/// Changes what the commits of a database survive, from now on and for everybody who has it open. See
+/// docs/design/durability.md.
+/// @param durability KVT_DURABILITY_*
+/// @param err sticky. As kvtdb_check; EINVAL: no such durability; what the disk gives, and nothing has changed then
+KVT_EXPORT void kvtdb_set_durability(kvt_handle* handle, int durability, int* err);
+
 /// What a database holds, in bytes where nothing else is said.
 typedef struct kvtdb_info {
   uint32_t format;  ///< version
@@ -57,6 +62,7 @@ typedef struct kvtdb_info {
   uint32_t tables, records;
   uint32_t transactions;  ///< the number of the last one
   uint64_t key_id;        ///< of the key that secrets are sealed under; 0: none yet
+  int durability;         ///< KVT_DURABILITY_PROCESS or KVT_DURABILITY_MACHINE
 } kvtdb_info;
 /// Fills in `info`. @param err as kvtdb_check
 KVT_EXPORT void kvtdb_get_info(kvt_handle* handle, kvtdb_info* info, int* err);

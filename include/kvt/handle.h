@@ -88,6 +88,13 @@ struct kvt_handle {
 /// A caller that finds it in a handle may leave the call out.
 KVT_EXPORT int kvt_set_range_private(kvt_handle* handle, void* address, uint32_t length, uint32_t txn, void* owner);
 
+/// What a committed transaction of a database survives.
+enum {
+  KVT_DURABILITY_DEFAULT = 0,  ///< as KVT_DURABILITY_PROCESS
+  KVT_DURABILITY_PROCESS = 1,  ///< the death of processes at any instruction
+  KVT_DURABILITY_MACHINE = 2   ///< the loss of power too, as far as the disk keeps what it has acknowledged
+};
+
 /// How a handle is made.
 typedef struct kvt_handle_options {
   int tracking;             ///< 0 absent (no descriptor), KVT_STTR_ON or KVT_STTR_OFF
@@ -103,6 +110,7 @@ typedef struct kvt_handle_options {
   int snapshot;             ///< database only: a copy of its last committed state in memory of the process, see below
   char* message;            ///< may be NULL; receives one line of text when an open fails
   size_t message_size;      ///< bytes at `message`
+  int durability;           ///< database only, at creation: KVT_DURABILITY_*
 } kvt_handle_options;
 
 enum { KVT_DATABASE_SLOTS = 10 };
@@ -140,8 +148,12 @@ KVT_EXPORT void kvt_handle_close(kvt_handle* handle);
 ///   database's header or undo log is damaged; EROFS: the handle is over a snapshot
 KVT_EXPORT uint32_t kvtdb_txn_begin(kvt_handle* handle, int* err);
 /// Makes the transaction's stores last and releases the write lock. Before that, handlers of the process hear of the
-/// records that changed (see docs/design/events.md). @param err sticky. EINVAL: no such transaction; EDEADLK: called by
-/// such a handler
+/// records that changed (see docs/design/events.md).
+/// @param err sticky. EINVAL: no such transaction; EDEADLK: called by such a handler; ENOSPC: the undo log could not
+/// grow in the transaction, which shows
+///   by allocations that failed, and all of it has been taken back; EIO and what fdatasync(2) gives, with
+///   KVT_DURABILITY_MACHINE only: the disk did not take it. Other processes then see either all of it or nothing, and
+///   which of the two is left after a loss of power is not known
 KVT_EXPORT void kvtdb_txn_commit(kvt_handle* handle, uint32_t txn, int* err);
 /// Brings back every byte that was announced in the transaction and releases the write lock. Works with `*err` set, and
 /// leaves it as it is; EINVAL (no such transaction) and EDEADLK (called by a handler) are stored only in a clear slot.

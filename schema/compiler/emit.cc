@@ -67,6 +67,12 @@ bool same_content(const std::filesystem::path& path, const std::string& text) {
 
 }  // namespace
 
+std::string type_number(const Module& module, int index) {
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%08X", 0xF0000000u | module.number << 20 | static_cast<std::uint32_t>(index));
+  return text;
+}
+
 std::string fill(const char* text, const Holes& holes) {
   std::string out;
   for (const char* p = text; *p;) {

@@ -60,6 +60,9 @@ struct MessageTable {
 std::vector<MessageTable> message_tables(const Module& module, const MessageIndex& index);
 std::string message_symbol(const MessageTable& table);
 
+// What stands in a stored word for a static type: the module's number and the type's index in its table.
+std::string type_number(const Module& module, int index);
+
 // The first 16 bytes of the SHA-256 of the bytes, as they are and as 32 hexadecimal digits.
 std::string digest(const std::string& bytes);
 std::string hex_digits(const std::string& bytes);

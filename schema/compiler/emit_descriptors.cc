@@ -38,6 +38,7 @@ void struct_record(const Module& module, const Struct& type, std::string& header
   }
   header += fill(R"--(struct $(type) {
   static const StructDesc kDesc;
+  static constexpr std::uint32_t kLink = $(link);
   static constexpr int kTop = $(top);
   static constexpr std::uint16_t kLenStates[] = {$(states)};
   static constexpr std::uint32_t kPlain = $(plain);
@@ -46,6 +47,7 @@ $(fields)  using Fields = FieldList<$(names)>;
 
 )--",
                  {{"type", type.name},
+                  {"link", type_number(*type.module, type.index)},
                   {"top", std::to_string(type.top)},
                   {"states", list(type.states)},
                   {"plain", number(type.plain.back())},
@@ -78,9 +80,106 @@ const char* field_kind(const Field& f) {
 }
 
 std::string target_record(const Field& f) {
-  if (f.target_table) return "&" + table_record_symbol(*f.target_table);
-  if (f.target_struct) return "&" + record_symbol(f.target_struct->name);
-  return "nullptr";
+  if (!f.target_table && !f.target_struct) return "nullptr";
+  return fill("&$(record)", {{"record", f.target_table ? table_record_symbol(*f.target_table)
+                                                       : record_symbol(f.target_struct->name)}});
+}
+
+// The flat tables of a type: a struct with all that is nested in it.
+struct Tree {
+  explicit Tree(const Module& of) : module(of) {}
+  const Module& module;
+  std::string own, foreign, counts, others, booleans, owned;
+  std::uint32_t own_count = 0, foreign_count = 0, other_count = 0, boolean_count = 0;
+  bool possible = true;
+
+  static std::string head(const std::string& link, int variant, const char* flags, std::uint32_t offset) {
+    return fill("{$(link), $(variant), $(variant), $(flags), 0, $(offset)}, ",
+                {{"link", link}, {"variant", std::to_string(variant)}, {"flags", flags}, {"offset", number(offset)}});
+  }
+  void add_other(const std::string& link, int variant, const char* flags, std::uint32_t offset) {
+    others += head(link, variant, flags, offset);
+    ++other_count;
+  }
+  void add_owned(std::uint32_t offset, const char* kind) {
+    owned += fill("{$(offset), OwnedKind::$(kind)}, ", {{"offset", number(offset)}, {"kind", kind}});
+  }
+  static std::string target_number(const Field& f) {
+    return f.target_table ? type_number(*f.target_table->module, f.target_table->index)
+                          : type_number(*f.target_struct->module, f.target_struct->index);
+  }
+  void add(const Field& f, std::uint32_t at, bool nested) {
+    switch (f.kind) {
+      case Kind::kInteger:
+        break;
+      case Kind::kBoolean:
+        booleans += number(at) + ", ";
+        ++boolean_count;
+        break;
+      case Kind::kVstring:
+      case Kind::kBytestr:
+        add_owned(at, "kText");
+        break;
+      case Kind::kAesVstring:
+        add_owned(at, "kSecret");
+        break;
+      case Kind::kEnum:
+        add_other(type_number(*f.enumeration->module, f.enumeration->index), f.enumeration->top, "KVT_OBJ_NESTED", at);
+        break;
+      case Kind::kFlag:
+        add_other(type_number(*f.flag->module, f.flag->index), 0, "KVT_OBJ_NESTED", at);
+        break;
+      case Kind::kStruct:
+        add(*f.nested, at, "KVT_OBJ_NESTED");
+        break;
+      case Kind::kReference:
+        // A nested object's destroy drops its counts in steps that may fail.
+        if (nested) possible = false;
+        add_other(target_number(f), 0, "0", at);
+        add_owned(at, "kReference");
+        break;
+      case Kind::kTimer:
+        add_owned(at, "kTimer");
+        break;
+    }
+  }
+  void add(const Struct& type, std::uint32_t base, const char* flags) {
+    const bool is_own = type.module == &module, nested = own_count > 0;
+    (is_own ? own : foreign) += head(type_number(*type.module, type.index), type.top, flags, base);
+    ++(is_own ? own_count : foreign_count);
+    if (is_own) {
+      counts += fill("entries_$(i) + $(top), ", {{"i", std::to_string(type.index)}, {"top", std::to_string(type.top)}});
+    }
+    for (const Field& f : type.fields) add(f, base + f.offset, nested);
+  }
+};
+
+const char* kTreeTables = R"--(constexpr TreeHead $(type)_heads[] = {$(heads)};
+constexpr kvt_variant_entry* $(type)_counts[] = {$(counts)};
+$(arrays)constexpr TreeDesc $(type)_tree = {
+    $(type)_heads, $(type)_counts, $(own), $(structs), $(all), $(booleans), $(boolean_count), $(owned)};
+)--";
+
+// @return the address of the type's tree, as text
+std::string tree_tables(const Struct& type, std::string& source) {
+  Tree tree(*type.module);
+  tree.add(type, 0, "0");
+  if (!tree.possible) return "nullptr";
+  const Holes name = {{"type", type.name}, {"booleans", tree.booleans}, {"owned", tree.owned}};
+  std::string arrays;
+  if (tree.boolean_count) arrays += fill("constexpr std::uint16_t $(type)_booleans[] = {$(booleans)};\n", name);
+  if (!tree.owned.empty()) arrays += fill("constexpr OwnedField $(type)_owned[] = {$(owned)};\n", name);
+  source += fill(kTreeTables, {{"type", type.name},
+                               {"heads", tree.own + tree.foreign + tree.others},
+                               {"counts", tree.counts},
+                               {"arrays", arrays},
+                               {"own", number(tree.own_count)},
+                               {"structs", number(tree.own_count + tree.foreign_count)},
+                               {"all", number(tree.own_count + tree.foreign_count + tree.other_count)},
+                               {"booleans", tree.boolean_count ? fill("$(type)_booleans", name) : "nullptr"},
+                               {"boolean_count", number(tree.boolean_count)},
+                               {"owned", tree.owned.empty() ? "{}" : fill("$(type)_owned", name)}});
+  return fill("&$(type)_tree", name);
 }
 
 const char* kStructTables = R"--(constexpr std::uint16_t $(type)_plain[] = {$(plain)};
@@ -90,7 +189,7 @@ const FieldDesc $(type)_fields[] = {
 $(fields)};
 const StructDesc $(type)::kDesc = {
     "$(type)", &$(record), &k_module, {&k_type_messages, $(first), &$(trace)}, $(top), $(oids), $(nested), $(count),
-    $(type)_plain, $(type)_block, $(type)_bounds, $(type)_fields, $(failure)};
+    $(type)_plain, $(type)_block, $(type)_bounds, $(type)_fields, $(failure), $(tree)};
 const FieldType k_$(type)_field = {
     "$(type)", FieldKind::kStruct, &$(record), $(type)_initialize, $(type)_set_instance_embedded,
     $(type)_destroy_internal, $(type)_set, $(type)_to_xml, $(type)_from_xml, $(type)_print, $(type)_offset_update,
@@ -117,7 +216,9 @@ void struct_tables(const Output& out, const Struct& type, const MessageIndex& me
          {"kind", field_kind(f)},
          {"message", number(field_message(type, f))}});
   }
+  const std::string tree = tree_tables(type, source);
   source += fill(kStructTables, {{"type", type.name},
+                                 {"tree", tree},
                                  {"record", record_symbol(type.name)},
                                  {"trace", "g_kvt_" + out.module.name + "_trace_module_id"},
                                  {"plain", list(type.plain)},
@@ -186,7 +287,12 @@ const Module* owner(const Field& f) {
 
 void sibling_type(const Field& f, std::string& header, std::string& source) {
   const char* macro = f.enumeration ? "KVT_SIBLING_ENUM" : f.flag ? "KVT_SIBLING_FLAG" : "KVT_SIBLING_STRUCT";
-  header += fill("$(macro)($(type));\n", {{"macro", macro}, {"type", f.type}});
+  std::string more;
+  if (f.enumeration) {
+    more = fill(", $(link), $(top)", {{"link", type_number(*f.enumeration->module, f.enumeration->index)},
+                                      {"top", std::to_string(f.enumeration->top)}});
+  }
+  header += fill("$(macro)($(type)$(more));\n", {{"macro", macro}, {"type", f.type}, {"more", more}});
   source +=
       fill(R"--(const FieldType k_$(type)_field = {
     "$(type)", FieldKind::$(kind), &$(record), $(type)_initialize, $(type)_set_instance_embedded, $(owned),
@@ -330,7 +436,14 @@ namespace @schema@ {
                 {{"module", module.name},
                  {"tables", module.tables.empty() ? "" : "#include \"zarn_wlan/src/table_layout.h\"\n"}});
   for (const Enum* type : module.enums) {
-    header += "struct " + type->name + " {\n  static const EnumDesc kDesc;\n};\n";
+    header +=
+        fill(R"--(struct $(type) {
+  static const EnumDesc kDesc;
+  static constexpr std::uint32_t kLink = $(link);
+  static constexpr std::int8_t kTop = $(top);
+};
+)--",
+             {{"type", type->name}, {"link", type_number(module, type->index)}, {"top", std::to_string(type->top)}});
     header += "extern const FieldType k_" + type->name + "_field;\n";
     scalar_tables(out, type->name, type->enumerators, type->count, "kEnum", messages, zone, source);
   }

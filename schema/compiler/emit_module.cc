@@ -42,16 +42,6 @@ std::vector<Entry> entries_of(const Module& module) {
   return list;
 }
 
-std::string hex(std::uint32_t n) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08X", n);
-  return text;
-}
-
-std::string type_number(const Module& module, std::size_t index) {
-  return hex(0xF0000000u | module.number << 20 | static_cast<std::uint32_t>(index));
-}
-
 const char* kRecord = R"--(extern const kvt_type_record $(symbol) = {
     KVT_TYPE_MAGIC, {$(bytes)}, "$(luid)", "$(name)", "$(module)", "$(kind)", {0, 0, 0}, -1, $(number), 0, 0};
 )--";
@@ -134,9 +124,15 @@ const char* cell_kind(Kind kind) {
 }
 
 std::string cell_type(const Field& f) {
-  if (f.kind == Kind::kEnum || f.kind == Kind::kFlag || f.kind == Kind::kStruct) return "&" + record_symbol(f.type);
-  if (f.target_table) return "&" + table_record_symbol(*f.target_table);
-  return f.target_struct ? "&" + record_symbol(f.target_struct->name) : "nullptr";
+  std::string symbol;
+  if (f.kind == Kind::kEnum || f.kind == Kind::kFlag || f.kind == Kind::kStruct) {
+    symbol = record_symbol(f.type);
+  } else if (f.target_table) {
+    symbol = table_record_symbol(*f.target_table);
+  } else if (f.target_struct) {
+    symbol = record_symbol(f.target_struct->name);
+  }
+  return symbol.empty() ? "nullptr" : symbol.insert(0, 1, '&');
 }
 
 std::string shape_of_struct(const Struct& type) {
@@ -204,23 +200,11 @@ std::string shapes_of(const Module& module) {
 void emit_module(Output& out, const MessageIndex& messages, const FailureZone& zone) {
   const Module& module = out.module;
   const std::string& m = module.name;
-  out.source("module.h") = top_comment(out, "The module's own records.") + fill(R"--(#pragma once
-
-#include "frame/descriptor.h"
-
-namespace kvt {
-namespace @schema@ {
-extern const ModuleDesc k_module;
-extern const fenlog_table k_timer_messages, k_table_messages, k_type_messages;
-}  // namespace @schema@
-}  // namespace kvt
-)--",
-                                                                                {});
-  std::string records, variants, statics, types;
+  std::string records, entry_names, variants, statics, types;
   const std::vector<Entry> entries = entries_of(module);
   for (std::size_t i = 0; i < entries.size(); ++i) {
     const Entry& e = entries[i];
-    const std::string number = type_number(module, i);
+    const std::string number = type_number(module, static_cast<int>(i));
     const std::string index = std::to_string(i);
     records += fill(kRecord, {{"symbol", e.symbol},
                               {"bytes", luid_bytes(e.luid)},
@@ -229,13 +213,14 @@ extern const fenlog_table k_timer_messages, k_table_messages, k_type_messages;
                               {"module", m},
                               {"kind", e.kind},
                               {"number", number}});
+    entry_names += "extern kvt_variant_entry entries_" + index + "[" + std::to_string(e.variants.size()) + "];\n";
     variants += "kvt_variant_entry entries_" + index + "[] = {";
     for (const Entry::Variant& v : e.variants) {
       variants += fill(
           "{$(number), $(used), $(slop), 0, 0, 0, 0}, ",
           {{"number", std::to_string(v.number)}, {"used", std::to_string(v.used)}, {"slop", std::to_string(v.slop)}});
     }
-    variants += fill("};\nconst kvt_variant_data varinfo_$(i) = {$(count), {0, 0, 0}, $(number)};\n",
+    variants += fill("};\nstatic const kvt_variant_data varinfo_$(i) = {$(count), {0, 0, 0}, $(number)};\n",
                      {{"i", index}, {"count", std::to_string(e.variants.size())}, {"number", number}});
     statics += fill("    {&$(symbol), &varinfo_$(i), entries_$(i), $(destroy), $(shape)},\n",
                     {{"symbol", e.symbol},
@@ -244,6 +229,19 @@ extern const fenlog_table k_timer_messages, k_table_messages, k_type_messages;
                      {"shape", e.shape.empty() ? "nullptr" : "&shape_" + e.shape}});
     types += "    &" + e.symbol + ",\n";
   }
+  out.source("module.h") = top_comment(out, "The module's own records.") + fill(R"--(#pragma once
+
+#include "frame/descriptor.h"
+
+namespace kvt {
+namespace @schema@ {
+extern const ModuleDesc k_module;
+extern const fenlog_table k_timer_messages, k_table_messages, k_type_messages;
+// What the objects of a type are counted in; by the type's place in the type table.
+$(entries)}  // namespace @schema@
+}  // namespace kvt
+)--",
+                                                                                {{"entries", entry_names}});
   std::string includes;
   for (const Need& need : module.needs) includes += "#include \"" + need.name + "/" + need.name + ".h\"\n";
   std::string table_includes;
@@ -277,9 +275,9 @@ $(records)
 $(identities)
 namespace kvt {
 namespace @schema@ {
-namespace {
+$(variants)namespace {
 
-$(hooks)$(shapes)$(variants)
+$(hooks)$(shapes)
 constexpr kvt_static_type kStaticTypes[] = {
 $(statics)    {nullptr, nullptr, nullptr, nullptr, nullptr},
 };

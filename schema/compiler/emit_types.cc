@@ -41,7 +41,9 @@ Holes struct_holes(const Struct& type) {
   holes.emplace_back("tracked", std::to_string(type.plain.back() + type.block.back()));
   const bool timer =
       std::any_of(type.fields.begin(), type.fields.end(), [](const Field& f) { return f.kind == Kind::kTimer; });
-  holes.emplace_back("timer_destroy", timer ? " It stops no timer: the caller has stopped the object's before. One that runs leaves its queue with the memory." : "");
+  holes.emplace_back("timer_destroy", timer ? " It stops no timer: the caller has stopped the object's before. One "
+                                              "that runs leaves its queue with the memory."
+                                            : "");
   holes.emplace_back("timer_set", timer ? " The timer's block is copied as it is: neither timer may be running." : "");
   return holes;
 }

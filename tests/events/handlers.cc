@@ -23,8 +23,8 @@
 #if HANDLERS & 2
 #define OTHER_HANDLERS(T)                                                                                              \
   ONE(3, T, create_dm, DM, nullptr)                                                                                    \
-  ONE(4, T, delete_dm, DM, nullptr) ONE(                                                                               \
-      5, T, grouping, GROUPING, WORDS_OF_GROUPING) extern "C" int32_t zarn_wlan_##T##_table_record_free_handler FREE { \
+  ONE(4, T, delete_dm, DM, nullptr)                                                                                    \
+  ONE(5, T, grouping, GROUPING, WORDS_OF_GROUPING) extern "C" int32_t zarn_wlan_##T##_table_record_free_handler FREE { \
     return events_heard(6, #T, h, txn, reinterpret_cast<void*>(first), reinterpret_cast<void*>(second + third), err);  \
   }
 #else

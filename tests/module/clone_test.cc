@@ -1,4 +1,7 @@
 // Tests of the copies of all types that go by way of the binary form.
+#include <future>
+#include <thread>
+
 #include "rig.h"
 
 namespace module_test {
@@ -68,6 +71,93 @@ TEST(Clone, EqualsItsSourceAndSharesNothingWithIt) {
       }
     }
   }
+}
+
+// All counters of the module's types, in turn.
+std::vector<std::uint64_t> statistics() {
+  std::vector<std::uint64_t> counters;
+  std::vector<std::string> names = {"st_apf_vap_802_11bg"};
+  for (const Type& type : all_types()) names.push_back(type.name);
+  for (const std::string& name : names) {
+    const kvt_variant_data* varinfo = kvt_varinfo_of(record_of(name));
+    for (int v = 0; v < varinfo->n_variants; ++v) {
+      const kvt_variant_entry& entry = kvt_variant_entries(varinfo)[v];
+      counters.insert(counters.end(), {entry.created, entry.destroyed});
+    }
+  }
+  return counters;
+}
+
+// Everything that is left of making, filling, changing, copying and destroying an object, as numbers and text.
+std::vector<std::string> life_of(const Type& type, Tracking tracking, Watch watch, int change) {
+  Rig rig(tracking, Place::kPrivate, watch);
+  const std::vector<std::uint64_t> before = statistics();
+  std::vector<std::string> seen;
+  kvt_oid_value oid{};
+  auto see = [&](char* object) {
+    seen.push_back(std::to_string(rig.h->last_error) + " " + std::to_string(rig.take_err()));
+    if (!object) return;
+    std::string bytes(object, type.size.back());
+    for (const Slot& slot : slots_of(type, object)) {
+      const Kind kind = kind_of(*slot.field);
+      char* at = &bytes[static_cast<std::size_t>(slot.at() - object)];
+      if (kind == Kind::kString) {  // where the content lies doesn't matter, nor which identity the target has
+        seen.push_back(content_of(slot));
+        std::memset(at, load<std::uint32_t>(at) != 0, 4);
+      } else if (kind == Kind::kReference) {
+        std::memset(at + 8, std::memcmp(at + 8, &oid, sizeof oid) == 0, sizeof oid);
+      }
+    }
+    seen.push_back(bytes);
+  };
+  char* target = rig.make(type);
+  char* source = rig.make(type);
+  see(source);
+  fill(rig, type, source, 1);
+  oid = kvt_handle_to_oid(rig.h, rig.txn, target, 2, 0, &rig.err);
+  const char* entry = static_cast<char*>(kvtlib_oid_id_mapping_get(rig.h, rig.txn, &oid, &rig.err));
+  for (const Slot& slot : slots_of(type, source)) {
+    const Kind kind = kind_of(*slot.field);
+    if (kind == Kind::kReference) std::memcpy(slot.at() + 8, &oid, sizeof oid);
+    if (change == 1 && kind == Kind::kBoolean) *slot.at() = 5;
+    if (change == 2 && kind == Kind::kStruct) slot.at()[4] = 0;
+    if (change == 3 && kind == Kind::kTimer) std::memset(slot.at(), 1, 64);
+    if (change == 4 && kind == Kind::kStruct) slot.at()[6] |= KVT_OBJ_RA_DATA;
+  }
+  if (change == 5) fn<void(H, Txn, void*)>(type.name + "_set_instance_embedded")(rig.h, rig.txn, source);
+  if (change == 6) source[4] = -1;
+  const std::vector<std::uint8_t> need = scratch_for(rig, type, source);
+  for (const std::size_t length : {need.size(), need.size() * 4}) {
+    std::vector<std::uint8_t> scratch(length);
+    void* slot = nullptr;
+    fn<Clone>(type.name + "_clone")(rig.h, rig.txn, source, &slot, scratch.data(), static_cast<std::int32_t>(length),
+                                    &rig.err);
+    see(static_cast<char*>(slot));
+    seen.push_back("references " + std::to_string(load<std::uint32_t>(entry + 4)));
+    rig.destroy(type, slot);
+  }
+  rig.destroy(type, source);
+  std::vector<std::uint64_t> counted = statistics();
+  for (std::size_t i = 0; i < counted.size(); ++i) seen.push_back(std::to_string(counted[i] - before[i]));
+  return seen;
+}
+
+TEST(Clone, UnwatchedEndsAsAWatchedOneDoes) {
+  std::promise<void> end;
+  std::thread idle;
+  for (const bool threads : {false, true}) {
+    if (threads) idle = std::thread([&] { end.get_future().wait(); });
+    for (const Type& type : all_types()) {
+      for (const Tracking tracking : {Tracking::kAbsent, Tracking::kOff}) {
+        for (int change = 0; change <= 6; ++change) {
+          EXPECT_EQ(life_of(type, tracking, Watch::kNot, change), life_of(type, tracking, Watch::kAll, change))
+              << type.name << ", tracking " << name_of(tracking) << ", change " << change;
+        }
+      }
+    }
+  }
+  end.set_value();
+  idle.join();
 }
 
 TEST(Clone, WhereTheStoreIsExhaustedNothingIsLeft) {

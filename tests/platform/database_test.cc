@@ -268,6 +268,16 @@ TEST_F(DatabaseFile, AFullSlotIsAnErrorAndNothingElse) {
   abort(h);
   begin(h);
   EXPECT_NE(alloc(h, 4 << 20), nullptr) << "abort gave the segments back";
+  while (alloc(h, 1 << 20)) continue;
+  char* block = alloc(h, 5000);
+  commit(h);
+  EXPECT_EQ(err, 0);
+  begin(h);
+  h->store_free(h->store, h->default_txn, block);
+  commit(h);
+  EXPECT_EQ(err, 0) << "the log has room to give something back";
+  begin(h);
+  EXPECT_NE(alloc(h, 5000), nullptr);
   commit(h);
   kvt_handle_close(h);
 }
@@ -422,7 +432,8 @@ TEST_F(DatabaseFile, ALogThatLeadsAstrayIsNotFollowed) {
   const std::uint32_t base = kvt::kDatabaseBegin + 3 * kvt::kSlotSize, entry = word(28) - base;
   ASSERT_GE(entry, kvt::kLogAt);
   std::uint32_t wipe = entry;  // the entry without bytes, of memory that was free
-  while (word(wipe + 4)) wipe = word(wipe + 8) - base;
+  constexpr std::uint32_t kWipe = 0x80000000;
+  while (!(word(wipe + 4) & kWipe)) wipe = word(wipe + 8) - base;
   const struct Case {
     const char* name;
     std::size_t at;
@@ -441,8 +452,8 @@ TEST_F(DatabaseFile, ALogThatLeadsAstrayIsNotFollowed) {
       {"entry without bytes", entry + 4, 0},
       {"free memory in the roots", wipe, base + kvt::kRootsAt},
       {"free memory outside the slot", wipe, 8},
-      {"free memory behind the end of the file", wipe + 12, kvt::kSlotSize},
-      {"free memory without length", wipe + 12, 0},
+      {"free memory behind the end of the file", wipe + 4, kWipe | kvt::kSlotSize},
+      {"free memory without length", wipe + 4, kWipe},
       {"ring of entries", entry + 8, base + entry},
       {"entry before in the heap", entry + 8, base + kvt::kSegmentSize + 8},
       {"permanent memory outside the slot", 36, 8},

@@ -83,6 +83,14 @@ TEST(Heap, FreedNeighboursJoin) {
   EXPECT_EQ(rig.alloc(6 * kSize + 5 * 8), blocks[0]);
   EXPECT_EQ(rig.alloc(3 * kSize + 2 * 8), blocks[17]);
   rig.free(guard);
+  // Small ones wait apart, but not when the store would have to grow for what they have room for.
+  Rig other;
+  std::vector<char*> small;
+  for (int i = 0; i < 10; i++) small.push_back(other.alloc(4000));
+  for (char* p : small) other.free(p);
+  EXPECT_EQ(other.alloc(4000), small.back());
+  other.free(small.back());
+  EXPECT_EQ(other.alloc(kvt::kSegmentSize - 20000), small.front());
 }
 
 TEST(Heap, LargeBlocksSpanSegments) {
