@@ -165,8 +165,8 @@ void kvtdb_get_info(kvt_handle* handle, kvtdb_info* info, int* err) {
   found.run();
   info->format = header.version;
   info->slot = header.slot;
-  info->file = std::uint64_t{header.segments} * kSegmentSize;
-  info->limit = kSlotSize;
+  info->file = std::uint64_t{header.segments} * kSegmentSize + kFileTail;
+  info->limit = std::uint64_t{kMostSegments} * kSegmentSize + kFileTail;
   info->heap_used = found.used_bytes();
   info->heap_free = found.free_bytes();
   info->log = kFirstPermanentAt - kLogAt;

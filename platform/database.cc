@@ -374,7 +374,7 @@ void Database::recover_if_dead(Store* store) {
 // What the file says of itself, as far as a writer would follow it out of the file.
 bool Database::header_is_sound() const {
   const std::uint32_t segments = header_->segments, end = this->end();
-  if (segments < 1 || segments > std::size(header_->kinds)) return false;
+  if (segments < 1 || segments > kMostSegments) return false;
   for (std::uint32_t i = 0; i < std::size(header_->kinds); i++) {
     const bool has_kind = i > 0 && i < segments;
     if (header_->kinds[i] > (has_kind ? Segment::kOldHeap : Segment::kFree)) return false;
@@ -625,10 +625,10 @@ std::uint32_t Database::log_room() {
   }
 }
 
-void Database::append(std::uint32_t at, std::uint32_t length, std::uint32_t flags) {
+void Database::append(std::uint32_t at, std::uint32_t length, std::uint32_t wiped) {
   if (!header_->log_last) begin_change();
   auto* entry = static_cast<LogEntry*>(cage_at(log_at_));
-  *entry = {at, length | flags, header_->log_last, 0};
+  *entry = {at, length | wiped, header_->log_last, 0};
   std::memcpy(entry + 1, cage_at(at), length);
   const bool ordered = is_machine_durable();
   if (ordered) {
@@ -645,10 +645,10 @@ void Database::append(std::uint32_t at, std::uint32_t length, std::uint32_t flag
   log_left_ -= kEntryHeader + rounded(length);
 }
 
-void Database::log(std::uint32_t at, std::uint32_t length, std::uint32_t kind) {
+void Database::log(std::uint32_t at, std::uint32_t length) {
   while (length) {
     const std::uint32_t part = std::min(length, log_room() - kEntryHeader);
-    append(at, part, kind);
+    append(at, part, 0);
     at += part;
     length -= part;
   }
@@ -677,15 +677,15 @@ bool Database::is_fresh(std::uint32_t at, std::uint32_t length) const {
   return fresh_segments_[(at - base_) / kSegmentSize] && fresh_segments_[(at + length - 1 - base_) / kSegmentSize];
 }
 
-void Database::save(std::uint32_t at, std::uint32_t length, std::uint32_t kind) {
+void Database::announce(std::uint32_t at, std::uint32_t length) {
   if (!length || is_fresh(at, length)) return;
-  if (is_machine_durable() && !kind) widen(&at, &length);
+  if (is_machine_durable()) widen(&at, &length);
   // The first bytes logged are the ones that count, so an equal range need not be logged again.
   std::uint64_t range = (std::uint64_t{at} << 32) | length;
   std::uint64_t& before = logged_[(at >> 2 ^ at >> 11) % logged_.size()];
   if (before == range) return;
   need_log(length);
-  log(at, length, kind);
+  log(at, length);
   before = range;
 }
 
@@ -752,7 +752,8 @@ void Database::free(void* block) {
     std::memset(block, 0, heap_.block_size(block));
     heap_.free(block);
   } else {
-    keep_pending(at);
+    heap_.mark_pending(block);
+    pending_.push_back(at);
   }
 }
 
@@ -809,17 +810,17 @@ std::uint32_t Database::grow(std::uint32_t segments, std::uint32_t wanted) {
 std::uint32_t Database::take_segments(std::uint32_t count, Segment kind, std::uint32_t wanted) {
   auto run_at = [&](std::uint32_t first) {
     std::uint32_t n = 0;
-    while (n < count && first + n < std::size(header_->kinds) && header_->kinds[first + n] == Segment::kFree) n++;
+    while (n < count && first + n < kMostSegments && header_->kinds[first + n] == Segment::kFree) n++;
     return n;
   };
   std::uint32_t first = wanted > base_ ? (wanted - base_) / kSegmentSize : 0;
   if (!first || run_at(first) < count) {
-    for (first = 1; first + count <= std::size(header_->kinds); first++) {
+    for (first = 1; first + count <= kMostSegments; first++) {
       std::uint32_t run = run_at(first);
       if (run == count) break;
       first += run;
     }
-    if (first + count > std::size(header_->kinds)) return 0;
+    if (first + count > kMostSegments) return 0;
   }
   if (first + count > header_->segments && !extend_file(first + count)) return 0;
   for (std::uint32_t i = first; i < first + count; i++) {

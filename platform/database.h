@@ -80,6 +80,8 @@ inline constexpr std::uint32_t kFirstPermanentAt = 0x90000;
 // Bytes of the file behind its last segment: a reader that takes the end of a block for the beginning of a larger one
 // stays in the file.
 inline constexpr std::uint32_t kFileTail = 0x10000;
+// The tail has to lie in the slot, too.
+inline constexpr std::uint32_t kMostSegments = kSlotSize / kSegmentSize - 1;
 inline constexpr std::uint32_t kFormatVersion = 2;
 static_assert(kRootsAt + sizeof(StoreRoots) <= kRootsEnd);
 static_assert(kRootsEnd <= kReadersAt && kReadersAt + sizeof(ReaderArea) <= kRingAt);
@@ -182,9 +184,8 @@ class Database final : public HeapBacking {
   // Makes the range safe to be stored into. Nobody asks whether that worked, so it always does: when the log cannot
   // grow any more the range goes to the part of it that is kept back, and the transaction is doomed. From then on
   // nothing is allocated, and commit rolls back.
-  void announce(std::uint32_t at, std::uint32_t length) override { save(at, length, 0); }
+  void announce(std::uint32_t at, std::uint32_t length) override;
   void hand_out(std::uint32_t at, std::uint32_t length) override;
-  void announce_taken(std::uint32_t at, std::uint32_t length) override { save(at, length, kTaken); }
   std::uint32_t grow(std::uint32_t segments, std::uint32_t wanted) override;
   bool holds(std::uint32_t at) const override;
 
@@ -192,17 +193,15 @@ class Database final : public HeapBacking {
   struct Area {  // a stretch of undo log
     std::uint32_t begin, end;
   };
-  // In the length of an entry: memory that was free, and zero; and a free chunk that was made use of.
-  static constexpr std::uint32_t kWipe = 0x80000000, kTaken = 0x40000000;
+  static constexpr std::uint32_t kWipe = 0x80000000;
   struct LogEntry {  // stored format, before the bytes as they were
     std::uint32_t at;
-    std::uint32_t length;  // of those bytes; with kWipe, of that memory
+    std::uint32_t length;  // of those bytes; with kWipe, of memory that was free, and zero
     std::uint32_t previous;
     std::uint32_t checksum;  // with machine durability, else 0
 
-    std::uint32_t bytes() const { return length & kWipe ? 0 : length & ~kTaken; }
+    std::uint32_t bytes() const { return length & kWipe ? 0 : length; }
     std::uint32_t wiped() const { return length & kWipe ? length & ~kWipe : 0; }
-    bool is_taken() const { return (length & (kWipe | kTaken)) == kTaken; }
   };
   STORED_SIZE(LogEntry, 16);
   struct Savepoint {
@@ -228,10 +227,9 @@ class Database final : public HeapBacking {
   // An undo log entry that makes the range zero.
   void log_wipe(std::uint32_t at, std::uint32_t length);
   std::uint32_t log_room();
-  void append(std::uint32_t at, std::uint32_t length, std::uint32_t flags);
+  void append(std::uint32_t at, std::uint32_t length, std::uint32_t wiped);
   void use_log_behind();
-  void save(std::uint32_t at, std::uint32_t length, std::uint32_t kind);
-  void log(std::uint32_t at, std::uint32_t length, std::uint32_t kind);
+  void log(std::uint32_t at, std::uint32_t length);
   void widen(std::uint32_t* at, std::uint32_t* length) const;
   void find_log_end();
   int take_turn(Store* store, bool wait);
@@ -273,7 +271,6 @@ class Database final : public HeapBacking {
                                  std::uint32_t generation);
   void release_block(std::uint32_t at);
   void wipe_released();
-  void keep_pending(std::uint32_t at);
   void settle_pending();
   LimboPage* page_at(std::uint32_t at) const;
   std::size_t limbo_room() const;

@@ -64,7 +64,7 @@ int Database::restore_from(const DatabaseHeader& backup, int fd, const char** re
   }
   use_log_areas();
   // An entry first: without one the segments that are taken would stay taken after a death.
-  log(base_ + kRootsAt, 8, 0);
+  log(base_ + kRootsAt, 8);
   const DatabaseHeader before = *header_;
   std::uint64_t logged = kLogAt - kRootsAt + kLogSlack;
   for (std::uint32_t i = 1; i < std::size(backup.kinds); ++i) {

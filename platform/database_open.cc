@@ -150,7 +150,7 @@ bool read_database_header(const OpenRequest& request, int fd, struct stat* file,
     return false;
   }
   if (header->checksum != checksum_of(*header) || header->slot >= KVT_DATABASE_SLOTS ||
-      header->segment_size != kSegmentSize || header->segments < 1 || header->segments > kSlotSize / kSegmentSize) {
+      header->segment_size != kSegmentSize || header->segments < 1 || header->segments > kMostSegments) {
     say(request, "database \"%s\" has a damaged header", request.path);
     return false;
   }

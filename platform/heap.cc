@@ -83,7 +83,7 @@ void Heap::push(std::uint32_t chunk, std::uint32_t size) {
 
 void Heap::unlink(std::uint32_t chunk, std::uint32_t size) {
   // The links lie in what becomes a block, where the owner writes without announcing: they are saved with the header.
-  if (logged_) backing_->announce_taken(chunk, kChunkMinimum);
+  if (logged_) backing_->announce(chunk, kChunkMinimum);
   std::uint32_t next = get(chunk + 8);
   std::uint32_t previous = get(chunk + 12);
   if (previous) {
@@ -188,7 +188,8 @@ std::uint32_t Heap::take_from_bins(std::uint32_t need) {
   std::uint32_t size = size_of(chunk);
   unlink(chunk, size);
   std::uint32_t rest = size - need;
-  hand_out(chunk + kChunkMinimum, (rest < kChunkMinimum ? size : need) - kChunkMinimum);
+  // From its first byte on, although the links have been saved: the log shows by it which chunks were made use of.
+  hand_out(chunk + kChunkHeader, (rest < kChunkMinimum ? size : need) - kChunkHeader);
   if (rest < kChunkMinimum) {
     put(chunk, size | kChunkUsed);
     return chunk;
@@ -206,8 +207,9 @@ std::uint32_t Heap::take_from_top(std::uint32_t need, bool for_use) {
   std::uint32_t size = top_size();
   if (!chunk || size < need) return 0;
   std::uint32_t rest = size - need;
-  if (for_use)
+  if (for_use) {
     hand_out(chunk + kChunkHeader, rest < kChunkMinimum ? size - kChunkHeader : need);  // with the header of the rest
+  }
   if (rest < kChunkMinimum) {
     // The end mark learns of its neighbour only now: while the wilderness lies before it, nobody asks.
     set(chunk + size + 4, size);

@@ -36,8 +36,6 @@ class HeapBacking {
   virtual void announce(std::uint32_t at, std::uint32_t length) = 0;
   // Free memory, zero now, is about to go to an owner, who writes it without a word. Only of a heap that is logged.
   virtual void hand_out(std::uint32_t, std::uint32_t) {}
-  // The same of a chunk that leaves the free ones.
-  virtual void announce_taken(std::uint32_t at, std::uint32_t length) { announce(at, length); }
   // Whole segments in one run, if possible at `wanted`, which is 0 for no wish. 0 when there are none.
   virtual std::uint32_t grow(std::uint32_t segments, std::uint32_t wanted) = 0;
   // Whether the segment around `at` was given by grow.

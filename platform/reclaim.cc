@@ -42,14 +42,14 @@ std::bitset<256> Database::keep_from_use(std::uint32_t entry, std::uint32_t top,
   for (std::uint32_t at = header_->log_last; at != entry;) {
     const auto* saved = static_cast<const LogEntry*>(cage_at(at));
     at = saved->previous;
-    if (saved->is_taken() && has_room()) put_aside(heap_.set_aside(saved->at));
+    if (saved->wiped() && has_room()) put_aside(heap_.set_aside(saved->at - kChunkHeader));
   }
   while (limbo_room() < aside.size() && add_spare_page()) {
   }
   for (std::uint32_t block : aside) {
     if (!limbo_push(block, generation)) release_block(block);  // no page for it
   }
-  return kept;
+  return kept | (segments_of(Segment::kNewHeap) & ~segments);  // the pages may have taken some
 }
 
 // A page of limbo; null for a word that leads to none.
@@ -69,14 +69,6 @@ bool Database::add_spare_page() {
   void* page = heap_.alloc(sizeof(LimboPage));
   if (page) spare_pages_.push_back(cage_ref(page));
   return page != nullptr;
-}
-
-// Keeps a freed block as it is until the transaction ends. Its place in limbo is made sure of now, where it can fail
-// without harm: then the block is lost if somebody reads at the commit.
-void Database::keep_pending(std::uint32_t at) {
-  heap_.mark_pending(cage_at(at));
-  if (pending_.size() >= limbo_room()) add_spare_page();
-  pending_.push_back(at);
 }
 
 bool Database::limbo_push(std::uint32_t block, std::uint32_t generation) {
@@ -139,22 +131,23 @@ void Database::limbo_drain(Store* store) {
   if (!header_->log_last) end_change();
 }
 
-// At commit, still under the log: what was freed goes, or to limbo if anybody reads.
+// At commit, still under the log: what was freed goes, or to limbo if anybody reads. Where there is no page for it, it
+// goes as well: a full disk is no reason to lose memory, and a reader follows nothing out of the file.
 void Database::settle_pending() {
-  const bool held = !pending_.empty() && readers_.any();
-  for (std::uint32_t at : pending_) {
-    if (!need_log(kReleaseStep)) return;
-    if (held) {
-      limbo_push(at, next_generation());
-    } else {
-      release_block(at);
+  if (!pending_.empty() && readers_.any()) {
+    while (limbo_room() < pending_.size() && add_spare_page()) {
     }
   }
-  pending_.clear();
+  const bool held = readers_.any();
+  for (std::uint32_t at : pending_) {
+    if (!need_log(kReleaseStep)) return;
+    if (!held || !limbo_push(at, next_generation())) release_block(at);
+  }
   for (std::uint32_t at : spare_pages_) {
     if (!need_log(kReleaseStep)) return;
     heap_.free(cage_at(at));
   }
+  pending_.clear();
   spare_pages_.clear();
 }
 

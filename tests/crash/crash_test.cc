@@ -89,7 +89,7 @@ class History {
   const std::string& begin() const { return begin_; }
   const std::string& folder() const { return folder_; }
   char* slot() const { return slot_; }
-  std::size_t file_size() const { return largest_ * kvt::kSegmentSize; }
+  std::size_t file_size() const { return largest_ * kvt::kSegmentSize + kvt::kFileTail; }
   // Whether the contents may be found after so many events: a step that has not returned is there or is not.
   bool may_be(const std::string& found, std::size_t events) const {
     const auto step = static_cast<std::size_t>(std::upper_bound(ends_.begin(), ends_.end(), events) - ends_.begin());

@@ -1,5 +1,6 @@
 // Tests of readers beside a writer that never rests: they end, they live, and what they take for true is true.
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -110,7 +111,10 @@ TEST(Guard, ReadersBesideARestlessWriterSeeOneStateOrNone) {
   { Base base(path); }
   const auto start = [](auto body) {
     const pid_t child = fork();
-    if (!child) _exit((body(), 0));
+    if (!child) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);  // also when the test ends early
+      _exit((body(), 0));
+    }
     return child;
   };
   const auto stop = [](pid_t child) {
