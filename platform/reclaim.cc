@@ -27,7 +27,9 @@ std::bitset<256> Database::keep_from_use(std::uint32_t entry, std::uint32_t top,
     if (block) aside.push_back(block);
   };
   // Who is put aside has room to be remembered, too.
-  const auto has_room = [&] { return reserve_log(kReleaseStep + static_cast<std::uint32_t>(aside.size()) * kPushStep); };
+  const auto has_room = [&] {
+    return reserve_log(kReleaseStep + static_cast<std::uint32_t>(aside.size()) * kPushStep);
+  };
   for (std::uint32_t i = 1; i < header_->segments && has_room(); i++) {
     if (!segments[i]) continue;
     std::uint32_t run = 1;

@@ -161,7 +161,9 @@ TEST(Guard, ReadersBesideARestlessWriterSeeOneStateOrNone) {
   {
     Base base(path);
     for (int i = 0; i < 20; ++i) kvtdb_txn_commit(base, kvtdb_txn_begin(base, &base.err), &base.err);
-    EXPECT_EQ(kvtdb_check(base, [](void*, const char* line) { ADD_FAILURE() << line; }, nullptr, &base.err), 0u);
+    EXPECT_EQ(kvtdb_check(
+                  base, [](void*, const char* line) { ADD_FAILURE() << line; }, nullptr, &base.err),
+              0u);
     kvtdb_info info{};
     kvtdb_get_info(base, &info, &base.err);
     EXPECT_LT(info.heap_used, kIds * 3000u);
