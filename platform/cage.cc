@@ -30,22 +30,44 @@ std::uint32_t first_hole;  // no free segment lies below this one
 std::mutex static_mutex;
 std::uint32_t static_at = kStaticBegin;
 
-// Before every other constructor: static objects of a module may already lie in the cage.
-__attribute__((constructor(101))) void reserve_cage() {
-  if (kvt_cage_base) return;
-  void* got = mmap(nullptr, 2 * kCageSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-  if (got == MAP_FAILED) stop(Message::kNoCage);
+constexpr int kReserve = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
+bool is_whole;
+
+// Null where the process may not have so much address space.
+char* reserve_whole() {
+  void* got = mmap(nullptr, 2 * kCageSize, PROT_NONE, kReserve, -1, 0);
+  if (got == MAP_FAILED) return nullptr;
   char* begin = static_cast<char*>(got);
   std::size_t skip = -reinterpret_cast<std::uintptr_t>(begin) & (kCageSize - 1);
   if (skip) munmap(begin, skip);
   munmap(begin + skip + kCageSize, kCageSize - skip);
   // A dump of the process would otherwise walk 4 GiB of nothing.
   madvise(begin + skip, kCageSize, MADV_DONTDUMP);
-  if (mprotect(begin + skip + kStaticBegin, kPrivateBegin - kStaticBegin, PROT_READ | PROT_WRITE)) {
+  return begin + skip;
+}
+
+// What every process with a module needs, so that opening a store can fail in words.
+char* reserve_static_zone() {
+  for (std::uintptr_t at = 1; at < 1024; ++at) {
+    void* wanted = reinterpret_cast<void*>(at * kCageSize);
+    void* got = mmap(wanted, kPrivateBegin, PROT_NONE, kReserve | MAP_FIXED_NOREPLACE, -1, 0);
+    if (got == wanted) return static_cast<char*>(got);
+    if (got != MAP_FAILED) munmap(got, kPrivateBegin);
+  }
+  return nullptr;
+}
+
+// Before every other constructor: static objects of a module may already lie in the cage.
+__attribute__((constructor(101))) void reserve_cage() {
+  if (kvt_cage_base) return;
+  char* begin = reserve_whole();
+  is_whole = begin;
+  if (!begin) begin = reserve_static_zone();
+  if (!begin || mprotect(begin + kStaticBegin, kPrivateBegin - kStaticBegin, PROT_READ | PROT_WRITE)) {
     stop(Message::kNoCage);
   }
-  madvise(begin + skip + kStaticBegin, kPrivateBegin - kStaticBegin, MADV_DODUMP);
-  kvt_cage_base = begin + skip;
+  madvise(begin + kStaticBegin, kPrivateBegin - kStaticBegin, MADV_DODUMP);
+  kvt_cage_base = begin;
 }
 
 char* segment_at(std::uint32_t index) { return kvt_cage_base + kPrivateBegin + std::size_t{index} * kSegmentSize; }
@@ -81,7 +103,10 @@ LooseMemory& loose_memory() {
 
 }  // namespace
 
+bool cage_is_whole() { return is_whole; }
+
 std::uint32_t segments_take(std::uint32_t count, const void* owner) {
+  if (!is_whole) return 0;
   std::lock_guard lock(segments_mutex);
   std::uint32_t run = 0;
   for (std::uint32_t i = first_hole; i < kPrivateSegments; i++) {

@@ -39,6 +39,8 @@ static_assert(kDatabaseBegin + std::uint64_t{kSlotSize} * KVT_DATABASE_SLOTS == 
 
 inline constexpr bool is_static_number(std::uint32_t word) { return word >= kNumberBegin; }
 
+// False where the process may not have so much address space: then there is the static zone and no store.
+bool cage_is_whole();
 // Takes `count` neighbouring private segments for `owner`, readable, writable and zero. 0 when there is no such run.
 std::uint32_t segments_take(std::uint32_t count, const void* owner);
 // Gives back every segment of the owner.

@@ -65,6 +65,7 @@ std::uint32_t Checker::run() {
   check_map({nullptr, "side data", 0}, roots->sides, &Checker::check_side);
   check_map({nullptr, "identities", 0}, roots->oids, &Checker::check_oid);
   check_map({nullptr, "identities by serial", 0}, roots->oids_by_serial, &Checker::check_serial);
+  check_due();
   check_timers();
   check_references();
   check_limbo();
@@ -366,6 +367,22 @@ void Checker::check_oid(const Place& place, std::uint32_t key, std::uint32_t val
   if (entry->object != key) fault(object, "its entry is that of %08x", entry->object);
   if (!block || block->pending) fault(object, "is in no block");
   if (entry->serial > db_.roots()->oid_last) fault(object, "its serial was never given out");
+  if (entry->flags & kOidDue) due_.push_back(value);
+}
+
+// The list of entries whose objects are to be destroyed holds the marked ones, and nothing else.
+void Checker::check_due() {
+  const Place place = {nullptr, "objects to destroy", 0};
+  const std::uint32_t faults = faults_;
+  std::size_t count = 0;
+  std::sort(due_.begin(), due_.end());
+  for (std::uint32_t at = db_.roots()->oids_due; at; at = static_cast<const OidEntry*>(cage_at(at))->next_due) {
+    if (std::binary_search(due_.begin(), due_.end(), at) && ++count <= due_.size()) continue;
+    fault({&place, "entry", at}, count > due_.size() ? "is in the list twice" : "is not marked as one");
+    break;
+  }
+  if (faults_ == faults && count < due_.size()) fault(place, "%zu in the list, %zu marked", count, due_.size());
+  due_sound_ = faults_ == faults;
 }
 
 void Checker::check_serial(const Place& place, std::uint32_t, std::uint32_t value) {

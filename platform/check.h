@@ -45,6 +45,9 @@ class Checker {
   bool chunks_are_sound() const { return chunks_sound_; }  // every chunk could be followed
   bool heap_is_sound() const { return heap_sound_; }       // and the lists of free ones are right
   bool limbo_is_sound() const { return limbo_sound_; }
+  bool due_is_sound() const { return due_sound_; }
+  // Entries of identities whose objects are to be destroyed, as they are marked.
+  const std::vector<std::uint32_t>& due() const { return due_; }
   bool contents_are_sound() const { return contents_sound_; }
   // Free chunks by address: {address, size}.
   const std::vector<Chunk>& free_chunks() const { return free_; }
@@ -113,6 +116,7 @@ class Checker {
   void check_timers();
   void check_timer_tree(const Place& place, std::uint32_t root);
   void check_references();
+  void check_due();
   void check_limbo();
   void check_unclaimed();
   void sweep_records(CheckedTable& table);
@@ -123,9 +127,10 @@ class Checker {
   kvt_care_line line_;
   void* argument_;
   std::uint32_t faults_ = 0;
-  bool chunks_sound_ = true, heap_sound_ = true, contents_sound_ = true, limbo_sound_ = true;
+  bool chunks_sound_ = true, heap_sound_ = true, contents_sound_ = true, limbo_sound_ = true, due_sound_ = true;
   std::uint64_t used_bytes_ = 0, free_bytes_ = 0;
   std::vector<CheckedBlock> blocks_;  // by address
+  std::vector<std::uint32_t> due_;
   std::vector<Chunk> free_;
   std::vector<HeapCard> cards_ = std::vector<HeapCard>(kSlotSize >> kCardShift);
   std::vector<std::pair<std::uint32_t, std::uint32_t>> uncounted_;

@@ -166,9 +166,10 @@ Database* DatabaseTable::map(const OpenRequest& request, const struct stat& file
     *err = EBUSY;
     return nullptr;
   }
-  auto* d = new (std::nothrow) Database;
+  auto* d = cage_is_whole() ? new (std::nothrow) Database : nullptr;
   if (!d) {
     *err = ENOMEM;
+    say_error(request, "map", *err);
     return nullptr;
   }
   d->base_ = kDatabaseBegin + slot * kSlotSize;

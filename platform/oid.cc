@@ -18,7 +18,6 @@
 namespace kvt {
 namespace {
 
-enum : std::uint32_t { kDestroyWaits = 1, kDue = 2 };
 
 constexpr std::uint64_t kFirstLocator = 256;  // below are the empty reference and the marked one
 constexpr std::uint64_t kMarkedLocator = 1;
@@ -48,7 +47,7 @@ bool unlink_due(Store& store, std::uint32_t txn, OidEntry* entry) {
   while (*link && *link != cage_ref(entry)) link = &static_cast<OidEntry*>(cage_at(*link))->next_due;
   if (!store.announce_range(entry, sizeof *entry, txn)) return false;
   if (*link && !store.write(link, entry->next_due, txn)) return false;
-  entry->flags &= ~kDue;
+  entry->flags &= ~kOidDue;
   entry->next_due = 0;
   return true;
 }
@@ -56,7 +55,7 @@ bool unlink_due(Store& store, std::uint32_t txn, OidEntry* entry) {
 int remove_entry(Store& store, std::uint32_t txn, OidEntry* entry) {
   if (!store.announce_range(entry, sizeof *entry, txn)) return EPERM;
   StoreRoots* roots = store.roots();
-  if (entry->flags & kDue) unlink_due(store, txn, entry);
+  if (entry->flags & kOidDue) unlink_due(store, txn, entry);
   if (entry->object) ref_map_remove(store, txn, &roots->oids, entry->object);
   if (entry->random) ref_map_remove(store, txn, &roots->oids_by_serial, key_of(entry->serial));
   store.free(store.open_txn(), entry);
@@ -132,7 +131,7 @@ OidEntry* take_due(Store& store, std::uint32_t txn, const kvt_static_type** type
     if (!unlink_due(store, txn, entry)) return nullptr;
     if (entry->references) continue;  // taken anew: it waits again
     if ((*type)->destroy) return entry;
-    entry->flags &= ~kDestroyWaits;
+    entry->flags &= ~kOidDestroyWaits;
   }
   return nullptr;
 }
@@ -171,10 +170,10 @@ int oid_drop(Store& store, std::uint32_t txn, OidEntry* entry) {
   if (!store.announce_range(entry, sizeof *entry, txn)) return EPERM;
   if (--entry->references) return 0;
   if (!entry->object) return remove_entry(store, txn, entry);
-  if ((entry->flags & kDestroyWaits) && !(entry->flags & kDue)) {
+  if ((entry->flags & kOidDestroyWaits) && !(entry->flags & kOidDue)) {
     std::uint32_t* head = &store.roots()->oids_due;
     entry->next_due = *head;
-    entry->flags |= kDue;
+    entry->flags |= kOidDue;
     store.write(head, cage_ref(entry), txn);
   }
   return 0;
@@ -191,7 +190,7 @@ void forget_oids(Store& store, std::uint32_t txn, std::uint32_t begin, std::uint
     if (!store.announce_range(entry, sizeof *entry, txn) || !ref_map_remove(store, txn, &store.roots()->oids, key)) {
       return;
     }
-    if (entry->flags & kDue) unlink_due(store, txn, entry);
+    if (entry->flags & kOidDue) unlink_due(store, txn, entry);
     entry->object = 0;
     entry->flags = 0;
   }
@@ -226,7 +225,7 @@ int kvt_request_oid_mapping_destroy(kvt_handle* handle, uint32_t txn, void* obje
   OidEntry* entry = entry_of(store, object);
   if (!entry) return 1;
   if (entry->references) {
-    if (!store.write(&entry->flags, entry->flags | kDestroyWaits, txn)) kvt_store_epoch_err(handle, EPERM, err);
+    if (!store.write(&entry->flags, entry->flags | kOidDestroyWaits, txn)) kvt_store_epoch_err(handle, EPERM, err);
     return 0;
   }
   if (int error = remove_entry(store, txn, entry)) {

@@ -6,6 +6,9 @@
 
 namespace kvt {
 
+// In the flags of an entry: its object is destroyed when nothing refers to it any more; it is in the list of these.
+inline constexpr std::uint32_t kOidDestroyWaits = 1, kOidDue = 2;
+
 struct OidEntry {        // stored format: what an identity stands for
   std::uint32_t object;  // 0: it went while references were left
   std::uint32_t references;

@@ -35,6 +35,14 @@ class Repair {
       put(&store_.roots()->limbo, 0u);
       say("%s: given up; what it held stays unused", "limbo");
     }
+    if (!found_.due_is_sound()) {
+      put(&store_.roots()->oids_due, 0u);
+      for (const std::uint32_t at : found_.due()) {
+        put(&static_cast<OidEntry*>(cage_at(at))->next_due, store_.roots()->oids_due);
+        put(&store_.roots()->oids_due, at);
+      }
+      say("objects to destroy: %zu put into the list anew", found_.due().size());
+    }
     relink_tables();
     std::uint64_t pending = 0;
     for (const CheckedTable& table : found_.tables()) {

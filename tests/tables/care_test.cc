@@ -126,6 +126,7 @@ TEST_F(Care, DamageIsFoundSaidAndMended) {
       {"root of timers", [&] { return &queue_->root; }, 0x100, "is no timer of it", true},
       {"due time of a timer", [&] { return static_cast<std::uint32_t*>(kvt_ref_at(queue_->root)) + 4; }, 0x400000,
        "its timers do not stand in order", true},
+      {"objects to destroy", [&] { return &roots_->oids_due; }, 0x100, "is not marked as one", true},
       {"list of timers' trees", [&] { return &roots_->timer_trees; }, 0x8, "timers: ", true},
       {"side data", [&] { return &roots_->sides.count; }, 1, "side data", false},
       {"identity's object",

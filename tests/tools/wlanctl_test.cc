@@ -485,6 +485,15 @@ TEST_F(Wlanctl, NoDatabaseIsNoCrash) {
   EXPECT_EQ(slurp(at("a.db")), "this is no database, whatever its name says\n");
 }
 
+#ifndef __SANITIZE_ADDRESS__
+TEST_F(Wlanctl, ALimitOfAddressSpaceIsAnError) {
+  import_campus();
+  for (const char* command :
+       {"wlanctl --db a.db list", "wlanctl --db b.db receive </dev/null", "wlanctl --db a.db set 1 ssid x"})
+    expect_refused(shell("ulimit -v 1000000; " + std::string(command)), 1, "Cannot allocate memory");
+}
+#endif
+
 TEST_F(Wlanctl, ReaderThatGoesAwayEndsItQuietly) {
   import_campus();
   const Result result = shell("(wlanctl --db a.db export; echo status $? >&2) | head -c 1 >first");

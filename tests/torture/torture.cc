@@ -3,6 +3,7 @@
 // looks it through, and holds it against what the writers say that they committed. Status 0: nothing was ever wrong.
 #include <fcntl.h>
 #include <kvt/care.h>
+#include <kvt/read.h>
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -31,7 +32,7 @@ constexpr int kAnswerMs = 120'000;
 
 enum Phase : std::uint32_t { kIdle, kBeginning, kOpen, kCommitting, kAborting, kPhases };
 const char* const kPhaseNames[] = {"between transactions", "begin or recovery", "an open transaction", "commit",
-                                   "abort"};
+                                   "abort or rollback"};
 
 struct Progress {  // of a writer, in memory that outlives it
   std::atomic<std::uint64_t> begun, committed;
@@ -39,7 +40,7 @@ struct Progress {  // of a writer, in memory that outlives it
 };
 struct Shared {
   Progress writers[kWriters];
-  std::atomic<std::uint64_t> reads;
+  std::atomic<std::uint64_t> reads, reads_again;
 };
 
 std::string path;
@@ -151,11 +152,17 @@ void change(Tables& tables, unsigned writer, Model& model) {
     while (first && model.done() < tables.ledger[writer]) model.step([](unsigned, std::uint64_t, std::uint64_t) {});
     if (Model::is_aborted_first(model.done() + 1)) {
       Model discarded = model;
+      const bool as_a_whole = model.done() % 2;
+      const std::uint32_t mark = as_a_whole ? 0 : kvtdb_savepoint(h, tables.txn, &tables.err);
       change(tables, writer, discarded);
       progress.phase = kAborting;
-      kvtdb_txn_abort(h, tables.txn, &tables.err);
-      progress.phase = kBeginning;
-      tables = Tables(h);
+      if (as_a_whole) {
+        kvtdb_txn_abort(h, tables.txn, &tables.err);
+        progress.phase = kBeginning;
+        tables = Tables(h);
+      } else {
+        kvtdb_rollback_to(h, tables.txn, mark, &tables.err);
+      }
       progress.phase = kOpen;
     }
     progress.begun = model.done() + 1;
@@ -169,14 +176,41 @@ void change(Tables& tables, unsigned writer, Model& model) {
   }
 }
 
-// Without the lock, hence without a claim on what it sees but that it goes on.
+// What a walk without the lock meets: records in order, as many as are counted, each with its two texts alike. False is
+// no fault when a writer was at work.
+bool walk(kvt_handle* h, std::uint32_t generation) {
+  int err = 0;
+  std::uint32_t count = 0, before = 0;
+  char texts[2][96];
+  void* groups = tbl_apgroup_wlan_table_open(h, KVT_NO_TXN, "groups", 1, &err);
+  if (!groups) return h->key_get(h->store, KVT_NO_TXN, "ledger") != nullptr;
+  for (void* at = tbl_apgroup_wlan_st_wlan_wlan_id_get_first(h, KVT_NO_TXN, groups, &err);
+       at && kvtdb_read_valid(h, generation);
+       at = tbl_apgroup_wlan_st_wlan_wlan_id_get_next(h, KVT_NO_TXN, groups, at, &err)) {
+    void* payload = tbl_apgroup_wlan_st_wlan_get_field(h, KVT_NO_TXN, at);
+    const std::uint32_t id = st_wlan_wlan_id_get_value(h, KVT_NO_TXN, payload, &err);
+    if (err || id < before || count++ > kWriters * kItems) return false;
+    before = id + 1;
+    if (kvtdb_read_text(h, st_wlan_profile_name_get(h, KVT_NO_TXN, payload, &err), texts[0], sizeof texts[0]) < 0 ||
+        kvtdb_read_text(h, st_wlan_ssid_get(h, KVT_NO_TXN, payload, &err), texts[1], sizeof texts[1]) < 0 ||
+        std::strcmp(texts[0], texts[1])) {
+      return false;
+    }
+  }
+  return count == tbl_apgroup_wlan_table_get_count(h, KVT_NO_TXN, groups);
+}
+
+// Without the lock.
 [[noreturn]] void read_forever() {
   kvt_handle* h = open_database();
-  for (;;) {
-    const auto* ledger = static_cast<const std::uint64_t*>(h->key_get(h->store, KVT_NO_TXN, "ledger"));
-    if (!ledger) fail("ledger", ENOENT);
-    ++shared->reads;
-    usleep(100);
+  for (int err = 0;;) {
+    const std::uint32_t generation = kvtdb_read_begin(h, &err);
+    if (err) fail("read", err);
+    const bool sound = walk(h, generation);
+    const bool valid = kvtdb_read_end(h, generation);
+    if (valid && !sound) fail("what was read is of two states", EIO);
+    ++(valid ? shared->reads : shared->reads_again);
+    usleep(valid ? 100 : 10);
   }
 }
 
@@ -283,8 +317,10 @@ class Torture {
   void tell(unsigned round) const {
     std::uint64_t committed = 0;
     for (const Progress& progress : shared->writers) committed += progress.committed;
-    std::printf("%u rounds, %u kills, %llu transactions committed, %llu reads\n", round, kills_,
-                static_cast<unsigned long long>(committed), static_cast<unsigned long long>(shared->reads));
+    std::printf("%u rounds, %u kills, %llu transactions committed, %llu walks of readers, %llu of them in vain\n",
+                round, kills_, static_cast<unsigned long long>(committed),
+                static_cast<unsigned long long>(shared->reads + shared->reads_again),
+                static_cast<unsigned long long>(shared->reads_again));
     for (unsigned i = 0; i < kPhases; i++) std::printf("  killed in %-22s %u\n", kPhaseNames[i], by_phase_[i]);
     std::printf("  recoveries cut off        %u\n", cut_off_);
     std::fflush(stdout);
