@@ -42,25 +42,7 @@ STORED_SIZE(PermanentBlock, 8);
 
 std::uint32_t rounded(std::uint32_t size) { return (size + 7u) & ~7u; }
 
-struct flock byte_lock(short type, off_t at) {
-  struct flock region {};
-  region.l_type = type;
-  region.l_whence = SEEK_SET;
-  region.l_start = at;
-  region.l_len = 1;
-  return region;
-}
-
 }  // namespace
-
-int lock_byte(int fd, off_t at, short type, bool wait) {
-  struct flock region = byte_lock(type, at);
-  int result;
-  do {
-    result = fcntl(fd, wait ? F_OFD_SETLKW : F_OFD_SETLK, &region);
-  } while (result && errno == EINTR);
-  return result ? errno : 0;
-}
 
 // The lock of the process, then that of the file.
 int Database::take_turn(Store* store, bool wait) {
@@ -71,7 +53,7 @@ int Database::take_turn(Store* store, bool wait) {
     turn_.wait(lock, [this] { return turn_of_ == std::thread::id(); });
     turn_of_ = std::this_thread::get_id();
   }
-  const int error = lock_byte(store->fd(), kWriteLockAt, F_WRLCK, wait);
+  const int error = lock_.take(store->fd(), &store->number(), wait);
   if (error) {
     std::lock_guard lock(turn_mutex_);
     turn_of_ = std::thread::id();
@@ -82,9 +64,9 @@ int Database::take_turn(Store* store, bool wait) {
   return error;
 }
 
-void Database::give_turn(Store* store) {
-  lock_byte(store->fd(), kWriteLockAt, F_UNLCK, true);
+void Database::give_turn() {
   std::lock_guard lock(turn_mutex_);
+  lock_.give();
   events_.end();
   writer_.store(nullptr, std::memory_order_relaxed);
   txn_ = KVT_NO_TXN;
@@ -113,7 +95,7 @@ int Database::begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool e
   std::uint32_t& owner = readers_.area()->owner;
   store->recovery() = {owner, header_->log_last != 0};
   if (int error = recover(even_damaged)) {
-    give_turn(store);
+    give_turn();
     return error;
   }
   if (owner) trace(Message::kWriterDied, std::int64_t{owner});
@@ -161,6 +143,13 @@ void Database::use_wilderness() {
   fresh_end_ = has_top ? heap_.top() + heap_.top_size() : 0;
   if (fresh_used_ < fresh_begin_ || fresh_used_ > fresh_end_) fresh_used_ = fresh_begin_;
   fresh_segments_.reset();
+  forget_logged();
+}
+
+// All that was logged before is logged again when it changes again.
+void Database::forget_logged() {
+  if (++logged_turn_ <= kMostLoggedTurns) return;
+  logged_turn_ = 1;
   logged_.fill(0);
 }
 
@@ -169,8 +158,7 @@ bool Database::has_watchers(const Store* store) {
   std::atomic_ref watchers(ring()->watchers);
   std::uint32_t seen = watchers.load(std::memory_order_acquire);
   if (!seen || ++begins_ % kWatcherCheck) return seen;
-  struct flock region = byte_lock(F_WRLCK, kWatchLockAt);
-  if (fcntl(store->fd(), F_OFD_GETLK, &region) || region.l_type != F_UNLCK) return true;
+  if (is_byte_locked(store->fd(), kWatchLockAt)) return true;
   // A reader that came in between has changed the number.
   return !watchers.compare_exchange_strong(seen, 0);
 }
@@ -251,7 +239,7 @@ void Database::tidy_up() {
 void Database::end_turn() {
   if (!header_->log_last) end_change();
   readers_.area()->owner = 0;
-  give_turn(writer());
+  give_turn();
 }
 
 // Of a block that has been in use.
@@ -291,7 +279,7 @@ bool Database::roll_back_to(std::uint32_t mark) {
   undo_to(to.log_last);
   // What was wilderness at the mark; part of it may have been in the log before.
   const bool same = to.fresh_begin <= fresh_used_ && fresh_used_ <= to.fresh_end;
-  std::memset(cage_at(to.fresh_begin), 0, (same ? fresh_used_ : to.fresh_end) - to.fresh_begin);
+  if (to.fresh_begin) std::memset(cage_at(to.fresh_begin), 0, (same ? fresh_used_ : to.fresh_end) - to.fresh_begin);
   end_watched(base_, kSlotSize);
   // Readers of what is taken back must learn that what they will meet is another change.
   publish(&header_->generation, header_->generation + 2);
@@ -301,7 +289,7 @@ bool Database::roll_back_to(std::uint32_t mark) {
   fresh_end_ = to.fresh_end;
   fresh_used_ = to.fresh_used;
   fresh_segments_.reset();
-  logged_.fill(0);
+  forget_logged();
   std::bitset<256> segments = segments_of(Segment::kNewHeap) & ~to.new_heap;
   const bool held = readers_.any();
   if (held) segments &= ~keep_from_use(to.log_last, top, segments, header_->generation);
@@ -326,38 +314,19 @@ void Database::end_change() {
   if (header_->generation & 1) publish(&header_->generation, header_->generation + 1);
 }
 
-bool Database::read_begin(Store* store, std::uint32_t* generation) {
+bool Database::prepare_read(Store* store, std::uint32_t* generation) {
   ReaderPlace& place = store->reader();
-  std::atomic_ref now(header_->generation);
-  if (snapshot_) {
-    *generation = header_->generation;
-    return true;
-  }
   if (place.slot < 0 && !readers_.take(store->fd(), &place)) return false;
-  *generation = now.load(std::memory_order_acquire);
-  if ((*generation & 1) && writer() != store) {
-    constexpr std::uint32_t kPatience = 64;
-    place.unsound = place.unsound_generation == *generation ? place.unsound + 1 : 1;
-    place.unsound_generation = *generation;
-    if (place.unsound % kPatience == 0) {
-      recover_if_dead(store);
-      *generation = now.load(std::memory_order_acquire);
-    }
+  *generation = generation_now();
+  if (!(*generation & 1) || writer() == store) return true;
+  constexpr std::uint32_t kPatience = 64;
+  place.unsound = place.unsound_generation == *generation ? place.unsound + 1 : 1;
+  place.unsound_generation = *generation;
+  if (place.unsound % kPatience == 0) {
+    recover_if_dead(store);
+    *generation = generation_now();
   }
-  // A section within another one leaves the older generation in the slot.
-  if (place.depth++ == 0) readers_.enter(place, *generation);
   return true;
-}
-
-bool Database::read_valid(std::uint32_t generation) const {
-  // What was read, with plain loads, was read before this.
-  std::atomic_thread_fence(std::memory_order_acquire);
-  return !(generation & 1) && std::atomic_ref(header_->generation).load(std::memory_order_relaxed) == generation;
-}
-
-void Database::read_end(Store* store) {
-  ReaderPlace& place = store->reader();
-  if (place.depth && --place.depth == 0) readers_.leave(place);
 }
 
 void Database::forget_reader(Store* store) {
@@ -368,17 +337,17 @@ void Database::forget_reader(Store* store) {
 void Database::recover_if_dead(Store* store) {
   if (take_turn(store, false)) return;
   recover(false);
-  give_turn(store);
+  give_turn();
 }
 
 // What the file says of itself, as far as a writer would follow it out of the file.
 bool Database::header_is_sound() const {
   const std::uint32_t segments = header_->segments, end = this->end();
   if (segments < 1 || segments > kMostSegments) return false;
-  for (std::uint32_t i = 0; i < std::size(header_->kinds); i++) {
-    const bool has_kind = i > 0 && i < segments;
-    if (header_->kinds[i] > (has_kind ? Segment::kOldHeap : Segment::kFree)) return false;
-  }
+  static constexpr Segment kNone[sizeof DatabaseHeader::kinds] = {};
+  const Segment* kinds = header_->kinds;
+  if (kinds[0] != kNone[0] || std::memcmp(kinds + segments, kNone, std::size(kNone) - segments) != 0) return false;
+  if (std::any_of(kinds + 1, kinds + segments, [](Segment kind) { return kind > Segment::kOldHeap; })) return false;
   if (!readers_.is_sound()) return false;
   const std::uint32_t at = header_->permanent_at, permanent_end = header_->permanent_end;
   // No end is what a death between two segments leaves.
@@ -472,7 +441,7 @@ int Database::roll_back() {
     doomed_ = 0;
     fresh_begin_ = fresh_end_ = 0;
     fresh_segments_.reset();
-    logged_.fill(0);
+    forget_logged();
     kept = keep_from_use(0, reached, segments, next_generation());
   }
   settle_segments(false, kept);
@@ -681,7 +650,7 @@ void Database::announce(std::uint32_t at, std::uint32_t length) {
   if (!length || is_fresh(at, length)) return;
   if (is_machine_durable()) widen(&at, &length);
   // The first bytes logged are the ones that count, so an equal range need not be logged again.
-  std::uint64_t range = (std::uint64_t{at} << 32) | length;
+  const std::uint64_t range = std::uint64_t{at - base_} << 36 | std::uint64_t{length} << 7 | logged_turn_;
   std::uint64_t& before = logged_[(at >> 2 ^ at >> 11) % logged_.size()];
   if (before == range) return;
   need_log(length);

@@ -20,6 +20,7 @@
 #include "platform/readers.h"
 #include "platform/record_events.h"
 #include "platform/store.h"
+#include "platform/write_lock.h"
 
 namespace kvt {
 
@@ -105,10 +106,7 @@ struct OpenRequest {
 bool read_database_header(const OpenRequest& request, int fd, struct stat* file, DatabaseHeader* header, int* err);
 // Bytes of the file that are locked in place of what they stand for. Far behind the end: one for each slot of readers
 // (readers.cc), and one that who copies the file shares, so that it is not cut short under him.
-inline constexpr off_t kWriteLockAt = 0;
 inline constexpr off_t kCopyLockAt = off_t{1} << 41;
-// As fcntl takes it. 0 or an error.
-int lock_byte(int fd, off_t at, short type, bool wait);
 
 class Database final : public HeapBacking {
  public:
@@ -135,9 +133,24 @@ class Database final : public HeapBacking {
   bool roll_back_to(std::uint32_t mark);
 
   // The guard of a reader; see kvt/read.h. False when all slots of readers are taken.
-  bool read_begin(Store* store, std::uint32_t* generation);
-  bool read_valid(std::uint32_t generation) const;
-  void read_end(Store* store);
+  bool read_begin(Store* store, std::uint32_t* generation) {
+    ReaderPlace& place = store->reader();
+    *generation = generation_now();
+    if (snapshot_) return true;
+    if ((place.slot < 0 || *generation & 1) && !prepare_read(store, generation)) return false;
+    // A section within another one leaves the older generation in the slot.
+    if (place.depth++ == 0) readers_.enter(place, *generation);
+    return true;
+  }
+  bool read_valid(std::uint32_t generation) const {
+    // What was read, with plain loads, was read before this.
+    std::atomic_thread_fence(std::memory_order_acquire);
+    return !(generation & 1) && generation_now() == generation;
+  }
+  void read_end(Store* store) {
+    ReaderPlace& place = store->reader();
+    if (place.depth && --place.depth == 0) readers_.leave(place);
+  }
   void forget_reader(Store* store);
 
   Store* writer() const { return writer_.load(std::memory_order_relaxed); }
@@ -233,7 +246,7 @@ class Database final : public HeapBacking {
   void widen(std::uint32_t* at, std::uint32_t* length) const;
   void find_log_end();
   int take_turn(Store* store, bool wait);
-  void give_turn(Store* store);
+  void give_turn();
   int recover(bool even_damaged);
   void recover_if_dead(Store* store);
   int roll_back();
@@ -250,6 +263,9 @@ class Database final : public HeapBacking {
   bool has_watchers(const Store* store);
   void undo_to(std::uint32_t entry);
   void use_wilderness();
+  void forget_logged();
+  std::uint32_t generation_now() const { return std::atomic_ref(header_->generation).load(std::memory_order_acquire); }
+  bool prepare_read(Store* store, std::uint32_t* generation);
   void begin_change();
   void end_change();
   std::uint32_t next_generation() const { return (header_->generation | 1) + 1; }
@@ -294,6 +310,7 @@ class Database final : public HeapBacking {
   StoreRoots* roots_ = nullptr;
   Heap heap_;
   Readers readers_;
+  WriteLock lock_;
   bool snapshot_ = false;  // memory of this process alone, a copy of the file
 
   // One writer of this process at a time; the lock of the file keeps out other processes.
@@ -317,8 +334,12 @@ class Database final : public HeapBacking {
   std::vector<std::uint32_t> pending_;
   std::vector<std::uint32_t> spare_pages_;  // of limbo, made in the transaction
   std::vector<Savepoint> savepoints_;
-  std::uint32_t stuck_ = 0;                // commits in a row that one reader kept from freeing
-  std::array<std::uint64_t, 512> logged_;  // ranges logged before, by a hash of the range
+  std::uint32_t stuck_ = 0;  // commits in a row that one reader kept from freeing
+  // Ranges logged before, by a hash of the range: place and length, and the turn that they are good for.
+  std::array<std::uint64_t, 512> logged_{};
+  static constexpr std::uint32_t kMostLoggedTurns = 127;
+  static_assert(kSlotSize == 1u << 28);
+  std::uint32_t logged_turn_ = 0;
   RecordEvents events_;
   bool heard_ = false;    // by a handler of the process
   bool watched_ = false;  // by a reader of the feed

@@ -93,9 +93,13 @@ int fill_new_file(int fd, std::uint32_t slot, Durability durability) {
 // errno.
 int open_present(const OpenRequest& request) {
   const char* path = request.path;
-  // No waiting at a pipe that bears the name.
-  const int kFlags = (request.snapshot ? O_RDONLY : O_RDWR) | O_CLOEXEC | O_NONBLOCK;
-  const int fd = ::open(path, kFlags | O_NOFOLLOW);
+  constexpr int kHow = O_CLOEXEC | O_NONBLOCK;  // no waiting at a pipe that bears the name
+  int flags = O_RDWR | kHow;
+  int fd = ::open(path, flags | O_NOFOLLOW);
+  if (fd < 0 && request.snapshot && (errno == EACCES || errno == EROFS || errno == EPERM)) {
+    flags = O_RDONLY | kHow;
+    fd = ::open(path, flags | O_NOFOLLOW);
+  }
   if (fd >= 0 || errno != ELOOP) return fd;
   const char* slash = std::strrchr(path, '/');
   const std::string folder = slash ? std::string(path, slash + 1) : ".";
@@ -105,8 +109,33 @@ int open_present(const OpenRequest& request) {
     errno = ELOOP;
     return -1;
   }
-  return ::open(path, kFlags);
+  return ::open(path, flags);
 }
+
+// Keeps writers out of a file that is not mapped as a database.
+class KeepOut {
+ public:
+  explicit KeepOut(int fd) : fd_(fd) {}
+  ~KeepOut() {
+    if (held_) lock_.give();
+    if (area_ != MAP_FAILED) munmap(area_, sizeof(ReaderArea));
+  }
+  int take() {
+    area_ = mmap(nullptr, sizeof(ReaderArea), PROT_READ | PROT_WRITE, MAP_SHARED, fd_, kReadersAt);
+    if (area_ == MAP_FAILED) return errno;  // a file that may only be read
+    lock_.attach(&static_cast<ReaderArea*>(area_)->lock);
+    std::uint32_t number = 0;
+    const int error = lock_.take(fd_, &number, true);
+    held_ = !error;
+    return error;
+  }
+
+ private:
+  int fd_;
+  void* area_ = MAP_FAILED;
+  WriteLock lock_;
+  bool held_ = false;
+};
 
 // Takes the file out of the cage again; a stale reference faults.
 void clear_slot(void* at) {
@@ -195,6 +224,7 @@ Database* DatabaseTable::map(const OpenRequest& request, const struct stat& file
   d->heap_.attach(&d->roots_->heap, d, /*logged=*/true, /*hide_free=*/false,
                   reinterpret_cast<HeapCard*>(d->cage_base() + kCardsAt), d->base_);
   d->readers_.attach(reinterpret_cast<ReaderArea*>(d->cage_base() + kReadersAt));
+  d->lock_.attach(&d->readers_.area()->lock);
   if (d->snapshot_) *err = d->copy_from(fd);
   if (*err) {
     say_error(request, "read", *err);
@@ -240,11 +270,12 @@ int Database::copy_from(int fd) {
     }
   };
   bool good = false, alone = false;
+  KeepOut writers(fd);
   int error = lock_byte(fd, kCopyLockAt, F_RDLCK, true);
   constexpr int kTries = 8;
   for (int tries = 0; !good && !alone && !error; ++tries) {
     if (tries == kTries) {
-      error = lock_byte(fd, kWriteLockAt, F_RDLCK, true);
+      error = writers.take();
       alone = true;
     }
     const std::uint32_t before = generation();
@@ -260,7 +291,6 @@ int Database::copy_from(int fd) {
     // An odd generation without a log is a transaction that has just begun to change something, or just committed.
     good = (before | 1) == (after | 1) && (after % 2 == 0 || header_->log_last);
   }
-  if (alone) lock_byte(fd, kWriteLockAt, F_UNLCK, true);
   lock_byte(fd, kCopyLockAt, F_UNLCK, true);
   munmap(map, kSlotSize);
   if (error) return error;

@@ -33,7 +33,30 @@ void sync_folder(const std::string& path) {
   if (file.fd() >= 0) fsync(file.fd());
 }
 
+struct flock byte_lock(short type, off_t at) {
+  struct flock region {};
+  region.l_type = type;
+  region.l_whence = SEEK_SET;
+  region.l_start = at;
+  region.l_len = 1;
+  return region;
+}
+
 }  // namespace
+
+int lock_byte(int fd, off_t at, short type, bool wait) {
+  struct flock region = byte_lock(type, at);
+  int result;
+  do {
+    result = fcntl(fd, wait ? F_OFD_SETLKW : F_OFD_SETLK, &region);
+  } while (result && errno == EINTR);
+  return result ? errno : 0;
+}
+
+bool is_byte_locked(int fd, off_t at) {
+  struct flock region = byte_lock(F_WRLCK, at);
+  return fcntl(fd, F_OFD_GETLK, &region) || region.l_type != F_UNLCK;
+}
 
 int allocate_file(int fd, off_t from, off_t length) {
   if (!may_reach(from + length)) return EFBIG;

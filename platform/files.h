@@ -1,6 +1,7 @@
 // What the runtime's own files have in common: a descriptor that closes itself, and files that appear whole.
 #pragma once
 
+#include <sys/types.h>
 #include <unistd.h>
 
 #include <cstddef>
@@ -33,5 +34,11 @@ int make_file(const char* path, const std::function<int(int fd)>& fill);
 int allocate_file(int fd, off_t from, off_t length);
 // @return 0, EFBIG as above, or what the system gives
 int write_all(int fd, const void* bytes, std::size_t length, off_t at);
+
+// A lock of one byte of a file that belongs to the open file, so that it goes with the last process that has it: `type`
+// as fcntl takes it. 0 or an error; EAGAIN when it would have to wait and may not.
+int lock_byte(int fd, off_t at, short type, bool wait);
+// Whether anybody but this open file holds a lock there.
+bool is_byte_locked(int fd, off_t at);
 
 }  // namespace kvt

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "platform/database.h"
+#include "platform/files.h"
 
 namespace kvt {
 namespace {

@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "platform/ref.h"
+#include "platform/write_lock.h"
 
 namespace kvt {
 
@@ -18,7 +19,8 @@ struct ReaderArea {
   std::uint32_t slots_used;  // the slots behind this many were never taken
   std::uint32_t owner;       // process that holds the write lock; 0 when it gave it back itself
   std::uint32_t reached;     // while a transaction is taken back: where the wilderness began in it
-  std::uint32_t reserved[13];
+  WriteLockWords lock;
+  std::uint32_t reserved[10];
   struct Slot {
     std::uint64_t epoch;  // 0: nobody reads; else kReading and the generation at which the reader came
     std::uint32_t reserved[14];
@@ -48,9 +50,10 @@ class Readers {
   bool take(int fd, ReaderPlace* place);
   // What lies in the slot's database is safe to stand on from here until leave().
   void enter(const ReaderPlace& place, std::uint32_t generation) {
-    epoch(place.slot).store(kReading | generation, std::memory_order_relaxed);
-    // Pairs with the fence of oldest(): the writer sees this reader, or the reader sees all that the writer did.
-    std::atomic_thread_fence(std::memory_order_seq_cst);
+    // A full barrier, which pairs with the fence of oldest(): the writer sees this reader, or the reader sees all that
+    // the writer did.
+    epoch(place.slot).exchange(kReading | generation);
+    std::atomic_thread_fence(std::memory_order_acquire);
   }
   void leave(const ReaderPlace& place) { epoch(place.slot).store(0, std::memory_order_release); }
 

@@ -71,6 +71,7 @@ class Store : public HeapBacking {
   // What the transaction begun last found of the writer before it.
   kvt_recovery& recovery() { return recovery_; }
   std::uint32_t process() const { return process_; }
+  std::uint32_t& number() { return number_; }
 
   void* alloc(std::uint32_t txn, std::uint32_t size) { return database_ ? alloc_shared(txn, size) : heap_.alloc(size); }
   // Memory that outlives an abort: for what the process remembers by address.
@@ -125,7 +126,7 @@ class Store : public HeapBacking {
   KeyHold key_;
   ReaderPlace reader_;
   kvt_recovery recovery_{};
-  std::uint32_t process_ = 0;
+  std::uint32_t process_ = 0, number_ = 0;  // of the process; of the handle, for the write lock
   Store* next_free_ = nullptr;
 };
 

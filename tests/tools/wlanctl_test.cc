@@ -380,11 +380,14 @@ TEST_F(Wlanctl, AValueOnTheCommandLineIsOverwrittenThere) {
   import_campus();
   // The database is locked, so that the tool waits with its arguments in sight.
   const int file = open(at("a.db").c_str(), O_RDWR | O_CLOEXEC);
+  const std::uint32_t holder = 4711;
   struct flock region {};
   region.l_type = F_WRLCK;
   region.l_whence = SEEK_SET;
+  region.l_start = (off_t{1} << 42) + holder;
   region.l_len = 1;
   ASSERT_EQ(fcntl(file, F_OFD_SETLK, &region), 0);
+  ASSERT_EQ(pwrite(file, &holder, sizeof holder, 0x400C), ssize_t{sizeof holder});
   const Result seen = shell("'" + kTool +
                             "' --db a.db set --table tbl_mpsk_keys_int 2 mpsk_key House-brass-teapot & tool=$!\n"
                             "for i in {1..200}; do arguments=$(tr '\\0' ' ' </proc/$tool/cmdline)\n"
@@ -488,8 +491,7 @@ TEST_F(Wlanctl, NoDatabaseIsNoCrash) {
 #ifndef __SANITIZE_ADDRESS__
 TEST_F(Wlanctl, ALimitOfAddressSpaceIsAnError) {
   import_campus();
-  for (const char* command :
-       {"wlanctl --db a.db list", "wlanctl --db b.db receive </dev/null", "wlanctl --db a.db set 1 ssid x"})
+  for (const char* command : {"wlanctl --db a.db list", "wlanctl --db a.db export", "wlanctl --db a.db set 1 ssid x"})
     expect_refused(shell("ulimit -v 1000000; " + std::string(command)), 1, "Cannot allocate memory");
 }
 #endif
