@@ -133,9 +133,9 @@ KVT_EXPORT kvt_handle* kvt_handle_open_private(const kvt_handle_options* options
 ///
 /// With `options->snapshot` the handle reads a copy that stays as it is. The file must be there; neither it nor its key
 /// is made or changed. The copy is taken beside a writer, also while its transaction is open or after it died in one;
-/// only where transactions end faster than the file can be copied they wait for that. A snapshot takes the slot of its
-/// database, so that a process cannot have both open (EBUSY), and as much memory as the file holds. EIO: the file is
-/// damaged.
+/// only where transactions end faster than the file can be copied they wait for that; EACCES where that would be needed
+/// and the file may not be written. A snapshot takes the slot of its database, so that a process cannot have both open
+/// (EBUSY), and as much memory as the file holds. EIO: the file is damaged.
 KVT_EXPORT kvt_handle* kvt_handle_open_database(const char* path, const kvt_handle_options* options, int* err);
 /// Closes a handle; an open transaction is aborted. A private store gives back all its memory. The key that the handle
 /// brought is wiped unless another handle has it too. NULL is accepted.
@@ -150,10 +150,9 @@ KVT_EXPORT uint32_t kvtdb_txn_begin(kvt_handle* handle, int* err);
 /// Makes the transaction's stores last and releases the write lock. Before that, handlers of the process hear of the
 /// records that changed (see docs/design/events.md).
 /// @param err sticky. EINVAL: no such transaction; EDEADLK: called by such a handler; ENOSPC: the undo log could not
-/// grow in the transaction, which shows
-///   by allocations that failed, and all of it has been taken back; EIO and what fdatasync(2) gives, with
-///   KVT_DURABILITY_MACHINE only: the disk did not take it. Other processes then see either all of it or nothing, and
-///   which of the two is left after a loss of power is not known
+///   grow in the transaction, which shows by allocations that failed, and all of it has been taken back; EIO and what
+///   fdatasync(2) gives, with KVT_DURABILITY_MACHINE only: the disk did not take it. Other processes then see either all
+///   of it or nothing, and which of the two is left after a loss of power is not known
 KVT_EXPORT void kvtdb_txn_commit(kvt_handle* handle, uint32_t txn, int* err);
 /// Brings back every byte that was announced in the transaction and releases the write lock. Works with `*err` set, and
 /// leaves it as it is; EINVAL (no such transaction) and EDEADLK (called by a handler) are stored only in a clear slot.
