@@ -177,7 +177,7 @@ TEST_F(DatabaseFile, RandomTransactionsLeaveTheLastCommittedState) {
   kvt_handle *h = open(), *reader = open();
   ASSERT_NE(h, nullptr) << message;
   std::uint32_t section = 0;
-  for (int round = 0; round < 150; round++) {
+  for (int round = 0; round < 100; round++) {
     std::uint32_t seed = random();
     // What is taken back goes another way while somebody reads.
     if (const int turn = static_cast<int>(random() % 4); turn == 0 && !section) {
