@@ -81,6 +81,17 @@ struct IndexNode {
     kvt_vstring own_;  // of a text
     const void* at_;
   };
+  // The type's own compare, but for enumerated values: those are told apart by a difference that wraps, and with values
+  // from a stranger that is no order, and records could not be found again.
+  static int compare(const void* a, const void* b) {
+    if constexpr (Key::Type::kKind == FieldKind::kEnum) {
+      const auto value_a = load<std::int32_t>(static_cast<const char*>(a) + kEnumValueOffset);
+      const auto value_b = load<std::int32_t>(static_cast<const char*>(b) + kEnumValueOffset);
+      return value_a < value_b ? -1 : value_a > value_b;
+    } else {
+      return Key::Type::compare(a, b);
+    }
+  }
   static std::uint32_t word(const void* node) {
     const auto kept = load<std::uint32_t>(static_cast<const char*>(node) + kNodeWord);
     return kept ? kept : make_word(tenant(node), NodeKey(node));
@@ -95,7 +106,7 @@ struct IndexNode {
       if (own != tenant) return own < tenant ? -1 : 1;
     }
     if (!prefix_is_exact<typename Key::Type>(word & ((1u << kPrefixBits) - 1))) {
-      if (const std::int32_t order = Key::Type::compare(NodeKey(node), key)) return order < 0 ? -1 : 1;
+      if (const int order = compare(NodeKey(node), key)) return order < 0 ? -1 : 1;
     }
     const std::uint8_t own = IndexNode::source(node);
     return own < source ? -1 : own > source;
@@ -155,7 +166,7 @@ inline std::uint16_t tenant_at_node(const AvlNode* node, unsigned key) {
 template <class Key>
 bool same_key(const void* node_a, const void* node_b) {
   using NodeKey = typename IndexNode<Key>::NodeKey;
-  return Key::Type::compare(NodeKey(node_a), NodeKey(node_b)) == 0;
+  return IndexNode<Key>::compare(NodeKey(node_a), NodeKey(node_b)) == 0;
 }
 
 }  // namespace kvt
