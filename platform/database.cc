@@ -80,9 +80,10 @@ int Database::recover(bool even_damaged) {
   if (!header_is_sound()) return EIO;
   if (const int error = left_open ? roll_back() : 0) return error;
   if (!heap_is_sound() && !even_damaged) return EIO;
-  if (!left_open) {
+  if (left_open) {
+    readers_.area()->undone = 1;
+  } else {
     settle_segments(true);
-    readers_.area()->reached = 0;
   }
   end_change();
   return 0;
@@ -91,16 +92,25 @@ int Database::recover(bool even_damaged) {
 int Database::begin(Store* store, kvt_handle* handle, std::uint32_t* txn, bool even_damaged) {
   if (snapshot_) return EROFS;
   const bool heard = !even_damaged && events_heard();  // before any lock: it asks the loader
+  if (int error = store->make_own()) return error;
   if (int error = take_turn(store, true)) return error;
   std::uint32_t& owner = readers_.area()->owner;
-  store->recovery() = {owner, header_->log_last != 0};
   if (int error = recover(even_damaged)) {
     give_turn();
     return error;
   }
+  // Perhaps it was a reader who took it back.
+  std::uint32_t& undone = readers_.area()->undone;
+  store->recovery() = {owner, owner ? undone : 0};
+  undone = 0;
   if (owner) trace(Message::kWriterDied, std::int64_t{owner});
   owner = store->process();
   if (!even_damaged) limbo_drain(store);
+  if (header_->log_last) {  // which the disk did not take, nor that it was taken back
+    owner = 0;
+    give_turn();
+    return EIO;
+  }
   begin_log();
   pending_.clear();
   spare_pages_.clear();
@@ -124,11 +134,14 @@ std::uint32_t Database::checksum_of(const LogEntry& entry) const {
   return sum;
 }
 
+std::uint32_t Database::next_txn() const {
+  const std::uint32_t next = header_->txn_last + 1;
+  return next == KVT_NO_TXN || next == 0 ? 1 : next;
+}
+
 // An empty log, under a number that no entry of an older one has been summed up with.
 void Database::begin_log() {
-  txn_ = header_->txn_last + 1;
-  if (txn_ == KVT_NO_TXN || txn_ == 0) txn_ = 1;
-  header_->txn_last = txn_;
+  header_->txn_last = txn_ = next_txn();
   doomed_ = 0;
   use_log_areas();
   fresh_used_ = 0;
@@ -222,7 +235,7 @@ bool Database::end_log(int* error) {
   if (must_sync && !doomed_) doomed_ = sync_file();
   if (doomed_) return false;
   publish(&header_->log_last, 0);
-  *error = must_sync ? sync(header_, sizeof *header_) : 0;
+  *error = must_sync ? sync_header() : 0;
   return true;
 }
 
@@ -296,11 +309,19 @@ bool Database::roll_back_to(std::uint32_t mark) {
   for (std::uint32_t i = 1; i < header_->segments; i++) {
     if (segments[i]) free_segment(i);
   }
-  // What is held from use an abort has to know: then the log stays.
-  if (held) return true;
-  order();  // what the entries to be written over have taken back
+  wipe_released();     // before anybody can take it
+  if (!held) order();  // what the entries to be written over have taken back
+  if (held || doomed_) {
+    // An abort has to know what is held from use, so the log stays, and the mark is here now.
+    savepoints_.pop_back();
+    savepoint();
+    return true;
+  }
+  // Under another number, so that no entry of before is taken for one that follows.
+  header_->txn_last = next_txn();
   publish(&header_->log_last, to.log_last);
-  go_on_in_log(to.area, to.log_at);
+  if (is_machine_durable()) doomed_ = sync_header();
+  if (!doomed_) go_on_in_log(to.area, to.log_at);
   return true;
 }
 
@@ -316,7 +337,7 @@ void Database::end_change() {
 
 bool Database::prepare_read(Store* store, std::uint32_t* generation) {
   ReaderPlace& place = store->reader();
-  if (place.slot < 0 && !readers_.take(store->fd(), &place)) return false;
+  if (place.slot < 0 && (store->make_own() || !readers_.take(store->fd(), &place))) return false;
   *generation = generation_now();
   if (!(*generation & 1) || writer() == store) return true;
   constexpr std::uint32_t kPatience = 64;
@@ -330,7 +351,7 @@ bool Database::prepare_read(Store* store, std::uint32_t* generation) {
 }
 
 void Database::forget_reader(Store* store) {
-  if (store->reader().slot >= 0) readers_.leave(store->reader());
+  if (store->reader().slot >= 0 && store->is_own()) readers_.leave(store->reader());
 }
 
 // Nobody but a writer brings an unfinished change to an end; where it died and no other one comes, a reader does it.
@@ -402,7 +423,8 @@ bool Database::is_heap(std::uint32_t at, std::uint32_t length) const {
   if (from < kSegmentSize || from >= file || !length || length > file - from) return false;
   for (std::uint32_t i = from / kSegmentSize; i <= (from + length - 1) / kSegmentSize; ++i) {
     const Segment kind = header_->kinds[i];
-    if (kind == Segment::kFree || kind == Segment::kLog || kind == Segment::kPermanent) return false;
+    // A segment may be free again already: who took it back died behind that.
+    if (kind == Segment::kLog || kind == Segment::kPermanent) return false;
   }
   return true;
 }
@@ -423,13 +445,15 @@ void Database::find_log_end() {
 int Database::roll_back() {
   const bool must_sync = is_machine_durable() && header_->log_last;
   if (!log_is_sound()) return EIO;
-  if (must_sync) {
+  if (header_->durability == kMachineDurability && header_->log_last) {
+    const std::uint32_t named = header_->log_last;
     find_log_end();
-    if (!log_is_sound()) return EIO;
+    if (!log_is_sound()) {
+      // A copy that was taken beside a writer may have entries for segments that it does not know yet.
+      if (!snapshot_) return EIO;
+      publish(&header_->log_last, named);
+    }
   }
-  // How far the wilderness was used; who begins again finds it taken back already.
-  std::uint32_t& reached = readers_.area()->reached;
-  if (!reached) publish(&reached, heap_.top() ? heap_.top() : 1);
   undo_to(0);
   pending_.clear();
   spare_pages_.clear();
@@ -442,7 +466,7 @@ int Database::roll_back() {
     fresh_begin_ = fresh_end_ = 0;
     fresh_segments_.reset();
     forget_logged();
-    kept = keep_from_use(0, reached, segments, next_generation());
+    kept = keep_from_use(0, 0, segments, next_generation());
   }
   settle_segments(false, kept);
   if (must_sync) {
@@ -451,8 +475,7 @@ int Database::roll_back() {
   publish(&header_->log_last, 0);
   wipe_released();
   set_kinds(kept, Segment::kHeap);
-  reached = 0;
-  return must_sync ? sync(header_, sizeof *header_) : 0;
+  return must_sync ? sync_header() : 0;
 }
 
 int Database::sync(const void* at, std::size_t length) const {
@@ -463,8 +486,16 @@ int Database::sync(const void* at, std::size_t length) const {
 
 int Database::sync_file() const { return fdatasync(writer()->fd()) ? errno : 0; }
 
+// The disk may name a log that is no more when this fails. Then it comes before the next log's first entry.
+int Database::sync_header() {
+  const int error = sync(header_, sizeof *header_);
+  header_is_behind_ = error;
+  return error;
+}
+
 void Database::order() {
-  if (is_machine_durable() && !doomed_) doomed_ = sync_file();
+  const int error = is_machine_durable() ? sync_file() : 0;
+  if (!doomed_) doomed_ = error;
 }
 
 // In a transaction that has changed nothing yet.
@@ -601,6 +632,7 @@ void Database::append(std::uint32_t at, std::uint32_t length, std::uint32_t wipe
   std::memcpy(entry + 1, cage_at(at), length);
   const bool ordered = is_machine_durable();
   if (ordered) {
+    if (header_is_behind_ && sync_header()) doomed_ = EIO;
     entry->checksum = checksum_of(*entry);
     if (const int error = sync(entry, kEntryHeader + length)) doomed_ = error;
   }
@@ -795,6 +827,10 @@ std::uint32_t Database::take_segments(std::uint32_t count, Segment kind, std::ui
   for (std::uint32_t i = first; i < first + count; i++) {
     header_->kinds[i] = kind;
     if (kind == Segment::kNewHeap) fresh_segments_.set(i);
+  }
+  // The log may speak of them before the header is on the disk for another reason.
+  if (is_machine_durable()) {
+    if (const int error = sync(header_, sizeof *header_)) doomed_ = error;
   }
   return base_ + first * kSegmentSize;
 }

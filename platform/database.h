@@ -69,7 +69,7 @@ STORED_FIELD(DatabaseHeader, generation, 56, std::uint32_t);
 STORED_FIELD(DatabaseHeader, durability, 60, std::uint32_t);
 
 // Layout of the first segment.
-inline constexpr std::uint32_t kRootsAt = 0x1000;
+inline constexpr std::uint32_t kRootsAt = kHeaderSize;
 inline constexpr std::uint32_t kRootsEnd = 0x4000;
 // From here to the log nothing is rolled back but the cards, and where the ring ends.
 inline constexpr std::uint32_t kReadersAt = 0x4000;
@@ -250,6 +250,7 @@ class Database final : public HeapBacking {
   int recover(bool even_damaged);
   void recover_if_dead(Store* store);
   int roll_back();
+  std::uint32_t next_txn() const;
   void begin_log();
   void go_on_in_log(std::size_t area, std::uint32_t at);
   // What was changed is committed from here on, and the log empty; `error` if the disk does not know it. False: it
@@ -259,6 +260,7 @@ class Database final : public HeapBacking {
   std::uint32_t checksum_of(const LogEntry& entry) const;
   int sync(const void* at, std::size_t length) const;
   int sync_file() const;
+  int sync_header();
   bool is_machine_durable() const { return header_->durability == kMachineDurability && !snapshot_; }
   bool has_watchers(const Store* store);
   void undo_to(std::uint32_t entry);
@@ -324,8 +326,9 @@ class Database final : public HeapBacking {
   std::vector<Area> areas_;
   std::size_t area_ = 0;
   std::uint32_t log_at_ = 0;
-  std::uint64_t log_left_ = 0;  // in all areas
-  int doomed_ = 0;              // the error that commit will give
+  std::uint64_t log_left_ = 0;     // in all areas
+  int doomed_ = 0;                 // the error that commit will give
+  bool header_is_behind_ = false;  // on the disk, after an error
   std::uint32_t fresh_begin_ = 0;
   std::uint32_t fresh_end_ = 0;
   std::uint32_t fresh_used_ = 0;  // an abort wipes what lies before

@@ -287,9 +287,12 @@ int Database::copy_from(int fd) {
     copy(kLogAt, kFirstPermanentAt);
     copy_segments([](Segment kind) { return kind == Segment::kLog; });
     std::atomic_thread_fence(std::memory_order_acquire);
+    // From the commit on the log may be gone although the generation is still the same.
+    const bool log_stands =
+        std::atomic_ref(const_cast<std::uint32_t&>(header->log_last)).load(std::memory_order_acquire);
     const std::uint32_t after = generation();
     // An odd generation without a log is a transaction that has just begun to change something, or just committed.
-    good = (before | 1) == (after | 1) && (after % 2 == 0 || header_->log_last);
+    good = (before | 1) == (after | 1) && (after % 2 == 0 || (header_->log_last && log_stands));
   }
   lock_byte(fd, kCopyLockAt, F_UNLCK, true);
   munmap(map, kSlotSize);

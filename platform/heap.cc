@@ -1,6 +1,7 @@
 // Boundary-tag allocator over chunks (see heap_format.h). Each region ends with a header that counts as used.
 #include "platform/heap.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <iterator>
@@ -296,9 +297,8 @@ std::uint32_t Heap::set_aside(std::uint32_t chunk) {
 
 std::uint32_t Heap::set_aside_top(std::uint32_t up_to) {
   const std::uint32_t top = meta_->top, size = top_size();
-  if (!top || up_to == top) return 0;
-  const bool inside = up_to > top && up_to < top + size;
-  const std::uint32_t chunk = take_from_top(inside ? up_to - top : size, /*for_use=*/false);
+  if (!top || up_to <= top) return 0;
+  const std::uint32_t chunk = take_from_top(std::min(std::max(up_to - top, kChunkMinimum), size), /*for_use=*/false);
   put(chunk, get(chunk) | kChunkPending);
   return chunk + kChunkHeader;
 }

@@ -103,7 +103,7 @@ class Heap {
   std::uint32_t give_back_end();
   // Takes a free chunk out of use, as a block that is pending; 0 when none begins there.
   std::uint32_t set_aside(std::uint32_t chunk);
-  // The same of the wilderness up to that place, or of all of it where the place is outside.
+  // The same of the wilderness, up to that place.
   std::uint32_t set_aside_top(std::uint32_t up_to);
   std::uint32_t top() const { return meta_->top; }
   std::uint32_t end() const { return meta_->end; }

@@ -18,7 +18,6 @@
 namespace kvt {
 namespace {
 
-
 constexpr std::uint64_t kFirstLocator = 256;  // below are the empty reference and the marked one
 constexpr std::uint64_t kMarkedLocator = 1;
 constexpr std::int32_t kPrintedSize = 33;

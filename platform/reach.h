@@ -7,6 +7,7 @@
 namespace kvt {
 
 inline constexpr std::uint32_t kSegmentsAt = 24;  // in a database's header: how many there are
+inline constexpr std::uint32_t kHeaderSize = 0x1000;
 
 class Reach {
  public:
@@ -16,6 +17,9 @@ class Reach {
     if (at < kDatabaseBegin || !in_cage(from)) return;
     begin_ = at & ~(kSlotSize - 1);
     size_ = load<std::uint32_t>(kvt_cage_base + begin_ + kSegmentsAt) * kSegmentSize;
+    // The header is left out, for who takes a place in a block may step in front of it.
+    begin_ += kHeaderSize;
+    size_ -= kHeaderSize;
   }
   bool has(std::uint32_t to) const { return to - begin_ < size_; }
   bool has(std::uint32_t to, std::uint32_t length) const { return has(to) && length <= size_ - (to - begin_); }

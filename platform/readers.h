@@ -18,7 +18,7 @@ inline constexpr std::uint32_t kReaderSlots = 63;
 struct ReaderArea {
   std::uint32_t slots_used;  // the slots behind this many were never taken
   std::uint32_t owner;       // process that holds the write lock; 0 when it gave it back itself
-  std::uint32_t reached;     // while a transaction is taken back: where the wilderness began in it
+  std::uint32_t undone;      // a change of the owner's was taken back
   WriteLockWords lock;
   std::uint32_t reserved[10];
   struct Slot {

@@ -1,7 +1,10 @@
 // Memory of a database that readers may still stand on: what a transaction freed, and what one that was taken back had
 // been given. While somebody reads it goes to limbo, a ring of pages that hold {block, generation}, oldest first, which
 // later transactions drain as far as every reader came after.
+#include <algorithm>
+
 #include "platform/database.h"
+#include "platform/heap_format.h"
 #include "platform/store_blocks.h"
 
 namespace kvt {
@@ -16,15 +19,25 @@ constexpr std::uint32_t kPatience = 16;
 }  // namespace
 
 // After something was taken back, down to that entry of the log: readers that are here now may stand on what had been
-// handed out. It goes to limbo, all under the log. That is of the wilderness what lies before the place `top` where it
-// began last, or all of it with the segments that became heap, and every free chunk that was made use of, as a whole.
-// Where the log has no room for it memory is free at once. @return the segments that stay heap
+// handed out. It goes to limbo, all under the log. That is of the wilderness what lies before the place `top`, where it
+// began last, or was handed out by the entries, or all of it with the segments that became heap; and every free chunk
+// that was made use of, as a whole. Where the log has no room for it memory is free at once. @return the segments that
+// stay heap
 std::bitset<256> Database::keep_from_use(std::uint32_t entry, std::uint32_t top, const std::bitset<256>& segments,
                                          std::uint32_t generation) {
   std::vector<std::uint32_t> aside;
   std::bitset<256> kept;
   const auto put_aside = [&aside](std::uint32_t block) {
     if (block) aside.push_back(block);
+  };
+  constexpr std::uint32_t kWhole = ~0u;
+  const std::uint32_t last = header_->log_last;
+  const auto for_each_wiped = [last, entry](auto visit) {
+    for (std::uint32_t at = last; at != entry;) {
+      const auto* saved = static_cast<const LogEntry*>(cage_at(at));
+      at = saved->previous;
+      if (saved->wiped()) visit(*saved);
+    }
   };
   // Who is put aside has room to be remembered, too.
   const auto has_room = [&] {
@@ -35,17 +48,19 @@ std::bitset<256> Database::keep_from_use(std::uint32_t entry, std::uint32_t top,
     std::uint32_t run = 1;
     while (i + run < header_->segments && segments[i + run]) run++;
     const std::uint32_t begin = base_ + i * kSegmentSize;
-    if (begin != heap_.end()) put_aside(heap_.set_aside_top(0));
+    if (begin != heap_.end()) put_aside(heap_.set_aside_top(kWhole));
     heap_.add_region(begin, run * kSegmentSize);
-    top = 0;  // in memory that is not known to be zero behind it
+    top = kWhole;  // in memory that is not known to be zero behind it
     for (const std::uint32_t end = i + run; i < end; i++) kept.set(i);
   }
+  const std::uint32_t wilderness = heap_.top(), end = wilderness ? wilderness + heap_.top_size() : 0;
+  for_each_wiped([&](const LogEntry& saved) {
+    if (saved.at >= wilderness && saved.at < end) top = std::max(top, saved.at + saved.wiped());
+  });
   if (has_room()) put_aside(heap_.set_aside_top(top));
-  for (std::uint32_t at = header_->log_last; at != entry;) {
-    const auto* saved = static_cast<const LogEntry*>(cage_at(at));
-    at = saved->previous;
-    if (saved->wiped() && has_room()) put_aside(heap_.set_aside(saved->at - kChunkHeader));
-  }
+  for_each_wiped([&](const LogEntry& saved) {
+    if (has_room()) put_aside(heap_.set_aside(saved.at - kChunkHeader));
+  });
   while (limbo_room() < aside.size() && add_spare_page()) {
   }
   for (std::uint32_t block : aside) {

@@ -1,8 +1,12 @@
 // Stores, and the allocation and announcement members of a handle.
 #include "platform/store.h"
 
+#include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <mutex>
 #include <new>
 
@@ -64,11 +68,39 @@ Store* Store::make_private() {
   return store;
 }
 
+namespace {
+
+std::uint32_t forks;  // this process is so many forks away from the first one that had a database
+
+}  // namespace
+
+// The descriptor of a forked child is the parent's open file, and so are the locks that go with it.
+int Store::make_own() {
+  if (forks_ == forks) return 0;
+  char name[32];
+  std::snprintf(name, sizeof name, "/proc/self/fd/%d", fd_);
+  const int own = open(name, O_RDWR | O_CLOEXEC);
+  if (own < 0) return errno;
+  const int moved = dup3(own, fd_, O_CLOEXEC);
+  const int error = moved < 0 ? errno : 0;
+  close(own);
+  if (error) return error;
+  forks_ = forks;
+  process_ = static_cast<std::uint32_t>(getpid());
+  number_ = 0;
+  reader_ = {};
+  return 0;
+}
+
+bool Store::is_own() const { return forks_ == forks; }
+
 Store* Store::make_shared(Database* database, int fd) {
   Store* store = make();
   if (!store) return nullptr;
   store->database_ = database;
   store->fd_ = fd;
+  [[maybe_unused]] static const int registered = pthread_atfork(nullptr, nullptr, [] { ++forks; });
+  store->forks_ = forks;
   store->process_ = static_cast<std::uint32_t>(getpid());
   store->roots_ = database->roots();
   return store;

@@ -72,6 +72,10 @@ class Store : public HeapBacking {
   kvt_recovery& recovery() { return recovery_; }
   std::uint32_t process() const { return process_; }
   std::uint32_t& number() { return number_; }
+  // A store that a forked child has from its parent gets an open file of its own, with locks and a place among readers.
+  // 0 or an error.
+  int make_own();
+  bool is_own() const;
 
   void* alloc(std::uint32_t txn, std::uint32_t size) { return database_ ? alloc_shared(txn, size) : heap_.alloc(size); }
   // Memory that outlives an abort: for what the process remembers by address.
@@ -127,6 +131,7 @@ class Store : public HeapBacking {
   ReaderPlace reader_;
   kvt_recovery recovery_{};
   std::uint32_t process_ = 0, number_ = 0;  // of the process; of the handle, for the write lock
+  std::uint32_t forks_ = 0;
   Store* next_free_ = nullptr;
 };
 

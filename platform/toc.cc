@@ -140,9 +140,12 @@ void kvtdb_database_toc_delete(kvt_handle* handle, uint32_t txn, void* table, in
 void kvtdb_get_tenant_counter(kvt_handle*, uint32_t, void* table, uint32_t* result, uint16_t tenant,
                               const uint8_t* source) {
   *result = 0;
-  for (const auto* c = static_cast<TenantCounter*>(cage_at(table_at(table)->counters)); c;
-       c = static_cast<TenantCounter*>(cage_at(c->next))) {
-    if (c->tenant == tenant && (!source || c->source == *source)) *result += c->count;
+  const Reach reach(table);  // a writer may be at the list
+  std::uint32_t at = table_at(table)->counters;
+  for (std::uint32_t left = kSlotSize / sizeof(TenantCounter); left && reach.has(at); --left) {
+    const auto* counter = static_cast<TenantCounter*>(cage_at(at));
+    if (counter->tenant == tenant && (!source || counter->source == *source)) *result += counter->count;
+    at = counter->next;
   }
 }
 

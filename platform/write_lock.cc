@@ -53,8 +53,7 @@ int WriteLock::take(int fd, std::uint32_t* number, bool wait) {
   for (;;) {
     std::uint32_t other = 0;
     if (holder().compare_exchange_strong(other, *number)) return 0;
-    // Its own number: another process that was forked with the handle.
-    if (other != *number && !is_alive(fd, other)) {
+    if (!is_alive(fd, other)) {
       if (holder().compare_exchange_strong(other, *number)) return 0;
       continue;
     }

@@ -89,6 +89,7 @@ class History {
   const std::string& begin() const { return begin_; }
   const std::string& folder() const { return folder_; }
   char* slot() const { return slot_; }
+  const char* db_name() { return rig_->db_name; }
   std::size_t file_size() const { return largest_ * kvt::kSegmentSize + kvt::kFileTail; }
   // Whether the contents may be found after so many events: a step that has not returned is there or is not.
   bool may_be(const std::string& found, std::size_t events) const {
@@ -114,7 +115,7 @@ class History {
 class Image {
  public:
   explicit Image(const History& run) : run_(run), path_(run.folder() + "/image"), size_(run.file_size()) {
-    const int fd = open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const int fd = open(path_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     EXPECT_EQ(ftruncate(fd, static_cast<off_t>(size_)), 0);
     bytes_ = static_cast<char*>(mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
     close(fd);
@@ -237,6 +238,38 @@ void play(History& run) {
     rig->store_free(rig->store, KVT_NO_TXN, rig->store_alloc(rig->store, KVT_NO_TXN, 24));
     rig->store_alloc(rig->store, KVT_NO_TXN, 24);
   });
+  for (const bool held : {false, true}) {  // parts that are taken back, also while somebody reads
+    int err = 0;
+    kvt_handle* reader = kvt_handle_open_database(run.db_name(), nullptr, &err);
+    for (const bool committed : {false, true}) {
+      run.step([&](Rig& rig) {
+        rig.begin();
+        const std::array before = {records[0], records[1], records[2]};
+        const std::uint32_t generation = held ? kvtdb_read_begin(reader, &err) : 0;
+        insert(rig, 0, 40u + held * 2 + committed);
+        const std::array marked = {records[0], records[1], records[2]};
+        const std::uint32_t mark = kvtdb_savepoint(rig, rig.txn(), &rig.err);
+        for (int again = 0; again <= held; ++again) {
+          *static_cast<char*>(rig->store_alloc(rig->store, rig.txn(), 1100000)) = 1;
+          destroy(rig, 0);
+          insert(rig, 1, 60);
+          kvtdb_savepoint(rig, rig.txn(), &rig.err);
+          insert(rig, 2, 61);
+          destroy(rig, 1);
+          rig->store_alloc(rig->store, rig.txn(), 1000);
+          kvtdb_rollback_to(rig, rig.txn(), mark, &rig.err);
+          std::copy(marked.begin(), marked.end(), records);
+        }
+        insert(rig, 1, 70u + held * 2 + committed);
+        destroy(rig, 0);
+        committed ? rig.commit() : rig.abort();
+        if (!committed) std::copy(before.begin(), before.end(), records);
+        if (held) kvtdb_read_end(reader, generation);
+      });
+    }
+    kvt_handle_close(reader);
+    EXPECT_EQ(err, 0);
+  }
   const std::string backup = run.folder() + "/backup";
   run.step([&](Rig& rig) { kvtdb_backup(rig, backup.c_str(), &rig.err); });
   run.write([&](Rig& rig) {

@@ -7,6 +7,8 @@ namespace {
 
 constexpr std::uint32_t kSearchNearest = 1, kSearchPending = 2, kSearchSameKey = 4;
 constexpr std::uint32_t kGetAnySource = 1, kGetPending = 2;
+// More than there can be records: the tree is changed under the steps, over and over.
+constexpr std::uint32_t kMostSteps = kSlotSize / kNodeSize;
 
 // A record that no table holds, with a payload that has nothing but the key: what the tree's compare asks of a node. It
 // lies in the cage, and is wholly zero at each use.
@@ -64,8 +66,9 @@ void* key_step_over(const TableDesc& type, unsigned key, bool forward, kvt_handl
   kvt_clear_last_error(h);
   const std::uint16_t tenant = thread_tenant;
   void* at = record;
+  std::uint32_t left = kMostSteps;
   do {
-    at = neighbour(type, key, forward, table, at);
+    at = left-- ? neighbour(type, key, forward, table, at) : nullptr;
     if (!at) break;
     if (record_of(at)->tenant_id != tenant) return nullptr;
     if (same_key && !same_key_as(type, key, record, at)) return nullptr;
@@ -136,8 +139,8 @@ void* key_edge(const TableDesc& type, unsigned key, bool first, kvt_handle* h, s
     }
   }
   void* at = record_at_node(edge, key);
-  while (at && record_of(at)->tenant_id == tenant && !view.shows(*record_of(at))) {
-    at = neighbour(type, key, first, table, at);
+  for (std::uint32_t left = kMostSteps; at && record_of(at)->tenant_id == tenant && !view.shows(*record_of(at));) {
+    at = left-- ? neighbour(type, key, first, table, at) : nullptr;
   }
   if (at && record_of(at)->tenant_id != tenant) at = nullptr;
   report_contained(h, txn, kContainRecord, at, table);
@@ -171,8 +174,9 @@ void* key_sub_next(const TableDesc& type, unsigned key, kvt_handle* h, std::uint
 void* key_shadow(const TableDesc& type, unsigned key, kvt_handle* h, std::uint32_t txn, void* table, void* record,
                  int* err) {
   if (!record || record_of(record)->source == kShadowSource) return record;
+  std::uint32_t left = kMostSteps;
   do {
-    record = key_sub_next(type, key, h, txn, table, record, err);
+    record = left-- ? key_sub_next(type, key, h, txn, table, record, err) : nullptr;
   } while (record && record_of(record)->source != kShadowSource);
   return record;
 }

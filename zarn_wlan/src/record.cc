@@ -170,7 +170,8 @@ void record_request_destroy(const TableDesc& type, kvt_handle* h, std::uint32_t 
 }
 
 void* record_get_field(const TableDesc& type, kvt_handle* h, std::uint32_t txn, void* record) {
-  void* payload = payload_of(type, record);
+  const std::uint32_t at = *payload_slot(type, record);
+  void* payload = Reach(record).has(at) ? cage_at(at) : nullptr;  // a writer may be at the record
   report_contained(h, txn, kContainPayload, payload, record);
   return payload;
 }
