@@ -9,23 +9,11 @@
 
 namespace kvt {
 
-struct QuickRead : PlainStores {
+struct QuickRead : PlainStores, QuickLimit {
   kvt_handle* h;
   std::uint32_t txn;
   std::uint32_t update;
   const std::uint8_t* end;
-  std::int32_t slack;  // bytes beyond what all fixed-width parts take
-  bool refused = false;
-
-  // Takes bytes whose number only the bytes tell.
-  bool take(std::uint32_t bytes) {
-    if (bytes > static_cast<std::uint32_t>(slack)) {
-      refused = true;
-      return false;
-    }
-    slack -= static_cast<std::int32_t>(bytes);
-    return true;
-  }
 };
 
 // The header of an object that is linked to a static record and of the variant that it was built with. What its
@@ -129,7 +117,7 @@ std::uint32_t struct_unmarshal(kvt_handle* h, std::uint32_t txn, const std::uint
   constexpr auto kFixed = static_cast<std::int32_t>(Quick<Nested<D>, false>::kFixed);
   if (!*err && length >= kFixed && !h->mode && tracking_of(h, D::kDesc) != Tracking::kOn && store_is_unheard(h)) {
     kvt_clear_last_error(h);
-    QuickRead from{{}, h, txn, update, buffer + length, length - kFixed};
+    QuickRead from{{}, {length - kFixed}, h, txn, update, buffer + length};
     const std::uint8_t* end = quick_read<D>(from, buffer, object);
     if (!from.refused) return static_cast<std::uint32_t>(end - buffer);
   }

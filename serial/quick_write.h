@@ -8,14 +8,12 @@
 
 namespace kvt {
 
-struct QuickWrite {
-  kvt_handle* h;
-  std::uint32_t txn;
-  const std::uint8_t* end;
-  std::int32_t slack;  // room beyond what all fixed-width parts take
+// What one on the quick way has left, of room or of bytes.
+struct QuickLimit {
+  std::int32_t slack;  // beyond what all fixed-width parts take
   bool refused = false;
 
-  // Takes room for bytes whose number only the object tells.
+  // For bytes whose number only the object, or the bytes themselves tell.
   bool take(std::uint32_t bytes) {
     if (bytes > static_cast<std::uint32_t>(slack)) {
       refused = true;
@@ -24,6 +22,12 @@ struct QuickWrite {
     slack -= static_cast<std::int32_t>(bytes);
     return true;
   }
+};
+
+struct QuickWrite : QuickLimit {
+  kvt_handle* h;
+  std::uint32_t txn;
+  const std::uint8_t* end;
 };
 
 template <class D, bool kStates>
@@ -149,7 +153,7 @@ std::uint32_t quick_marshal(kvt_handle* h, std::uint32_t txn, std::uint8_t* buff
                             std::int32_t length) {
   constexpr auto kFixed = static_cast<std::int32_t>(Quick<Nested<D>, kStates>::kFixed);
   if (length < kFixed) return 0;
-  QuickWrite to{h, txn, buffer + length, length - kFixed};
+  QuickWrite to{{length - kFixed}, h, txn, buffer + length};
   const std::uint8_t* at = quick_object<D, kStates>(to, buffer, object);
   return to.refused ? 0 : static_cast<std::uint32_t>(at - buffer);
 }

@@ -151,8 +151,8 @@ KVT_EXPORT uint32_t kvtdb_txn_begin(kvt_handle* handle, int* err);
 /// records that changed (see docs/design/events.md).
 /// @param err sticky. EINVAL: no such transaction; EDEADLK: called by such a handler; ENOSPC: the undo log could not
 ///   grow in the transaction, which shows by allocations that failed, and all of it has been taken back; EIO and what
-///   fdatasync(2) gives, with KVT_DURABILITY_MACHINE only: the disk did not take it. Other processes then see either all
-///   of it or nothing, and which of the two is left after a loss of power is not known
+///   fdatasync(2) gives, with KVT_DURABILITY_MACHINE only: the disk did not take it. Other processes then see either
+///   all of it or nothing, and which of the two is left after a loss of power is not known
 KVT_EXPORT void kvtdb_txn_commit(kvt_handle* handle, uint32_t txn, int* err);
 /// Brings back every byte that was announced in the transaction and releases the write lock. Works with `*err` set, and
 /// leaves it as it is; EINVAL (no such transaction) and EDEADLK (called by a handler) are stored only in a clear slot.

@@ -31,24 +31,22 @@ void call_with_words(R (*function)(A...), const std::vector<std::uintptr_t>& wor
 struct AllCalls {
   std::function<void(const std::vector<std::uintptr_t>&)> get_all, set_all;
 };
-#define ALL_STRUCTS(X)                                                                                                 \
-  X(st_local_eap_auth)                                                                                                 \
-  X(st_wlan_aaa_settings)                                                                                              \
-  X(st_user_qos_policy)                                                                                                \
-  X(st_wlan_qos_settings)                                                                                              \
-  X(st_wlan_policies_settings)                                                                                         \
-  X(st_wlan_access_policies_settings) X(st_web_pre_auth_acl) X(st_l3_security_settings)                                \
-      X(st_dot11_encryption_template) X(st_static_wep) X(st_dot1x) X(wpa_psk_type) X(wpa_ft_type) X(wpa_dorp_type)     \
-          X(st_mpsk_key_info) X(st_mpsk_key_info_notify) X(st_wpa_auth_key_mgmt) X(st_wpa_encryption)                  \
-              X(st_wpa3_sae_params) X(st_wpa_wpa2) X(st_ft_params) X(st_wpa_ft_params) X(st_pmf_params)                \
-                  X(st_wpa_pmf_params) X(st_l2_auth_type) X(st_l2_security_settings) X(st_wlan_security_settings)      \
-                      X(st_dtim) X(st_wlan_timeout_settings) X(st_wlan_client_settings) X(st_wlan_data_acl_override)   \
-                          X(st_channel_scan) X(st_voice) X(st_assisted_roaming_settings) X(st_multicast_buffer_tuning) \
-                              X(st_802_11v) X(st_802_11ax) X(st_sched_cfg) X(st_device_analytics) X(st_laa_params)     \
-                                  X(st_dot11k_rm_beacon_meas_req) X(st_wlan_feature_settings) X(st_wlan_ifid)          \
-                                      X(st_internal_wlan_radio_policy) X(st_internal_wlan_radio_policy_notify)         \
-                                          X(st_wlan) X(st_wlan_notify) X(st_wireless_aaa_policy_notify)                \
-                                              X(st_nas_id_aaa) X(st_wireless_aaa_policy)
+// The formatter has no stable form for this.
+// clang-format off
+#define ALL_STRUCTS(X) \
+  X(st_local_eap_auth) X(st_wlan_aaa_settings) X(st_user_qos_policy) X(st_wlan_qos_settings) \
+  X(st_wlan_policies_settings) X(st_wlan_access_policies_settings) X(st_web_pre_auth_acl) \
+  X(st_l3_security_settings) X(st_dot11_encryption_template) X(st_static_wep) X(st_dot1x) X(wpa_psk_type) \
+  X(wpa_ft_type) X(wpa_dorp_type) X(st_mpsk_key_info) X(st_mpsk_key_info_notify) X(st_wpa_auth_key_mgmt) \
+  X(st_wpa_encryption) X(st_wpa3_sae_params) X(st_wpa_wpa2) X(st_ft_params) X(st_wpa_ft_params) X(st_pmf_params) \
+  X(st_wpa_pmf_params) X(st_l2_auth_type) X(st_l2_security_settings) X(st_wlan_security_settings) X(st_dtim) \
+  X(st_wlan_timeout_settings) X(st_wlan_client_settings) X(st_wlan_data_acl_override) X(st_channel_scan) \
+  X(st_voice) X(st_assisted_roaming_settings) X(st_multicast_buffer_tuning) X(st_802_11v) X(st_802_11ax) \
+  X(st_sched_cfg) X(st_device_analytics) X(st_laa_params) X(st_dot11k_rm_beacon_meas_req) \
+  X(st_wlan_feature_settings) X(st_wlan_ifid) X(st_internal_wlan_radio_policy) \
+  X(st_internal_wlan_radio_policy_notify) X(st_wlan) X(st_wlan_notify) X(st_wireless_aaa_policy_notify) \
+  X(st_nas_id_aaa) X(st_wireless_aaa_policy)
+// clang-format on
 #define ALL_CALLS(T)                                                                       \
   {#T,                                                                                     \
    {[](const std::vector<std::uintptr_t>& words) { call_with_words(T##_get_all, words); }, \

@@ -2,6 +2,7 @@
 // secrets_hunt_test.cc.
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
@@ -16,6 +17,13 @@
 
 #include "platform/sealing.h"
 #include "tests/platform/value_rig.h"
+
+// In the place of the C library's: at which of the next questions this process is run by another user; 0 for none.
+static int stranger_at;
+extern "C" uid_t geteuid() noexcept {
+  const auto own = static_cast<uid_t>(syscall(SYS_geteuid));
+  return stranger_at && --stranger_at == 0 ? own + 1 : own;
+}
 
 namespace kvt_test {
 namespace {
@@ -350,13 +358,12 @@ TEST_F(StoreKeys, ALostKeyIsReplacedOnlyWhenThatIsAskedFor) {
 }
 
 TEST_F(StoreKeys, DatabaseAndKeyFileBelongToTheUser) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root can give files away";
   kvt_handle_close(database("a"));
-  for (const char* name : {"a", "a.key"}) {
-    ASSERT_EQ(chown(at(name).c_str(), 12345, 12345), 0);
+  for (const int questions : {1, 2}) {  // the first is about the database, the second about its key
+    stranger_at = questions;
     EXPECT_EQ(database_error("a"), EACCES);
+    EXPECT_EQ(stranger_at, 0) << "nobody asked for the user";
     EXPECT_NE(std::string(message_).find("another user"), std::string::npos) << message_;
-    ASSERT_EQ(chown(at(name).c_str(), 0, 0), 0);
     EXPECT_EQ(database_error("a"), 0) << message_;
   }
 }

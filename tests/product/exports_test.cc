@@ -153,13 +153,16 @@ const Names kKey = {"avl_compare",
                     "unordered_traversal",
                     "walk"};
 
+// Builds with sanitizers export and ask for names that are none of the library's.
+bool is_of_sanitizers(const std::string& name) {
+  for (const char* prefix : {"__asan_", "__ubsan_", "__sanitizer_", "__lsan_", "__odr_asan"}) {
+    if (name.rfind(prefix, 0) == 0) return true;
+  }
+  return false;
+}
+
 class Exports : public Product {
  protected:
-  void SetUp() override {
-    Product::SetUp();
-    if (*ZARN_PRODUCT_FLAGS) GTEST_SKIP() << "sanitizers export names of their own";
-  }
-
   const std::string library = kBuild + "/libzarn_wlan.so";
 
   struct Symbol {
@@ -173,6 +176,7 @@ class Exports : public Product {
       std::string kind, name;
       if (line[0] != ' ') words >> name;
       words >> kind >> name;
+      if (*ZARN_PRODUCT_FLAGS && is_of_sanitizers(name)) continue;
       list.push_back({kind.empty() ? '?' : kind[0], name});
     }
     return list;
